@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/result.h"
+
+namespace kestrin {
+
+struct UserNotification {
+  std::string title;
+  std::string body;
+  std::string category;
+  bool sound = false;
+  /// Action key and label, in order.
+  std::vector<std::pair<std::string, std::string>> actions;
+};
+
+/// Desktop notifications. Non-blocking. Thread-safe. Errors: domain "UserNotifications".
+class UserNotifications {
+ public:
+  virtual ~UserNotifications() = default;
+  /// `onAction` gets the action's key ("default" for a click on the body), on any thread. Returns an id.
+  virtual Result<uint32_t> show(const UserNotification& notification,
+                                std::function<void(const std::string&)> onAction) = 0;
+  virtual void withdraw(uint32_t id) = 0;
+};
+
+}  // namespace kestrin
