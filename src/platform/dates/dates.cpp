@@ -1,0 +1,101 @@
+#include "platform/dates/dates.h"
+
+#include <unicode/calendar.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+
+#include <cctype>
+#include <memory>
+
+#include "platform/text/text.h"
+
+namespace kestrin::dates {
+namespace {
+
+icu::UnicodeString toUtf16(std::string_view text) {
+  return icu::UnicodeString::fromUTF8(
+      icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+std::unique_ptr<icu::TimeZone> timeZone(std::string_view zone) {
+  if (zone.empty()) return std::unique_ptr<icu::TimeZone>(icu::TimeZone::detectHostTimeZone());
+  return std::unique_ptr<icu::TimeZone>(icu::TimeZone::createTimeZone(toUtf16(zone)));
+}
+
+std::unique_ptr<icu::SimpleDateFormat> formatter(std::string_view pattern, std::string_view zone) {
+  UErrorCode status = U_ZERO_ERROR;
+  auto out = std::make_unique<icu::SimpleDateFormat>(toUtf16(pattern), icu::Locale::getUS(), status);
+  if (U_FAILURE(status)) return nullptr;
+  out->adoptTimeZone(timeZone(zone).release());
+  return out;
+}
+
+double toMilliseconds(Date date) {
+  using Milliseconds = std::chrono::duration<double, std::milli>;
+  return Milliseconds(std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch())).count();
+}
+
+Date fromMilliseconds(double milliseconds) {
+  return Date(std::chrono::milliseconds(static_cast<int64_t>(milliseconds)));
+}
+
+}  // namespace
+
+std::string format(Date date, std::string_view pattern, std::string_view zone) {
+  const auto format = formatter(pattern, zone);
+  if (!format) return {};
+  icu::UnicodeString text;
+  format->format(toMilliseconds(date), text);
+  std::string out;
+  text.toUTF8String(out);
+  return text::replaceAll(std::move(out), "\xE2\x80\xAF", " ");
+}
+
+std::optional<Date> parse(std::string_view text, std::string_view pattern, std::string_view zone) {
+  const auto format = formatter(pattern, zone);
+  if (!format) return std::nullopt;
+  format->setLenient(false);
+  const icu::UnicodeString source = toUtf16(text);
+  icu::ParsePosition position(0);
+  const UDate value = format->parse(source, position);
+  if (position.getErrorIndex() >= 0 || position.getIndex() != source.length()) return std::nullopt;
+  return fromMilliseconds(value);
+}
+
+std::string iso8601(Date date, bool fractional) {
+  return format(date, fractional ? "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" : "yyyy-MM-dd'T'HH:mm:ss'Z'", "UTC");
+}
+
+std::optional<Date> parseIso8601(std::string_view text) {
+  // The fraction is taken off first, since the formatter accepts just three digits.
+  std::string plain(text);
+  auto fraction = std::chrono::milliseconds(0);
+  if (const size_t dot = plain.find('.'); dot != std::string::npos) {
+    size_t end = dot + 1;
+    int scale = 100;
+    int milliseconds = 0;
+    for (; end < plain.size() && std::isdigit(static_cast<unsigned char>(plain[end])); ++end) {
+      milliseconds += (plain[end] - '0') * scale;
+      scale /= 10;
+    }
+    if (end == dot + 1) return std::nullopt;
+    fraction = std::chrono::milliseconds(milliseconds);
+    plain.erase(dot, end - dot);
+  }
+  for (const char* pattern : {"yyyy-MM-dd'T'HH:mm:ssXXX", "yyyy-MM-dd'T'HH:mm:ssXX",
+                              "yyyy-MM-dd'T'HH:mm:ss", "yyyy-MM-dd HH:mm:ss", "yyyy-MM-dd"}) {
+    if (auto date = parse(plain, pattern, "UTC")) return *date + fraction;
+  }
+  return std::nullopt;
+}
+
+std::string systemTimeZone() {
+  const std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::detectHostTimeZone());
+  icu::UnicodeString id;
+  zone->getID(id);
+  std::string out;
+  id.toUTF8String(out);
+  return out;
+}
+
+}  // namespace kestrin::dates
