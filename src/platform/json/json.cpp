@@ -49,9 +49,8 @@ Ordered toLibrary(const Json& value) {
     return out;
   }
   if (value.isNull()) return nullptr;
-  const double number = *value.asNumber();
-  if (auto i = value.asInt(); i && static_cast<double>(*i) == number) return *i;
-  return number;
+  if (value.isInteger()) return *value.asInt();
+  return *value.asNumber();
 }
 
 }  // namespace

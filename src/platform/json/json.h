@@ -48,6 +48,8 @@ class Json {
   bool isNull() const { return std::holds_alternative<std::monostate>(value_); }
   bool isObject() const { return std::holds_alternative<Object>(value_); }
   bool isArray() const { return std::holds_alternative<Array>(value_); }
+  /// Written without a fraction.
+  bool isInteger() const { return std::holds_alternative<int64_t>(value_); }
 
   /// The value itself, if it has that type. A number read as integer must be whole; either kind of
   /// number reads as a number; a bool is never a number.
