@@ -1,8 +1,8 @@
 #include "platform/linux/atspi_bus.h"
 
-#include <X11/Xatom.h>
-#include <X11/Xlib.h>
 #include <cstdlib>
+
+#include "platform/linux/atspi_root_window.h"
 
 namespace kestrin::atspi {
 namespace {
@@ -22,28 +22,6 @@ std::vector<AxElement> elementsOf(const std::vector<Reference>& references) {
     if (element.path != "/org/a11y/atspi/null") elements.push_back(std::move(element));
   }
   return elements;
-}
-
-/// The launcher of the accessibility bus also writes its address on the root window, for programs
-/// that have another session bus than the display's (or none).
-std::string addressOnRootWindow() {
-  Display* display = XOpenDisplay(nullptr);
-  if (!display) return {};
-  std::string address;
-  const Atom name = XInternAtom(display, "AT_SPI_BUS", True);
-  Atom type = None;
-  int format = 0;
-  unsigned long count = 0;
-  unsigned long rest = 0;
-  unsigned char* data = nullptr;
-  if (name != None &&
-      XGetWindowProperty(display, DefaultRootWindow(display), name, 0, 1024, False, XA_STRING,
-                         &type, &format, &count, &rest, &data) == Success) {
-    if (type == XA_STRING && format == 8) address.assign(reinterpret_cast<char*>(data), count);
-    if (data) XFree(data);
-  }
-  XCloseDisplay(display);
-  return address;
 }
 
 std::string addressFromSession() {

@@ -38,11 +38,11 @@ Result<std::shared_ptr<TextSession>> TextSession::open(AtspiBus& bus, QueueRef e
   if (!states) return fail(states.error());
   if (states->has(State::defunct))
     return fail("Accessibility", dbus::unreachable, "The element is gone");
-  if (!states->has(atspi::State::editable) || !states->has(atspi::State::sensitive)) {
+  if (!states->has(State::editable) || !states->has(State::sensitive)) {
     return cannotEdit("The element is not editable");
   }
   std::shared_ptr<TextSession> session(new TextSession(bus, element, *convention));
-  session->singleLine_ = states->has(atspi::State::singleLine);
+  session->singleLine_ = states->has(State::singleLine);
   session->state_->queue = std::move(events);
   session->state_->reread = [weak = std::weak_ptr(session)] {
     if (auto alive = weak.lock()) alive->readText(Budget(callLimit));
@@ -128,14 +128,14 @@ Result<TextModel::Effect> TextSession::readText(const Budget& budget) {
   return fail("Accessibility", dbus::timeout, "The text changes faster than it can be read");
 }
 
-void TextSession::onEvent(State& state, const TextEvent& event) {
+void TextSession::onEvent(Shared& state, const TextEvent& event) {
   const std::lock_guard lock(state.mutex);
   ++state.events;
   // Before the first reading every change is in that reading, or makes it read again.
   if (state.model) act(state, state.model->apply(event));
 }
 
-void TextSession::onGone(State& state) {
+void TextSession::onGone(Shared& state) {
   const std::lock_guard lock(state.mutex);
   state.gone = true;
   if (!state.late.empty()) state.lateResult = InsertOutcome::refused;
@@ -144,7 +144,7 @@ void TextSession::onGone(State& state) {
 }
 
 /// With the state's mutex held.
-void TextSession::act(State& state, const TextModel::Effect& effect) {
+void TextSession::act(Shared& state, const TextModel::Effect& effect) {
   if (effect.own) {
     if (state.late.erase(*effect.own) > 0 && state.late.empty())
       state.lateResult = InsertOutcome::delivered;

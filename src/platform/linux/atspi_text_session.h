@@ -41,7 +41,7 @@ class TextSession : public std::enable_shared_from_this<TextSession> {
   };
 
   /// What event handlers touch; they may outlive the session by one call.
-  struct State {
+  struct Shared {
     std::mutex mutex;
     std::condition_variable changed;
     std::unique_ptr<TextModel> model;
@@ -74,16 +74,16 @@ class TextSession : public std::enable_shared_from_this<TextSession> {
   std::optional<Caret> caret(const Budget& budget);
   void restore(const Caret& before, int insertedAt, int insertedUnits, const Budget& budget);
 
-  static void onEvent(State& state, const TextEvent& event);
-  static void onGone(State& state);
-  static void act(State& state, const TextModel::Effect& effect);
+  static void onEvent(Shared& state, const TextEvent& event);
+  static void onGone(Shared& state);
+  static void act(Shared& state, const TextModel::Effect& effect);
 
   AtspiBus& bus_;
   const AxElement element_;
   const TextConvention convention_;
   bool singleLine_ = false;
   std::mutex inserting_;
-  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::shared_ptr<Shared> state_ = std::make_shared<Shared>();
   std::vector<SubscriptionHandle> subscriptions_;
 };
 
