@@ -41,6 +41,7 @@ struct TextChange {
   int offset = 0;
   int removed = 0;
   int inserted = 0;
+  bool operator==(const TextChange&) const = default;
 };
 
 /// The accessibility interface of other programs. Every call may block up to its deadline (2 s at most),

@@ -32,7 +32,7 @@ TextModel::TextModel(TextConvention convention, const std::string& text)
 
 int TextModel::clamp(int utf16Offset) const {
   const int inside = std::clamp(utf16Offset, 0, text_.length());
-  return text_.getChar32Start(inside);
+  return inside < text_.length() ? text_.getChar32Start(inside) : inside;
 }
 
 int TextModel::unitsOf(const icu::UnicodeString& text) const {
