@@ -51,7 +51,8 @@ struct HttpSessionConfiguration {
 class HttpTask {
  public:
   virtual ~HttpTask() = default;
-  /// The completion runs with `httpCancelled`, unless it already ran.
+  /// The completion runs with `httpCancelled` on the session's queue, and nothing else follows;
+  /// without effect once it ran. From any thread.
   virtual void cancel() = 0;
 };
 using HttpTaskRef = std::shared_ptr<HttpTask>;
@@ -86,8 +87,9 @@ class HttpSession {
   virtual HttpTaskRef data(HttpRequest request,
                            std::function<void(Result<HttpResponse>)> completion) = 0;
   virtual HttpTaskRef stream(HttpRequest request, HttpStreamHandlers handlers) = 0;
-  /// Writes the body to `path` (atomically, once complete). `onProgress` gets received and total bytes
-  /// (total 0 when unknown).
+  /// Writes the body of a 2xx answer to `path` (atomically, once complete) and leaves it out of the
+  /// response; any other answer writes nothing and keeps its body. `onProgress` gets received and total
+  /// bytes of the file (total 0 when unknown).
   virtual HttpTaskRef download(HttpRequest request, std::string path,
                                std::function<void(int64_t, int64_t)> onProgress,
                                std::function<void(Result<HttpResponse>)> completion) = 0;

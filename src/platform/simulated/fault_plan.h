@@ -8,13 +8,13 @@
 namespace kestrin {
 
 /// The torture hook that all simulated ports share. Each fallible port call names its site
-/// ("http.data", "files.writeAtomic", "audio.capture") and asks whether it must fail now. A first run
-/// with nothing armed counts the calls; then the same scenario runs once for each n in [1, count()]
-/// with `arm(n)`, so that every call fails exactly once. Thread-safe.
+/// ("http.data", "files.writeAtomic", "audio.capture") and asks whether it must fail now. A first
+/// run with nothing armed counts the calls; then the same scenario runs once for each n in [1,
+/// count()] with `arm(n)`, so that every call fails exactly once. Thread-safe.
 class FaultPlan {
  public:
-  /// Fails exactly the `n`-th call from now, counted from 1 over all sites; 0 fails none. Forgets what
-  /// was counted before.
+  /// Fails exactly the `n`-th call from now, counted from 1 over all sites; 0 fails none. Forgets
+  /// what was counted before.
   void arm(int n) {
     const std::lock_guard lock(mutex_);
     armed_ = n;

@@ -1,0 +1,100 @@
+#include "platform/linux/desktop_notifications.h"
+
+#include <vector>
+
+namespace kestrin {
+namespace {
+
+constexpr auto deadline = std::chrono::seconds(2);
+
+dbus::Target server() {
+  return {"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+          "org.freedesktop.Notifications"};
+}
+
+}  // namespace
+
+struct DesktopNotifications::Handlers {
+  std::mutex mutex;
+  std::map<uint32_t, std::function<void(const std::string&)>> byId;
+
+  std::function<void(const std::string&)> take(uint32_t id) {
+    std::lock_guard lock(mutex);
+    const auto found = byId.find(id);
+    if (found == byId.end()) return nullptr;
+    auto handler = std::move(found->second);
+    byId.erase(found);
+    return handler;
+  }
+};
+
+DesktopNotifications::DesktopNotifications() : handlers_(std::make_shared<Handlers>()) {}
+
+DesktopNotifications::~DesktopNotifications() {
+  // Signals end before the connection that they come from.
+  actions_.reset();
+  closings_.reset();
+}
+
+Status DesktopNotifications::connect() {
+  if (bus_ && !bus_->isLost()) return {};
+  actions_.reset();
+  closings_.reset();
+  auto opened = dbus::Connection::session();
+  if (!opened) return fail("UserNotifications", opened.error().code, opened.error().description);
+  bus_ = std::move(*opened);
+  const std::string rule = "type='signal',interface='org.freedesktop.Notifications',member='";
+  auto invoked =
+      bus_->subscribe(rule + "ActionInvoked'", [handlers = handlers_](sdbus::Message& message) {
+        const auto action = dbus::Connection::read<std::tuple<uint32_t, std::string>>(message);
+        if (!action) return;
+        if (auto handler = handlers->take(std::get<0>(*action))) handler(std::get<1>(*action));
+      });
+  auto closed = bus_->subscribe(
+      rule + "NotificationClosed'", [handlers = handlers_](sdbus::Message& message) {
+        const auto closing = dbus::Connection::read<std::tuple<uint32_t, uint32_t>>(message);
+        if (closing) handlers->take(std::get<0>(*closing));
+      });
+  if (!invoked) return fail(invoked.error());
+  if (!closed) return fail(closed.error());
+  actions_ = std::move(*invoked);
+  closings_ = std::move(*closed);
+  return {};
+}
+
+Result<uint32_t> DesktopNotifications::show(const UserNotification& notification,
+                                            std::function<void(const std::string&)> onAction) {
+  std::lock_guard lock(mutex_);
+  if (auto connected = connect(); !connected) return fail(connected.error());
+  std::vector<std::string> actions;
+  for (const auto& [key, label] : notification.actions) {
+    actions.push_back(key);
+    actions.push_back(label);
+  }
+  std::map<std::string, sdbus::Variant> hints{
+      {"desktop-entry", sdbus::Variant(std::string("kestrin"))}};
+  if (!notification.category.empty())
+    hints.emplace("category", sdbus::Variant(notification.category));
+  if (notification.sound) {
+    hints.emplace("sound-name", sdbus::Variant(std::string("message-new-instant")));
+  } else {
+    hints.emplace("suppress-sound", sdbus::Variant(true));
+  }
+  // The answer may be clicked before this call returns, so the handler table is held until the id
+  // is known.
+  std::lock_guard handlersLock(handlers_->mutex);
+  auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
+                                 std::string("kestrin"), notification.title, notification.body,
+                                 actions, hints, int32_t{-1});
+  if (!id) return fail("UserNotifications", id.error().code, id.error().description);
+  if (onAction) handlers_->byId[*id] = std::move(onAction);
+  return *id;
+}
+
+void DesktopNotifications::withdraw(uint32_t id) {
+  handlers_->take(id);
+  std::lock_guard lock(mutex_);
+  if (bus_ && !bus_->isLost()) bus_->call<void>(server(), "CloseNotification", deadline, id);
+}
+
+}  // namespace kestrin
