@@ -20,6 +20,7 @@ class Turnstile {
     return true;
   }
   void enqueue(Entry entry) { waiting_.push_back(std::move(entry)); }
+  bool canStartNext() const { return !waiting_.empty() && isFree(waiting_.front().access); }
   /// Moves the first waiting entry to `out` and gives it its turn, if it can have one now.
   bool startNext(Entry& out) {
     if (waiting_.empty() || !isFree(waiting_.front().access)) return false;
