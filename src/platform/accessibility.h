@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/dispatch/dispatch.h"
 #include "platform/lifetime.h"
 #include "platform/result.h"
 
@@ -40,6 +41,7 @@ struct TextChange {
   int offset = 0;
   int removed = 0;
   int inserted = 0;
+  bool operator==(const TextChange&) const = default;
 };
 
 /// The accessibility interface of other programs. Every call may block up to its deadline (2 s at most),
@@ -81,6 +83,11 @@ class Accessibility {
   /// them back where the toolkit moves them). Confirms the result: see InsertOutcome. The error of an
   /// unreachable target maps to `refused` or `unknown`.
   virtual InsertOutcome insertText(const AxElement& element, int offset, const std::string& text) = 0;
+
+  /// After an insert that ended `unknown`: waits, at most `timeout`, until its end is known. `delivered` once
+  /// its own change event came, `refused` once the program is gone (or nothing is outstanding), else still
+  /// `unknown`.
+  virtual InsertOutcome lateOutcome(const AxElement& element, Duration timeout) = 0;
 
   /// Calls back, on any thread, for each change of the element's text that `insertText` of this process
   /// did not make.

@@ -18,7 +18,7 @@ constexpr auto deadline = std::chrono::seconds(4);
 /// Names this application in the derivation of the machine's identifier: the raw one must not leave
 /// the machine.
 constexpr sd_id128_t applicationId =
-    SD_ID128_MAKE(5d, 21, 0c, 7e, 9b, 44, 4f, 1a, 8e, 63, 2f, 90, b7, 15, ce, 08);
+    SD_ID128_ARRAY(5d, 21, 0c, 7e, 9b, 44, 4f, 1a, 8e, 63, 2f, 90, b7, 15, ce, 08);
 
 Result<int64_t> readNumber(Files& files, const std::string& path) {
   auto text = files.read(path);

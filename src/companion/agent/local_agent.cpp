@@ -1,0 +1,94 @@
+#include "companion/agent/local_agent.h"
+
+#include <utility>
+
+#include "companion/agent/prompts.h"
+#include "companion/agent/shapes.h"
+#include "platform/text/text.h"
+
+namespace kestrin::agent {
+namespace {
+
+constexpr size_t pieceBytes = 160;
+
+void emitText(const std::string& text, const Agent::Emit& emit) {
+  for (const std::string& piece : pieces(text, pieceBytes)) emit(Json::object({{"chunk", piece}}));
+}
+
+Detection detectionFor(const Json& body, const AppContext& app, bool& autoDetected) {
+  const std::string transcript = body.stringAt("transcript", "");
+  const std::string mode = body.stringAt("mode", "auto");
+  autoDetected = mode == "auto" || mode.empty();
+  return autoDetected ? detectMode(transcript, app) : contentForMode(mode, transcript, app);
+}
+
+/// What is written without a model. A command that was asked for but not understood goes out as it
+/// was said: the application tries it as a sentence.
+std::string ownWords(const Detection& detection, const Json& body) {
+  const std::string text = shape(detection, {text::trim(body.stringAt("user_name", ""))});
+  if (text.empty() && detection.mode == "command") return text::trim(detection.content);
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string> pieces(const std::string& text, size_t size) {
+  std::vector<std::string> out;
+  size_t begin = 0;
+  while (text.size() - begin > size) {
+    size_t cut = text.find_first_of(" \n", begin + size);
+    if (cut == std::string::npos) break;
+    // A line end stays with what follows it, so that no piece ends in the middle of a paragraph
+    // mark.
+    if (text[cut] == ' ') ++cut;
+    out.push_back(text.substr(begin, cut - begin));
+    begin = cut;
+  }
+  if (begin < text.size()) out.push_back(text.substr(begin));
+  return out;
+}
+
+LocalAgent::LocalAgent(std::shared_ptr<HttpSession> session, std::string hostedBaseUrl,
+                       std::function<void(std::string)> log)
+    : model_(std::move(session)), hostedBaseUrl_(std::move(hostedBaseUrl)), log_(std::move(log)) {}
+
+void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done,
+                         CancelRef cancel) {
+  const AppContext app = AppContext::fromBody(body);
+  bool autoDetected = false;
+  Detection detection = detectionFor(body, app, autoDetected);
+  emit(Json::object({{"mode", detection.mode}, {"auto_detected", autoDetected}}));
+
+  const auto endpoint = endpointFor(body, hostedBaseUrl_);
+  if (detection.mode == "command" || !endpoint || text::trim(detection.content).empty()) {
+    emitText(ownWords(detection, body), emit);
+    done();
+    return;
+  }
+
+  auto stop = std::make_shared<LanguageModel::Cancel>();
+  if (cancel) cancel->onCancel([stop] { (*stop)(); });
+  auto started = std::make_shared<bool>(false);
+  LanguageModel::Handlers handlers;
+  handlers.onText = [emit, started](std::string piece) {
+    *started = true;
+    emit(Json::object({{"chunk", std::move(piece)}}));
+  };
+  handlers.onEnd = [emit, done = std::move(done), started, cancel, body, detection,
+                    log = log_](const std::optional<Error>& error) {
+    const bool cancelled = cancel && cancel->isCancelled();
+    if (error && !cancelled) {
+      if (log) log("language model: " + error->description);
+      if (*started) {
+        emit(Json::object({{"error", error->description}}));
+      } else {
+        // The user's words matter more than how well they are put.
+        emitText(ownWords(detection, body), emit);
+      }
+    }
+    done();
+  };
+  model_.stream(*endpoint, promptFor(body, detection, app), stop, std::move(handlers));
+}
+
+}  // namespace kestrin::agent
