@@ -1,9 +1,8 @@
 #include "companion/http/exchange.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cstring>
+#include <poll.h>
 
 namespace kestrin::server {
 
@@ -41,15 +40,15 @@ bool Exchange::answerPieces(std::string contentType) {
 
 void Exchange::send(std::string_view bytes) {
   std::lock_guard lock(mutex_);
-  if (answer_ != Answer::pieces || closed_ || gone_ || bytes.empty()) return;
+  if (answer_ != Answer::pieces || end_ != End::open || gone_ || bytes.empty()) return;
   outgoing_.append(bytes);
   resumeLocked();
 }
 
-void Exchange::close() {
+void Exchange::close(End end) {
   std::lock_guard lock(mutex_);
-  if (answer_ != Answer::pieces) return;
-  closed_ = true;
+  if (answer_ != Answer::pieces || end_ != End::open) return;
+  end_ = end;
   resumeLocked();
 }
 
@@ -86,10 +85,12 @@ MHD_Result Exchange::queueAnswer(const std::shared_ptr<Exchange>& self) {
     std::lock_guard lock(mutex_);
     status = status_;
     if (answer_ == Answer::whole) {
-      response = MHD_create_response_from_buffer(outgoing_.size(), outgoing_.data(), MHD_RESPMEM_MUST_COPY);
+      response = MHD_create_response_from_buffer(outgoing_.size(), outgoing_.data(),
+                                                 MHD_RESPMEM_MUST_COPY);
     } else {
-      response = MHD_create_response_from_callback(
-          MHD_SIZE_UNKNOWN, 16384, readPieces, new std::shared_ptr<Exchange>(self), releaseExchange);
+      response =
+          MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 16384, readPieces,
+                                            new std::shared_ptr<Exchange>(self), releaseExchange);
     }
   }
   if (response == nullptr) return MHD_NO;
@@ -97,7 +98,8 @@ MHD_Result Exchange::queueAnswer(const std::shared_ptr<Exchange>& self) {
   MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
   MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
   if (!allow.empty()) MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, allow.c_str());
-  const MHD_Result result = MHD_queue_response(connection_, static_cast<unsigned>(status), response);
+  const MHD_Result result =
+      MHD_queue_response(connection_, static_cast<unsigned>(status), response);
   MHD_destroy_response(response);
   return result;
 }
@@ -115,7 +117,8 @@ ssize_t Exchange::read(char* target, size_t size) {
     }
     return static_cast<ssize_t>(count);
   }
-  if (closed_) return MHD_CONTENT_READER_END_OF_STREAM;
+  if (end_ == End::whole) return MHD_CONTENT_READER_END_OF_STREAM;
+  if (end_ == End::broken) return MHD_CONTENT_READER_END_WITH_ERROR;
   suspended_ = true;
   MHD_suspend_connection(connection_);
   return 0;
@@ -132,8 +135,9 @@ void Exchange::abandon() {
 bool Exchange::peerHasClosed() const {
   std::lock_guard lock(mutex_);
   if (!suspended_) return false;  // otherwise libmicrohttpd sees it itself
-  pollfd descriptor{MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd,
-                    POLLRDHUP, 0};
+  pollfd descriptor{
+      MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd,
+      POLLRDHUP, 0};
   return poll(&descriptor, 1, 0) > 0 && (descriptor.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <microhttpd.h>
-
 #include <mutex>
 #include <string>
 #include <vector>
@@ -10,11 +9,12 @@
 
 namespace kestrin::server {
 
-/// One request and its answer: the meeting point of the server's thread, which receives and sends, and of
-/// whoever makes the answer. While there is nothing to send the connection is suspended.
+/// One request and its answer: the meeting point of the server's thread, which receives and sends,
+/// and of whoever makes the answer. While there is nothing to send the connection is suspended.
 struct Exchange {
   enum class Answer { none, whole, pieces };
   enum class Next { send, wait, drop };
+  enum class End { open, whole, broken };
 
   // Before dispatch only the server's thread touches these.
   Request request;
@@ -30,13 +30,13 @@ struct Exchange {
   void answerWhole(int status, std::string contentType, Bytes body);
   bool answerPieces(std::string contentType);
   void send(std::string_view bytes);
-  void close();
+  void close(End end);
   bool clientGone() const;
   void onClientGone(Job job);
 
   // For the server's side.
-  /// After dispatch and after each resumption: what to do with the connection, which is suspended here
-  /// when there is nothing to do.
+  /// After dispatch and after each resumption: what to do with the connection, which is suspended
+  /// here when there is nothing to do.
   Next next();
   /// Queues the answer. Server's thread only.
   MHD_Result queueAnswer(const std::shared_ptr<Exchange>& self);
@@ -62,7 +62,7 @@ struct Exchange {
   std::string contentType_;
   Bytes outgoing_;
   size_t sent_ = 0;
-  bool closed_ = false;
+  End end_ = End::open;
   std::vector<Job> goneJobs_;
 };
 

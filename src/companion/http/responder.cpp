@@ -5,6 +5,8 @@ namespace kestrin::server {
 
 namespace {
 
+using End = Exchange::End;
+
 /// Runs `job` when the last copy of the handle goes.
 std::shared_ptr<void> atLastCopy(Job job) {
   return std::shared_ptr<void>(nullptr, [job = std::move(job)](void*) { job(); });
@@ -23,10 +25,12 @@ std::string Request::queryValue(std::string_view name, std::string_view fallback
 }
 
 ResponseStream::ResponseStream(std::shared_ptr<Exchange> exchange)
-    : exchange_(std::move(exchange)), lastHandle_(atLastCopy([open = exchange_] { open->close(); })) {}
+    : exchange_(std::move(exchange)),
+      lastHandle_(atLastCopy([open = exchange_] { open->close(End::whole); })) {}
 
 void ResponseStream::send(std::string_view bytes) { exchange_->send(bytes); }
-void ResponseStream::close() { exchange_->close(); }
+void ResponseStream::close() { exchange_->close(End::whole); }
+void ResponseStream::abort() { exchange_->close(End::broken); }
 bool ResponseStream::clientGone() const { return exchange_->clientGone(); }
 void ResponseStream::onClientGone(Job job) { exchange_->onClientGone(std::move(job)); }
 
@@ -52,6 +56,7 @@ ResponseStream Responder::stream(std::string contentType) const {
   return ResponseStream(exchange_);
 }
 
+const Request& Responder::request() const { return exchange_->request; }
 bool Responder::clientGone() const { return exchange_->clientGone(); }
 void Responder::onClientGone(Job job) const { exchange_->onClientGone(std::move(job)); }
 

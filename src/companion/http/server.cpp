@@ -1,15 +1,14 @@
 #include "companion/http/server.h"
 
 #include <arpa/inet.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <netinet/tcp.h>
 #include <set>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "companion/http/exchange.h"
 #include "companion/http/guard.h"
@@ -29,7 +28,8 @@ MHD_Result collect(void* target, MHD_ValueKind kind, const char* name, const cha
   const std::string key = kind == MHD_HEADER_KIND ? text::lower(name) : name;
   const auto [place, isNew] = map.try_emplace(key, value == nullptr ? "" : value);
   // A repeated header is a list; a repeated Host thus never passes for a good one.
-  if (!isNew && kind == MHD_HEADER_KIND) place->second.append(", ").append(value == nullptr ? "" : value);
+  if (!isNew && kind == MHD_HEADER_KIND)
+    place->second.append(", ").append(value == nullptr ? "" : value);
   return MHD_YES;
 }
 
@@ -43,7 +43,8 @@ Result<int> listenOn(const std::string& address, uint16_t port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   const int on = 1;
   if (fd >= 0 && setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
-      bind(fd, reinterpret_cast<sockaddr*>(&target), sizeof target) == 0 && listen(fd, SOMAXCONN) == 0) {
+      bind(fd, reinterpret_cast<sockaddr*>(&target), sizeof target) == 0 &&
+      listen(fd, SOMAXCONN) == 0) {
     return fd;
   }
   const int code = errno;
@@ -82,10 +83,13 @@ struct Server::State : std::enable_shared_from_this<State> {
   bool watching = false;  // guarded by `mutex`
 
   // The daemon's callbacks; all on its thread.
-  static MHD_Result onAccess(void* self, MHD_Connection* connection, const char* url, const char* method,
-                             const char* version, const char* data, size_t* size, void** holder);
-  static void onCompleted(void* self, MHD_Connection*, void** holder, MHD_RequestTerminationCode code);
-  static void onConnection(void*, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code);
+  static MHD_Result onAccess(void* self, MHD_Connection* connection, const char* url,
+                             const char* method, const char* version, const char* data,
+                             size_t* size, void** holder);
+  static void onCompleted(void* self, MHD_Connection*, void** holder,
+                          MHD_RequestTerminationCode code);
+  static void onConnection(void*, MHD_Connection* connection, void**,
+                           MHD_ConnectionNotificationCode code);
 
   void begin(Exchange& exchange, MHD_Connection* connection, const char* url, const char* method);
   void refuse(Exchange& exchange, int status, std::string message);
@@ -186,7 +190,8 @@ MHD_Result Server::State::onAccess(void* self, MHD_Connection* connection, const
     *holder = fresh;
     state.begin(**fresh, connection, url, method);
     state.add(*fresh);
-    // A body that is too large is not even read: the answer goes out at once and the connection ends.
+    // A body that is too large is not even read: the answer goes out at once and the connection
+    // ends.
     if ((*fresh)->refusal == MHD_HTTP_CONTENT_TOO_LARGE) return state.dispatch(*fresh);
     return MHD_YES;
   }
@@ -194,7 +199,8 @@ MHD_Result Server::State::onAccess(void* self, MHD_Connection* connection, const
   if (*size > 0) {
     Bytes& body = exchange->request.body;
     if (exchange->refusal == 0) {
-      if (body.size() + *size > state.options.bodyLimit) return MHD_NO;  // it did not announce its length
+      if (body.size() + *size > state.options.bodyLimit)
+        return MHD_NO;  // it did not announce its length
       body.append(data, *size);
     }
     *size = 0;
@@ -278,8 +284,8 @@ Status Server::start() {
   getsockname(*fd, reinterpret_cast<sockaddr*>(&bound), &length);
   state_->port = ntohs(bound.sin_port);
   state_->daemon = MHD_start_daemon(
-      MHD_USE_EPOLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &State::onAccess,
-      state_.get(), MHD_OPTION_LISTEN_SOCKET, *fd, MHD_OPTION_CONNECTION_TIMEOUT,
+      MHD_USE_EPOLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr,
+      &State::onAccess, state_.get(), MHD_OPTION_LISTEN_SOCKET, *fd, MHD_OPTION_CONNECTION_TIMEOUT,
       static_cast<unsigned>(state_->options.idleTimeout.count()), MHD_OPTION_CONNECTION_LIMIT,
       state_->options.connectionLimit, MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t{64 * 1024},
       MHD_OPTION_NOTIFY_COMPLETED, &State::onCompleted, state_.get(), MHD_OPTION_NOTIFY_CONNECTION,
