@@ -28,14 +28,15 @@ class Clock {
   virtual ~Clock() = default;
   virtual Date wallNow() const = 0;
   virtual SteadyTime steadyNow() const = 0;
-  /// Blocks the calling job. Never call it on the main queue; `why` is shown when a program is stuck.
+  /// Blocks the calling job. Never call it on the main queue; `why` is shown when a program is
+  /// stuck.
   virtual void sleep(Duration duration, std::string_view why) = 0;
 };
 
-/// An ordered list of work. Jobs of a serial queue run one at a time, in posting order. On a concurrent
-/// queue jobs run side by side, and a barrier job runs alone: after everything posted before it, before
-/// everything posted after it. Thread-safe. Keep queues as `std::shared_ptr<Queue>`; pending jobs keep
-/// their queue alive.
+/// An ordered list of work. Jobs of a serial queue run one at a time, in posting order. On a
+/// concurrent queue jobs run side by side, and a barrier job runs alone: after everything posted
+/// before it, before everything posted after it. Thread-safe. Keep queues as
+/// `std::shared_ptr<Queue>`; pending jobs keep their queue alive.
 class Queue {
  public:
   virtual ~Queue() = default;
@@ -46,9 +47,9 @@ class Queue {
   virtual void postAfter(Duration delay, Job job) = 0;
   /// Concurrent queues: runs `job` alone. On a serial queue the same as `post`.
   virtual void barrier(Job job) = 0;
-  /// Runs `job` on this queue and returns when it has ended. A `sync` from a job of this same queue is a
-  /// programming error and aborts with both names; so does one onto the main queue from a job that the
-  /// main queue waits for.
+  /// Runs `job` on this queue and returns when it has ended. A `sync` from a job of this same queue
+  /// is a programming error and aborts with both names; so does one onto the main queue from a job
+  /// that the main queue waits for.
   virtual void sync(Job job) = 0;
   /// As `sync`, as a barrier.
   virtual void syncBarrier(Job job) = 0;
@@ -57,8 +58,8 @@ class Queue {
 };
 using QueueRef = std::shared_ptr<Queue>;
 
-/// A pending or repeating job. Destroying (or cancelling) it on the queue it fires on guarantees that it
-/// does not fire afterwards; from another thread one firing may already be under way.
+/// A pending or repeating job. Destroying (or cancelling) it on the queue it fires on guarantees
+/// that it does not fire afterwards; from another thread one firing may already be under way.
 class Timer {
  public:
   virtual ~Timer() = default;
@@ -79,8 +80,8 @@ class Semaphore {
 enum class QueueKind { serial, concurrent };
 
 /// The engine: makes queues, timers and semaphores. Two implementations: threads (the product) and
-/// simulation (deterministic, virtual time). Product code takes a `Dispatch&` and uses nothing else for
-/// asynchrony.
+/// simulation (deterministic, virtual time). Product code takes a `Dispatch&` and uses nothing else
+/// for asynchrony.
 class Dispatch {
  public:
   virtual ~Dispatch() = default;
@@ -94,7 +95,8 @@ class Dispatch {
 
   /// Fires `job` once on `queue` after `delay`.
   virtual TimerHandle after(const QueueRef& queue, Duration delay, Job job) = 0;
-  /// Fires `job` on `queue` every `interval`, first after one interval. A late firing is not made up for.
+  /// Fires `job` on `queue` every `interval`, first after one interval. A late firing is not made
+  /// up for.
   virtual TimerHandle every(const QueueRef& queue, Duration interval, Job job) = 0;
 
   /// `name` says what a waiter waits for; it is shown when a program is stuck.

@@ -9,10 +9,10 @@
 
 namespace kestrin {
 
-/// Deterministic engine in virtual time. Exactly one job runs at a time, on a stack of its own, so that
-/// product code which sleeps, waits or syncs runs unchanged; when nothing can run the clock jumps to the
-/// next deadline. Among jobs that could run, the seed chooses: the same seed gives the same order to the
-/// byte. Not thread-safe: everything happens on the calling thread.
+/// Deterministic engine in virtual time. Exactly one job runs at a time, on a stack of its own, so
+/// that product code which sleeps, waits or syncs runs unchanged; when nothing can run the clock
+/// jumps to the next deadline. Among jobs that could run, the seed chooses: the same seed gives the
+/// same order to the byte. Not thread-safe: everything happens on the calling thread.
 class Simulation : public Dispatch {
  public:
   /// `seed` 0 takes KESTRIN_SEED from the environment, else 1. Wall time starts at
@@ -25,8 +25,8 @@ class Simulation : public Dispatch {
   virtual void jump(Duration duration) = 0;
   /// Runs what can run now without moving the clock.
   virtual void runReady() = 0;
-  /// Runs until `done` holds or `limit` of virtual time has passed; says which. Also ends (false) when
-  /// nothing is left that could ever run.
+  /// Runs until `done` holds or `limit` of virtual time has passed; says which. Also ends (false)
+  /// when nothing is left that could ever run.
   virtual bool runUntil(const std::function<bool()>& done, Duration limit) = 0;
 
   virtual Duration elapsed() const = 0;

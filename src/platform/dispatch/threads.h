@@ -7,8 +7,9 @@
 
 namespace kestrin {
 
-/// How the main queue reaches its loop: `wake` is called from any thread when the main queue has work;
-/// the loop answers by calling `drain` on its own thread. The Qt shell wires this to an eventfd.
+/// How the main queue reaches its loop: `wake` is called from any thread when the main queue has
+/// work; the loop answers by calling `drain` on its own thread. The Qt shell wires this to an
+/// eventfd.
 class MainLoop {
  public:
   virtual ~MainLoop() = default;

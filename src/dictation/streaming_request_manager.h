@@ -1,0 +1,97 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dictation/cursor_context.h"
+#include "dictation/streaming_request.h"
+#include "dictation/undelivered.h"
+
+namespace kestrin {
+
+enum class DeliveryOutcome {
+  nothing,     ///< the stream brought no text
+  inserted,    ///< all of it is in the document
+  pasted,      ///< read back after the paste
+  unverified,  ///< inserted or pasted, and nothing could be read back
+  clipboard,   ///< not in the target: on the clipboard, and kept as undelivered
+  kept,        ///< not in the target and not on the clipboard: kept as undelivered
+  cancelled,   ///< the user stopped it
+};
+
+struct DeliveryReport {
+  std::string requestId;
+  DeliveryOutcome outcome = DeliveryOutcome::nothing;
+  /// What did not arrive, or could not be confirmed; empty when all is well.
+  std::string text;
+  /// A line for the status when there is something to say ("⚠️ ..."), else empty.
+  std::string message;
+};
+
+class DeferredPaste;
+
+/// Turns arriving chunks into text in another application while the user may be working elsewhere: keeps
+/// the running requests, decides when a request's pending text is inserted, and how (in the background,
+/// or collected for one paste at the end). Make it with `std::make_shared`. Thread-safe.
+class StreamingRequestManager : public std::enable_shared_from_this<StreamingRequestManager> {
+ public:
+  StreamingRequestManager(InsertionPorts ports, Logger& logger, UndeliveredStore& undelivered);
+  ~StreamingRequestManager();
+
+  /// Blocks on other programs: off the main queue.
+  std::shared_ptr<CursorContext> captureCursorContext();
+  std::shared_ptr<StreamingRequest> createRequest(std::shared_ptr<CursorContext> context);
+  /// Null when there is none.
+  std::shared_ptr<StreamingRequest> getRequest(const std::string& id) const;
+  void addChunk(std::string_view text, const std::string& id);
+  /// Blocks until the text is delivered (or found undeliverable): off the main queue. `onDelivery` has
+  /// been posted when it returns, unless the delivery takes more than 10 s.
+  void completeRequest(const std::string& id);
+  void cancelRequest(const std::string& id);
+  /// All that are not cancelled, oldest first.
+  std::vector<std::shared_ptr<StreamingRequest>> getActiveRequests() const;
+  /// Neither complete nor cancelled.
+  int activeRequestCount() const;
+
+  /// On the main queue after any change of the table or of a request. Set both on the main queue.
+  std::function<void()> onRequestsChange;
+  /// On the main queue, once for each completed request: where its text ended.
+  std::function<void(const DeliveryReport&)> onDelivery;
+
+ private:
+  struct Delivery;
+
+  void processPendingChunks();
+  void processChunksForRequest(const std::shared_ptr<StreamingRequest>& request, bool force);
+  void activateAndType(const std::shared_ptr<StreamingRequest>& request, std::string text);
+  void deliverPiece(const std::shared_ptr<StreamingRequest>& request, const std::string& text);
+  void flushDeferredPaste(const std::shared_ptr<StreamingRequest>& request);
+  DeliveryReport finishDelivery(const std::shared_ptr<StreamingRequest>& request);
+  void attemptCleanupRequest(const std::string& id, int remainingAttempts);
+  void cleanupActivation(const std::string& id);
+  void notifyRequestsChanged();
+  void armTick();
+
+  InsertionPorts ports_;
+  Logger& logger_;
+  UndeliveredStore& undelivered_;
+  QueueRef requestQueue_;
+  QueueRef typingQueue_;
+  /// Accessibility writes and deferred pastes, in order: they can hold a thread for seconds.
+  QueueRef deliveryQueue_;
+  std::unique_ptr<DeferredPaste> paste_;
+  std::map<std::string, std::shared_ptr<StreamingRequest>> activeRequests_;  ///< on `requestQueue_`
+  std::map<std::string, Delivery> deliveries_;                              ///< on `requestQueue_`
+
+  mutable std::mutex scheduleMutex_;
+  std::map<std::string, SteadyTime> lastPasteTime_;
+  std::optional<std::string> currentlyTypingRequestId_;
+  TimerHandle processingTimer_;
+};
+
+}  // namespace kestrin
