@@ -28,7 +28,8 @@ struct FilesContract : ::testing::Test {
   std::string at(const std::string& name) { return world.folder() + "/" + name; }
   std::string names(const std::string& folder) {
     std::string out;
-    for (const auto& info : files.list(folder).value()) {
+    const auto entries = files.list(folder).value();
+    for (const auto& info : entries) {
       out += info.path.substr(info.path.rfind('/') + 1) + (info.isDirectory ? "/ " : " ");
     }
     return out;

@@ -6,7 +6,12 @@
 namespace kestrin {
 namespace {
 
-std::string baseName(const std::string& program) { return program.substr(program.rfind('/') + 1); }
+/// The name to look up: of a bare name or an absolute path; a relative path names nothing.
+std::string baseName(const std::string& program) {
+  const size_t slash = program.rfind('/');
+  if (slash == std::string::npos) return program;
+  return program[0] == '/' ? program.substr(slash + 1) : std::string();
+}
 
 tl::unexpected<Error> failure(const ProcessSpec& spec, int number) {
   return fail("Processes", number, spec.program + ": " + std::generic_category().message(number));
