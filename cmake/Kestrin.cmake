@@ -26,10 +26,10 @@ function(kestrin_program name)
   endif()
 endfunction()
 
-# kestrin_tests(NAME FOLDERS dir... LINK lib... [LABELS label...]): one test program from every
-# *_test.cpp (and helper .cpp) in tests/<dir>, registered case by case with CTest.
+# kestrin_tests(NAME FOLDERS dir... LINK lib... [LABELS label...] [INSIDE command...]): one test program
+# from every .cpp in tests/<dir>. CTest runs it inside the command (a private desktop).
 function(kestrin_tests name)
-  cmake_parse_arguments(ARG "" "" "FOLDERS;LINK;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "FOLDERS;LINK;LABELS;INSIDE" ${ARGN})
   set(sources)
   foreach(folder ${ARG_FOLDERS})
     file(GLOB found CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${folder}/*.cpp)
@@ -43,6 +43,6 @@ function(kestrin_tests name)
   target_compile_definitions(${name} PRIVATE KESTRIN_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
                              KESTRIN_BINARY_DIR="${CMAKE_BINARY_DIR}")
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main)
-  add_test(NAME ${name} COMMAND ${name})
+  add_test(NAME ${name} COMMAND ${ARG_INSIDE} $<TARGET_FILE:${name}>)
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 600)
 endfunction()
