@@ -39,6 +39,7 @@ void EditorWorld::open(const std::string& text, TextRange selection) {
   };
   // The first start in a new home leaves some editors without a focus; their second one is well.
   for (int attempt = 0; attempt < 3; ++attempt) {
+    program.reset();
     start(arguments);
     if (eventually(shown, std::chrono::seconds(8))) break;
   }

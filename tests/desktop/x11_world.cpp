@@ -1,0 +1,81 @@
+#include "desktop/x11_world.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <signal.h>
+#include <thread>
+
+#include "platform/linux/x11_keyboard.h"
+
+namespace kestrin {
+
+std::string shell(const std::string& line) {
+  std::string output;
+  FILE* pipe = popen(line.c_str(), "r");
+  char buffer[4096];
+  while (const size_t n = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+  pclose(pipe);
+  return output;
+}
+
+std::string scratchFile(const std::string& name) {
+  const char* folder = std::getenv("DESKTOP_SESSION_DIR");
+  return std::string(folder ? folder : "/tmp") + "/" + name;
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+BackgroundProgram::BackgroundProgram(const std::string& line)
+    : pid_(std::atoi(shell("exec 3>&1; " + line + " >/dev/null 2>&1 3>&- & echo $!").c_str())) {}
+
+void BackgroundProgram::end() {
+  if (pid_ > 0) kill(pid_, SIGKILL);
+  pid_ = 0;
+}
+
+void X11World::openPrograms() {
+  for (const char* name : {"editor.txt", "other.txt"}) writeFile(scratchFile(name), "");
+  editor_ =
+      std::make_unique<BackgroundProgram>("mousepad --disable-server " + scratchFile("editor.txt"));
+  other_ =
+      std::make_unique<BackgroundProgram>("mousepad --disable-server " + scratchFile("other.txt"));
+  ASSERT_TRUE(eventually([&] { return windowOf(editorPid()) && windowOf(otherPid()); }));
+}
+
+std::string X11World::editorText() {
+  shell("xdotool key ctrl+s");
+  return text::trim(readFile(scratchFile("editor.txt")));
+}
+
+void X11World::hold(const std::string& modifier, const std::string& verb) {
+  shell("xdotool " + verb + (modifier == "shift" ? " 50" : " 37"));
+}
+
+bool X11World::isHeld(const std::string& modifier) {
+  auto x = X11Connection::open("", "Test");
+  const X11KeySet keys = x11PressedKeys(**x);
+  return modifier == "shift" ? keys.contains(50) || keys.contains(62)
+                             : keys.contains(37) || keys.contains(105);
+}
+
+void X11World::userCopies(const std::string& text) {
+  writeFile(scratchFile("copied"), text);
+  shell("xclip -selection clipboard -in " + scratchFile("copied") + " >/dev/null 2>&1");
+}
+
+std::string X11World::otherProgramFetches() {
+  return shell("xclip -selection clipboard -out -target UTF8_STRING 2>&1");
+}
+
+void X11World::pause() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
+
+}  // namespace kestrin
