@@ -20,10 +20,6 @@ const Subject subjects[] = {
      [] {
        return std::unique_ptr<RealWorld>(new EditorWorld({"mousepad", "--disable-server"}));
      }},
-    {"gnome_text_editor",
-     [] {
-       return std::unique_ptr<RealWorld>(new EditorWorld({"gnome-text-editor", "--standalone"}));
-     }},
     {"featherpad",
      [] {
        return std::unique_ptr<RealWorld>(new EditorWorld({"featherpad", "--standalone"}));
