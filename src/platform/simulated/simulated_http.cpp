@@ -5,7 +5,6 @@
 #include <fnmatch.h>
 
 #include "platform/http_delivery.h"
-#include "platform/simulated/simulated_file_sink.h"
 
 namespace kestrin {
 namespace {
@@ -21,6 +20,21 @@ bool matches(const std::string& pattern, const std::string& target) {
   return fnmatch(pattern.c_str(), path.c_str(), 0) == 0 ||
          fnmatch(pattern.c_str(), target.c_str(), 0) == 0;
 }
+
+class SimulatedDownload final : public HttpFile {
+ public:
+  SimulatedDownload(Files* files, std::string path) : files_(files), path_(std::move(path)) {}
+  Status write(std::string_view bytes) override {
+    content_ += bytes;
+    return {};
+  }
+  Status commit() override { return files_ ? files_->writeAtomic(path_, content_) : Status(); }
+
+ private:
+  Files* const files_;
+  const std::string path_;
+  Bytes content_;
+};
 
 struct SessionState {
   HttpSessionConfiguration configuration;
@@ -328,10 +342,13 @@ class SimulatedSession final : public HttpSession {
   HttpTaskRef download(HttpRequest request, std::string path,
                        std::function<void(int64_t, int64_t)> onProgress,
                        std::function<void(Result<HttpResponse>)> completion) override {
-    return core_->start(
-        state_, "http.download", std::move(request),
-        std::make_unique<SimulatedFileSink>(core_->files, std::move(path), std::move(onProgress),
-                                            std::move(completion)));
+    const auto open = [files = core_->files,
+                       path = std::move(path)]() -> Result<std::unique_ptr<HttpFile>> {
+      return std::make_unique<SimulatedDownload>(files, path);
+    };
+    return core_->start(state_, "http.download", std::move(request),
+                        makeFileSink(state_->configuration.maximumBodyBytes, open,
+                                     std::move(onProgress), std::move(completion)));
   }
 
  private:
