@@ -35,18 +35,28 @@ enum class AudioStop {
   noFirstData,  ///< opened, but no data within the first-data deadline (a suspended device)
 };
 
+/// Codes of errors in the domain "Audio".
+enum AudioErrorCode { noSoundServer = 1, noAudioDevice = 2, audioRefused = 3, unplayableSound = 4 };
+
 struct CaptureOptions {
   AudioSource source = AudioSource::microphone;
   std::string deviceId;  ///< empty: the default device
   int framesPerBlock = 4096;
-  /// Frames of float samples, `channels` interleaved, on the audio thread: return quickly, never wait.
-  /// Exactly `framesPerBlock` frames each, whatever the server sends; the partial block comes at `stop`.
+  /// How long an opened device may stay silent; a headset that changes its profile needs over a
+  /// second.
+  Duration firstDataDeadline = std::chrono::seconds(2);
+  /// Once, on the audio thread, as soon as the device has delivered anything at all.
+  std::function<void()> onFirstData;
+  /// Frames of float samples, `channels` interleaved, on the audio thread: return quickly, never
+  /// wait. Exactly `framesPerBlock` frames each, whatever the server sends; the partial block comes
+  /// at `stop` or before `onStopped`.
   std::function<void(const float* samples, int frames, const AudioFormat&)> onBlock;
   /// On the audio thread, at most once; nothing follows.
   std::function<void(AudioStop)> onStopped;
 };
 
-/// A running capture. Destroying it stops it: no callback runs afterwards.
+/// A running capture. Destroying it stops it: no callback runs afterwards. Neither is to be done
+/// from its own callbacks.
 class AudioCapture {
  public:
   virtual ~AudioCapture() = default;
@@ -63,8 +73,8 @@ class AudioPlayback {
   virtual void setVolume(float volume) = 0;  ///< 0 to 1
 };
 
-/// The sound server. Opening blocks up to 2 s (a few milliseconds as a rule). Thread-safe. Errors: domain
-/// "Audio". Comes back by itself when the server is there again.
+/// The sound server. Opening blocks up to 2 s (a few milliseconds as a rule). Thread-safe. Errors:
+/// domain "Audio". Comes back by itself when the server is there again.
 class Audio {
  public:
   virtual ~Audio() = default;
@@ -73,7 +83,8 @@ class Audio {
   virtual Result<std::vector<AudioDevice>> outputDevices() = 0;
   virtual Status setDefaultInput(const std::string& id) = 0;
   virtual Status setDefaultOutput(const std::string& id) = 0;
-  /// The format a capture of this device would have now. Sample rate 0 when there is no such device.
+  /// The format a capture of this device would have now. Sample rate 0 when there is no such
+  /// device.
   virtual AudioFormat inputFormat(const std::string& deviceId) = 0;
   virtual Result<std::unique_ptr<AudioCapture>> capture(CaptureOptions options) = 0;
   /// Plays a WAV file's bytes (PCM 8/16/24/32 or float); `onEnd(finished)` on any thread.
