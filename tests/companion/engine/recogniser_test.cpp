@@ -12,6 +12,11 @@ namespace {
 
 using kestrin::testing::SpeechSample;
 
+const std::vector<SpeechSample>& synthesisedOnce() {
+  static const auto samples = testing::synthesised(::testing::TempDir());
+  return samples;
+}
+
 class RecogniserTest : public ::testing::TestWithParam<ModelSize> {
  protected:
   void SetUp() override {
@@ -53,7 +58,7 @@ class RecogniserTest : public ::testing::TestWithParam<ModelSize> {
 // The bounds are several times what was measured; a broken decoder is far beyond them.
 TEST_P(RecogniserTest, UnderstandsPeopleAndTheSynthesiser) {
   auto samples = testing::readAloud();
-  const auto synthesised = testing::synthesised(::testing::TempDir());
+  const auto& synthesised = synthesisedOnce();
   if (samples.empty() && synthesised.empty()) GTEST_SKIP() << "no recordings are installed";
   samples.insert(samples.end(), synthesised.begin(), synthesised.end());
   const double rate = errorRate(samples);
@@ -76,7 +81,7 @@ TEST_P(RecogniserTest, HearsNothingWhereNobodySpeaks) {
 }
 
 TEST_P(RecogniserTest, LosesNothingOfALongRecording) {
-  const auto sentences = testing::synthesised(::testing::TempDir());
+  const auto& sentences = synthesisedOnce();
   if (sentences.empty()) GTEST_SKIP() << "no synthesiser is installed";
   SpeechSample whole;
   for (size_t i = 0; whole.samples.size() < 70u * sampleRate; ++i) {
