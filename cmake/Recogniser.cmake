@@ -15,6 +15,6 @@ add_library(onnxruntime SHARED IMPORTED)
 set_target_properties(onnxruntime PROPERTIES
   IMPORTED_LOCATION ${CMAKE_BINARY_DIR}/lib/libonnxruntime.so.1
   IMPORTED_SONAME libonnxruntime.so.1
-  INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${KESTRIN_RECOGNISER_FILES}/include)
+  INTERFACE_INCLUDE_DIRECTORIES ${KESTRIN_RECOGNISER_FILES}/include)
 
 kestrin_library(kestrin_recogniser FOLDERS companion/recogniser/onnx LINK kestrin_companion onnxruntime)

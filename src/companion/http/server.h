@@ -39,6 +39,9 @@ class ResponseStream {
   void send(std::string_view bytes);
   /// Ends the answer after what was sent.
   void close();
+  /// Breaks the connection off after what was sent, so that the client sees that the answer is not
+  /// whole.
+  void abort();
   bool clientGone() const;
   /// Runs `job` once when the client goes before the end (at once if it has gone already), on a
   /// thread of the server. It must not block.
@@ -61,6 +64,8 @@ class Responder {
   void error(int status, std::string_view message) const;
   /// Starts an answer in pieces with status 200 ("text/event-stream", "application/x-ndjson", ...).
   ResponseStream stream(std::string contentType) const;
+  /// The request that is answered; it lives as long as this handle.
+  const Request& request() const;
   /// See ResponseStream: true once the client has gone before the answer.
   bool clientGone() const;
   void onClientGone(Job job) const;

@@ -1,0 +1,70 @@
+#include "companion/companion.h"
+
+#include "companion/agent/agent_service.h"
+#include "companion/recogniser/service.h"
+
+namespace kestrin {
+
+namespace {
+
+// Half an hour of speech; a long context.
+constexpr size_t mostAudioBytes = 64u << 20;
+constexpr size_t mostJsonBytes = 8u << 20;
+// A model that thinks sends nothing for a while.
+constexpr std::chrono::milliseconds modelPatience{110'000};
+
+}  // namespace
+
+Companion::Companion(Dispatch& dispatch, Http& http, std::function<void(std::string)> log)
+    : dispatch_(dispatch),
+      http_(http),
+      log_(std::move(log)),
+      session_(http_.makeSession({.requestTimeout = modelPatience})),
+      model_(session_) {}
+
+server::Server& Companion::addServer(const CompanionOptions& options, std::string name,
+                                     uint16_t port, size_t bodyLimit) {
+  server::ServerOptions serverOptions;
+  serverOptions.bindAddress = options.bindAddress;
+  serverOptions.port = port;
+  serverOptions.bodyLimit = bodyLimit;
+  servers_.push_back({std::move(name), std::make_unique<server::Server>(dispatch_, serverOptions)});
+  return *servers_.back().server;
+}
+
+Result<std::vector<Companion::Listening>> Companion::start(
+    const CompanionOptions& options, std::function<void(const Status&)> onLoaded) {
+  if (options.backendPort) {
+    auto store = backend::Store::open(options.storePath);
+    if (!store) return fail(store.error());
+    backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
+    backend_->addRoutes(addServer(options, "backend", *options.backendPort, mostJsonBytes));
+  }
+  if (options.agentPort) {
+    agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
+    agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
+  }
+  if (options.modelPort) {
+    agent::addModelHealthRoutes(addServer(options, "llm", *options.modelPort, mostJsonBytes),
+                                model_, options.modelUrl);
+  }
+  server::Server* recogniserServer = nullptr;
+  if (options.recogniserPort) {
+    recogniserServer = &addServer(options, "asr", *options.recogniserPort, mostAudioBytes);
+    // The engine is loaded only when the ports are there: a second instance must fail at once.
+    transcriber_ = std::make_unique<recogniser::Transcriber>(dispatch_);
+    recogniser::addRoutes(*recogniserServer, dispatch_, *transcriber_);
+  }
+  std::vector<Listening> listening;
+  for (const Running& running : servers_) {
+    if (const Status status = running.server->start(); !status) return fail(status.error());
+    listening.push_back({running.name, running.server->port()});
+  }
+  if (transcriber_) {
+    transcriber_->load([engine = options.engine] { return recogniser::loadEngine(engine); },
+                       std::move(onLoaded));
+  }
+  return listening;
+}
+
+}  // namespace kestrin

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "companion/agent/local_agent.h"
+#include "companion/backend/backend_service.h"
+#include "companion/http/server.h"
+#include "companion/recogniser/transcriber.h"
+
+namespace kestrin {
+
+struct CompanionOptions {
+  std::string bindAddress = "127.0.0.1";
+  /// Nothing: the service is not offered. 0: any free port.
+  std::optional<uint16_t> recogniserPort = 8001;
+  std::optional<uint16_t> modelPort = 8082;
+  std::optional<uint16_t> agentPort = 8765;
+  std::optional<uint16_t> backendPort = 8780;
+  recogniser::EngineOptions engine;
+  std::string storePath;                ///< of the backend's data
+  std::optional<std::string> modelUrl;  ///< of a local language model
+  std::string hostedModelUrl;           ///< of the hosted one
+};
+
+/// The local services in one process. Stops them when it is destroyed.
+class Companion {
+ public:
+  struct Listening {
+    std::string service;
+    uint16_t port = 0;
+  };
+
+  /// `log` gets one line a failure, from any thread; `onLoaded` the outcome of loading the
+  /// recogniser, on the recogniser's queue.
+  Companion(Dispatch& dispatch, Http& http, std::function<void(std::string)> log);
+
+  /// Listens on every port, then loads the recogniser while the others answer. Errors: the first
+  /// port that cannot be had, or the store's.
+  Result<std::vector<Listening>> start(const CompanionOptions& options,
+                                       std::function<void(const Status&)> onLoaded);
+
+ private:
+  server::Server& addServer(const CompanionOptions& options, std::string name, uint16_t port,
+                            size_t bodyLimit);
+
+  Dispatch& dispatch_;
+  Http& http_;
+  std::function<void(std::string)> log_;
+  std::shared_ptr<HttpSession> session_;
+  agent::LanguageModel model_;
+  std::unique_ptr<recogniser::Transcriber> transcriber_;
+  std::unique_ptr<agent::LocalAgent> agent_;
+  std::unique_ptr<backend::BackendService> backend_;
+  // Last, so that they stop before what they serve is taken down.
+  struct Running {
+    std::string name;
+    std::unique_ptr<server::Server> server;
+  };
+  std::vector<Running> servers_;
+};
+
+}  // namespace kestrin

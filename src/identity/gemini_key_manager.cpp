@@ -1,0 +1,33 @@
+#include "identity/gemini_key_manager.h"
+
+#include "platform/text/text.h"
+
+namespace kestrin {
+namespace {
+
+constexpr const char* clearTextKey = "pref_geminiApiKey";
+
+}  // namespace
+
+std::string GeminiKeyManager::apiKey() {
+  if (const auto stored = keychain_.load(keychainKey); stored && text::isValidUtf8(*stored)) {
+    const std::string key = text::trim(*stored);
+    if (!key.empty()) return key;
+  }
+  const std::string clear = text::trim(settings_.string(clearTextKey));
+  if (clear.empty()) return {};
+  save(clear);
+  return clear;
+}
+
+void GeminiKeyManager::save(const std::string& text) {
+  const std::string key = text::trim(text);
+  if (key.empty()) {
+    keychain_.remove(keychainKey);
+  } else {
+    keychain_.save(key, keychainKey);
+  }
+  settings_.remove(clearTextKey);
+}
+
+}  // namespace kestrin

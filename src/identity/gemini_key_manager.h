@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "identity/keychain_helper.h"
+#include "platform/settings.h"
+
+namespace kestrin {
+
+/// The user's key for the hosted language model, in the secret store. Thread-safe; blocks as
+/// KeychainHelper does.
+class GeminiKeyManager {
+ public:
+  static constexpr const char* keychainKey = "com.kestrin.nibo.gemini_api_key";
+
+  GeminiKeyManager(KeychainHelper& keychain, SettingsStore& settings)
+      : keychain_(keychain), settings_(settings) {}
+
+  /// Empty when there is no key. A key that older settings hold in the clear moves to the store.
+  std::string apiKey();
+  /// An empty text removes the key.
+  void save(const std::string& text);
+
+ private:
+  KeychainHelper& keychain_;
+  SettingsStore& settings_;
+};
+
+}  // namespace kestrin

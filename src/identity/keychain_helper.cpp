@@ -1,0 +1,44 @@
+#include "identity/keychain_helper.h"
+
+namespace kestrin {
+
+void KeychainHelper::save(const Bytes& data, const std::string& key) {
+  std::lock_guard lock(mutex_);
+  saveLocked(data, key);
+}
+
+void KeychainHelper::saveLocked(const Bytes& data, const std::string& key) {
+  cache_[key] = data;
+  cacheLoaded_.insert(key);
+  store_.remove(service, key);
+  store_.remove(legacyService, key);
+  store_.save(service, key, data);
+}
+
+std::optional<Bytes> KeychainHelper::load(const std::string& key) {
+  std::lock_guard lock(mutex_);
+  if (cacheLoaded_.count(key) != 0) {
+    const auto cached = cache_.find(key);
+    return cached == cache_.end() ? std::nullopt : std::optional<Bytes>(cached->second);
+  }
+  for (const char* place : {service, legacyService}) {
+    auto value = store_.load(place, key);
+    if (!value) continue;
+    cache_[key] = *value;
+    cacheLoaded_.insert(key);
+    if (place == legacyService) saveLocked(*value, key);
+    return value;
+  }
+  cacheLoaded_.insert(key);
+  return std::nullopt;
+}
+
+void KeychainHelper::remove(const std::string& key) {
+  std::lock_guard lock(mutex_);
+  cache_.erase(key);
+  cacheLoaded_.erase(key);
+  store_.remove(service, key);
+  store_.remove(legacyService, key);
+}
+
+}  // namespace kestrin
