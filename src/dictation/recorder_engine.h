@@ -44,7 +44,8 @@ class RecorderEngine {
   AudioFormat inputFormat() const;
   void setInputFormat(const AudioFormat& format);  ///< an unusable one means "not ready"
   uint64_t starts() const;                         ///< recordings begun so far
-  uint64_t generation() const;                     ///< number of the present capture
+  /// Number of the present capture; whatever replaces or closes it changes it.
+  uint64_t generation() const { return meter_->generation; }
   float level() const { return meter_->level; }
   std::optional<Duration> firstSoundAfter() const;
 
