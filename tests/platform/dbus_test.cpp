@@ -1,9 +1,10 @@
 #include "platform/linux/dbus.h"
 
-#include <cstdio>
 #include <future>
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <unistd.h>
+
+#include "platform/private_bus.h"
 
 namespace kestrin::dbus {
 namespace {
@@ -11,35 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 
 const Target service{"org.test.Peer", "/peer", "org.test.Peer"};
-
-/// A bus of its own, so that a test may end it.
-class PrivateBus {
- public:
-  PrivateBus() {
-    output_ = popen(
-        "exec dbus-daemon --session --nofork --nopidfile --address=unix:tmpdir=/tmp "
-        "--print-address=1 --print-pid=1",
-        "r");
-    char line[512] = {};
-    if (fgets(line, sizeof line, output_))
-      address_ = std::string(line).substr(0, std::string(line).find('\n'));
-    if (fgets(line, sizeof line, output_)) pid_ = atoi(line);
-  }
-  ~PrivateBus() {
-    stop();
-    pclose(output_);
-  }
-  void stop() {
-    if (pid_ > 0) kill(pid_, SIGKILL);
-    pid_ = 0;
-  }
-  std::unique_ptr<Connection> connect() { return std::move(Connection::open(address_).value()); }
-
- private:
-  FILE* output_;
-  std::string address_;
-  int pid_ = 0;
-};
 
 /// A program on the bus; `Stall` answers only once the test lets it.
 class Peer {
