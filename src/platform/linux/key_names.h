@@ -9,8 +9,9 @@ namespace kestrin {
 /// A key that can be the hold key.
 struct HoldKey {
   const char* name;
-  int evdevCode;   ///< of the kernel; an X server's keycode is 8 more
-  int x11Keycode;  ///< what an X server calls it; 0: never reaches it
+  int evdevCode;       ///< of the kernel; an X server's keycode is 8 more
+  int x11Keycode;      ///< what an X server calls it
+  const char* symbol;  ///< its key symbol, as desktops name keys in shortcuts
 };
 
 /// In the order in which they are offered, the default first.
