@@ -168,7 +168,12 @@ void AppDelegate::stopRecordingAndTranscribe() {
   const auto capture = capture_;
   if (!capture || !capture->cursor) {
     services_.mainWindow.updateStatus("❌ No cursor context", StatusColor::red);
-    return services_.overlay.hideOverlay();
+    services_.overlay.hideOverlay();
+    // A program that answers late must not cost the user what was said.
+    services_.undelivered.keepRecording(
+        {services_.random.uuid(), services_.dispatch.clock().wallNow(), std::move(pcm),
+         CapturedContext{.audioDurationMs = durationMs}, "No cursor context"});
+    return services_.overlay.offerSendAgain();
   }
   if (capture->workspaceKnown) return sendRecording(capture, std::move(pcm), durationMs);
   capture->onWorkspaceKnown = lifetime_.guard(

@@ -34,7 +34,7 @@ void DictationSender::send(Outgoing outgoing) {
 TranscriptionService::ChunkHandler DictationSender::chunkHandler(const std::string& id) {
   auto isFirst = std::make_shared<std::atomic<bool>>(true);
   std::function<void()> first = lifetime_.guard([this] {
-    services_.overlay.returnToStreamingView();
+    leaveRecordingView();
     services_.mainWindow.updateStatus("📝 Streaming...", StatusColor::primary);
   });
   return [manager = services_.manager, main = services_.dispatch.mainQueue(), id, isFirst,
@@ -46,7 +46,7 @@ TranscriptionService::ChunkHandler DictationSender::chunkHandler(const std::stri
 
 TranscriptionService::Completion DictationSender::completion(const std::shared_ptr<Run>& run) {
   std::function<void()> ended = lifetime_.guard([this] {
-    services_.overlay.hideOverlay();
+    leaveRecordingView();
     services_.recorder.cleanup();
   });
   std::function<void(const Result<TranscriptionResult>&)> handle = lifetime_.guard(
@@ -61,6 +61,11 @@ TranscriptionService::Completion DictationSender::completion(const std::shared_p
       main->post([handle, result] { handle(result); });
     });
   };
+}
+
+/// The pill belongs to the next dictation when its recording runs already.
+void DictationSender::leaveRecordingView() {
+  if (!services_.recorder.isRecording()) services_.overlay.hideOverlay();
 }
 
 void DictationSender::delivered(const DeliveryReport& report) {

@@ -29,6 +29,7 @@ class DictationSender {
   struct Run;
   TranscriptionService::ChunkHandler chunkHandler(const std::string& id);
   TranscriptionService::Completion completion(const std::shared_ptr<Run>& run);
+  void leaveRecordingView();
   void delivered(const DeliveryReport& report);
   void finish(const Run& run, const Result<TranscriptionResult>& result);
 

@@ -1,9 +1,50 @@
 #include "services/local/embedded_host.h"
 
 #include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 namespace kestrin {
+namespace {
+
+/// The port of an address on this machine.
+std::optional<int> loopbackPort(const std::string& url) {
+  for (const std::string_view host : {"http://127.0.0.1:", "http://localhost:"}) {
+    if (!url.starts_with(host)) continue;
+    int port = 0;
+    const char* end = url.data() + url.size();
+    const auto parsed = std::from_chars(url.data() + host.size(), end, port);
+    if (parsed.ec == std::errc() && (parsed.ptr == end || *parsed.ptr == '/')) return port;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool EmbeddedHost::canServe(const Endpoints& endpoints) {
+  return loopbackPort(endpoints.asr) && loopbackPort(endpoints.agent);
+}
+
+/// The companion listens where we shall ask, and leaves out what is elsewhere.
+std::vector<std::string> EmbeddedHost::arguments() const {
+  struct Service {
+    const char* name;
+    const std::string& url;
+    int otherwise;
+  };
+  std::string ports;
+  std::string services;
+  for (const Service& service :
+       {Service{"asr", endpoints_.asr, 8001}, Service{"llm", endpoints_.llm, 8082},
+        Service{"agent", endpoints_.agent, 8765}, Service{"backend", endpoints_.backend, 8780}}) {
+    const auto port = loopbackPort(service.url);
+    ports += (ports.empty() ? "" : ",") + std::to_string(port.value_or(service.otherwise));
+    if (port) services += (services.empty() ? "" : ",") + std::string(service.name);
+  }
+  return {"--ports", ports, "--services", services};
+}
 
 EmbeddedHost::EmbeddedHost(Dispatch& dispatch, Http& http, Processes& processes, Logger& logger,
                            const Endpoints& endpoints, std::string program)
@@ -60,11 +101,12 @@ void EmbeddedHost::probe(std::function<void(bool)> onAnswer) {
 void EmbeddedHost::spawn() {
   if (stopped_) return;
   startedAt_ = dispatch_.clock().steadyNow();
-  auto started = processes_.start({.program = program_}, dispatch_.mainQueue(),
-                                  lifetime_.guard([this](const std::string& line, bool) {
-                                    logger_.log("Companion", LogLevel::info, line);
-                                  }),
-                                  lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
+  auto started =
+      processes_.start({.program = program_, .arguments = arguments()}, dispatch_.mainQueue(),
+                       lifetime_.guard([this](const std::string& line, bool) {
+                         logger_.log("Companion", LogLevel::info, line);
+                       }),
+                       lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
   if (started) {
     child_ = *started;
     return;

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "diagnostics/logger.h"
 #include "platform/dispatch/dispatch.h"
@@ -30,6 +31,9 @@ class EmbeddedHost {
                const Endpoints& endpoints, std::string program);
   ~EmbeddedHost();
 
+  /// Only a recogniser and an agent of this machine can be started here.
+  static bool canServe(const Endpoints& endpoints);
+
   /// `onUp` runs once, when recogniser and agent answer, or when waiting for that makes no more
   /// sense (false).
   void start(std::function<void(bool)> onUp);
@@ -37,6 +41,7 @@ class EmbeddedHost {
   bool isRunning() const { return child_ != nullptr; }
 
  private:
+  std::vector<std::string> arguments() const;
   void probe(std::function<void(bool)> onAnswer);
   void spawn();
   void waitUntilUp();
