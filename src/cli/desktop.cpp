@@ -11,9 +11,8 @@ namespace kestrin::cli {
 
 int desktop() {
   if (LinuxControlBus().send(ControlCommand::show)) return done;
-  const auto beside = programFolder() + "/kestrin-desktop";
-  execl(beside.c_str(), beside.c_str(), nullptr);
-  execlp("kestrin-desktop", "kestrin-desktop", nullptr);
+  const auto program = siblingProgram("kestrin-desktop");
+  execlp(program.c_str(), program.c_str(), nullptr);
   std::cerr << "kestrin: cannot start kestrin-desktop: " << std::strerror(errno) << "\n";
   return failed;
 }

@@ -2,7 +2,6 @@
 #include <QSocketNotifier>
 #include <cstdlib>
 #include <iostream>
-#include <unistd.h>
 
 #include "app/application.h"
 #include "platform/linux/control_bus.h"
@@ -29,11 +28,6 @@ void chooseToolkitPlatform(Platform& platform) {
   }
 }
 
-std::string companionProgram() {
-  const auto beside = programFolder() + "/kestrin-companion";
-  return access(beside.c_str(), X_OK) == 0 ? beside : "kestrin-companion";
-}
-
 void showStatusNotification(Platform& platform, Application& application) {
   const auto status = application.mainWindow().status().text;
   platform.dispatch.globalQueue()->post([&platform, status] {
@@ -48,7 +42,7 @@ int runDesktop(int argc, char** argv) {
   const auto main = platform.dispatch.mainQueue();
 
   LinuxControlBus bus;
-  Application application(platform, {.companionProgram = companionProgram()});
+  Application application(platform, {.companionProgram = siblingProgram("kestrin-companion")});
   application.core().logger.setSink(printLine);
   const auto serving =
       bus.serve({.onCommand =

@@ -65,6 +65,11 @@ std::string programFolder() {
   return std::string(whole.substr(0, whole.rfind('/')));
 }
 
+std::string siblingProgram(const std::string& name) {
+  const auto beside = programFolder() + "/" + name;
+  return access(beside.c_str(), X_OK) == 0 ? beside : name;
+}
+
 struct LinuxPlatform::Backends {
   explicit Backends(std::function<void(std::string)> warn)
       : settings(dispatch->clock(), files.configFolder() + "/kestrin/settings.json",

@@ -16,6 +16,8 @@ DisplaySession displaySession();
 
 /// Folder of this program's executable.
 std::string programFolder();
+/// Path of one of our other programs: beside this one, else as PATH finds it.
+std::string siblingProgram(const std::string& name);
 
 /// Every real backend, chosen for the session that the process runs in. Making it opens no
 /// connection: each backend connects when it is first used.
