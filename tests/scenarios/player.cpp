@@ -81,8 +81,8 @@ class Player {
   std::unique_ptr<Application> app_;
   Duration ready_{0};
   size_t nextScript_ = 0;
-  std::string chunks_;  ///< all text that agents sent completely, of any stream
-  std::vector<std::string> sent_;
+  std::string chunks_;             ///< all text that agents sent completely, of any stream
+  std::vector<std::string> sent_;  ///< pieces of text that agents sent
   std::vector<std::string> statusLines_;
   bool userGaveUp_ = false;
   ScenarioOutcome outcome_;
@@ -183,14 +183,16 @@ ScriptedReply Player::agentReply(const Line& head, const std::vector<Line>& line
   if (head.at(1) == "refused") return ScriptedReply::refused().after(headDelay);
   if (head.at(1) == "never") return ScriptedReply::never().after(headDelay);
   ScriptedReply reply = ScriptedReply::events({});
+  bool isCommand = false;
   for (const Line& line : lines) {
     const milliseconds after(std::stoi(line.at(0)));
     const std::string& what = line.at(1);
     if (what == "chunk") {
-      sent_.push_back(line.at(2));
+      if (!isCommand) sent_.push_back(line.at(2));
       const Json event = Json::object({{"chunk", line.at(2)}});
       reply.piece(after, "data: " + event.dump() + "\n\n");
     } else if (what == "event") {
+      isCommand = isCommand || text::contains(line.at(2), "\"command\"");
       reply.piece(after, "data: " + line.at(2) + "\n\n");
     } else if (what == "raw") {
       reply.piece(after, line.at(2));

@@ -18,6 +18,17 @@ std::vector<std::string> scenarioFiles() {
   return out;
 }
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KESTRIN_SLOW_BUILD
+#endif
+#endif
+#ifdef KESTRIN_SLOW_BUILD
+constexpr uint64_t seeds = 25;
+#else
+constexpr uint64_t seeds = 200;
+#endif
+
 class Scenarios : public testing::TestWithParam<std::string> {};
 
 std::string report(const ScenarioOutcome& outcome, uint64_t seed, const std::string& fault) {
@@ -30,7 +41,7 @@ TEST_P(Scenarios, EndAsToldUnderEverySeed) {
   const Scenario scenario = Scenario::load(GetParam());
   const char* chosen = std::getenv("KESTRIN_SEED");
   const uint64_t first = chosen ? std::strtoull(chosen, nullptr, 10) : 1;
-  for (uint64_t seed = first; seed < first + (chosen ? 1 : 200); ++seed) {
+  for (uint64_t seed = first; seed < first + (chosen ? 1 : seeds); ++seed) {
     const ScenarioOutcome outcome = play(scenario, seed);
     ASSERT_TRUE(outcome.problems.empty()) << report(outcome, seed, "");
   }
