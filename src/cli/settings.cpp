@@ -1,7 +1,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
-#include "platform/linux/backendsplatform.h"
+#include "platform/linux/linux_platform.h"
 
 namespace kestrin::cli {
 namespace {
