@@ -20,6 +20,11 @@ DesktopBackends& DesktopBackends::shared() {
   return backends;
 }
 
+std::string QtWorld::role() {
+  if (kind_ == "password") return "AXSecureTextField";
+  return kind_ == "QTextEdit" || kind_ == "QPlainTextEdit" ? "AXTextArea" : "AXTextField";
+}
+
 void QtWorld::open(const std::string& text, TextRange selection) {
   start({std::string(KESTRIN_BINARY_DIR) + "/bin/qt_target", kind_});
   program->ask("set " + text);

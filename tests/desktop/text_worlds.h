@@ -50,7 +50,7 @@ class RealWorld : public TextWorld {
 class QtWorld : public RealWorld {
  public:
   explicit QtWorld(std::string kind) : kind_(std::move(kind)) {}
-  std::string role() override { return kind_ == "QLineEdit" ? "AXTextField" : "AXTextArea"; }
+  std::string role() override;
   void open(const std::string& text, TextRange selection) override;
   void userTypes(const std::string& text) override { program->ask("type " + text); }
   std::string text() override { return program->ask("text"); }
