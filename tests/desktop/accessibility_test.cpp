@@ -158,7 +158,7 @@ struct PageField {
   const char* family;
   const char* id;
   const char* role;
-  bool asApplication;
+  PageMode mode;
 };
 
 class DesktopPageField : public DesktopAccessibilityTest,
@@ -166,7 +166,7 @@ class DesktopPageField : public DesktopAccessibilityTest,
 
 TEST_P(DesktopPageField, IsKnownAndNeverChangedInTheBackground) {
   BrowserWorld world(GetParam().family);
-  world.openField(GetParam().id, GetParam().asApplication);
+  world.openField(GetParam().id, GetParam().mode);
   auto& ax = world.accessibility();
   AxElement field;
   EXPECT_TRUE(world.eventually([&] {
@@ -185,15 +185,15 @@ TEST_P(DesktopPageField, IsKnownAndNeverChangedInTheBackground) {
 
 INSTANTIATE_TEST_SUITE_P(
     Pages, DesktopPageField,
-    testing::Values(PageField{"firefox", "input", "AXTextField", false},
-                    PageField{"firefox", "editable", "AXTextArea", false},
-                    PageField{"firefox", "password", "AXSecureTextField", false},
-                    PageField{"chromium", "textarea", "AXTextArea", false},
-                    PageField{"chromium", "password", "AXSecureTextField", false},
-                    PageField{"chromium", "editable", "AXTextArea", true}),
+    testing::Values(PageField{"firefox", "input", "AXTextField", PageMode::tab},
+                    PageField{"firefox", "editable", "AXTextArea", PageMode::tab},
+                    PageField{"firefox", "password", "AXSecureTextField", PageMode::tab},
+                    PageField{"chromium", "textarea", "AXTextArea", PageMode::tab},
+                    PageField{"chromium", "password", "AXSecureTextField", PageMode::tab},
+                    PageField{"chromium", "editable", "AXTextArea", PageMode::application}),
     [](const auto& info) {
-      return std::string(info.param.family) + (info.param.asApplication ? "_app_" : "_") +
-             info.param.id;
+      return std::string(info.param.family) +
+             (info.param.mode == PageMode::application ? "_app_" : "_") + info.param.id;
     });
 
 }  // namespace
