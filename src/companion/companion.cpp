@@ -34,32 +34,31 @@ server::Server& Companion::addServer(const CompanionOptions& options, std::strin
 
 Result<std::vector<Companion::Listening>> Companion::start(
     const CompanionOptions& options, std::function<void(const Status&)> onLoaded) {
+  if (options.recogniserPort) {
+    transcriber_ = std::make_unique<recogniser::Transcriber>(dispatch_);
+    recogniser::addRoutes(addServer(options, "asr", *options.recogniserPort, mostAudioBytes),
+                          dispatch_, *transcriber_);
+  }
+  if (options.modelPort) {
+    agent::addModelHealthRoutes(addServer(options, "llm", *options.modelPort, mostJsonBytes),
+                                model_, options.modelUrl);
+  }
+  if (options.agentPort) {
+    agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
+    agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
+  }
   if (options.backendPort) {
     auto store = backend::Store::open(options.storePath);
     if (!store) return fail(store.error());
     backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
     backend_->addRoutes(addServer(options, "backend", *options.backendPort, mostJsonBytes));
   }
-  if (options.agentPort) {
-    agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
-    agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
-  }
-  if (options.modelPort) {
-    agent::addModelHealthRoutes(addServer(options, "llm", *options.modelPort, mostJsonBytes),
-                                model_, options.modelUrl);
-  }
-  server::Server* recogniserServer = nullptr;
-  if (options.recogniserPort) {
-    recogniserServer = &addServer(options, "asr", *options.recogniserPort, mostAudioBytes);
-    // The engine is loaded only when the ports are there: a second instance must fail at once.
-    transcriber_ = std::make_unique<recogniser::Transcriber>(dispatch_);
-    recogniser::addRoutes(*recogniserServer, dispatch_, *transcriber_);
-  }
   std::vector<Listening> listening;
   for (const Running& running : servers_) {
     if (const Status status = running.server->start(); !status) return fail(status.error());
     listening.push_back({running.name, running.server->port()});
   }
+  // Only now that the ports are there: a second instance must fail at once.
   if (transcriber_) {
     transcriber_->load([engine = options.engine] { return recogniser::loadEngine(engine); },
                        std::move(onLoaded));

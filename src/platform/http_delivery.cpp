@@ -1,5 +1,7 @@
 #include "platform/http_delivery.h"
 
+#include <cstdlib>
+
 namespace kestrin {
 namespace {
 
@@ -23,19 +25,20 @@ class StreamSink final : public HttpSink {
   const HttpStreamHandlers handlers_;
 };
 
+/// Collects one response.
 class BodySink final : public HttpSink {
  public:
   BodySink(size_t limit, std::function<void(Result<HttpResponse>)> completion)
       : limit_(limit), completion_(std::move(completion)) {}
 
   std::optional<Error> head(int status, const HttpHeaders& headers) override {
-    response_.status = status;
-    response_.headers = headers;
+    response.status = status;
+    response.headers = headers;
     return {};
   }
   std::optional<Error> data(std::string_view bytes) override {
-    if (bytes.size() > limit_ - response_.body.size()) return httpError(httpTooLarge);
-    response_.body += bytes;
+    if (bytes.size() > limit_ - response.body.size()) return httpError(httpTooLarge);
+    response.body += bytes;
     return {};
   }
   void end(std::optional<Error> error) override {
@@ -43,14 +46,63 @@ class BodySink final : public HttpSink {
     if (error) {
       completion_(fail(std::move(*error)));
     } else {
-      completion_(std::move(response_));
+      completion_(std::move(response));
     }
   }
+
+  HttpResponse response;
 
  private:
   const size_t limit_;
   const std::function<void(Result<HttpResponse>)> completion_;
-  HttpResponse response_;
+};
+
+class FileSink final : public HttpSink {
+ public:
+  using Open = std::function<Result<std::unique_ptr<HttpFile>>()>;
+  FileSink(size_t limit, Open open, std::function<void(int64_t, int64_t)> onProgress,
+           std::function<void(Result<HttpResponse>)> completion)
+      : body_(limit, std::move(completion)),
+        open_(std::move(open)),
+        onProgress_(std::move(onProgress)) {}
+
+  std::optional<Error> head(int status, const HttpHeaders& headers) override {
+    body_.head(status, headers);
+    if (status / 100 != 2) return {};
+    total_ = std::strtoll(body_.response.header("Content-Length").c_str(), nullptr, 10);
+    auto file = open_();
+    if (!file) return fileError(file.error());
+    file_ = std::move(*file);
+    return {};
+  }
+  std::optional<Error> data(std::string_view bytes) override {
+    if (!file_) return body_.data(bytes);
+    if (const auto written = file_->write(bytes); !written) return fileError(written.error());
+    received_ += static_cast<int64_t>(bytes.size());
+    if (onProgress_) onProgress_(received_, total_);
+    return {};
+  }
+  void end(std::optional<Error> error) override {
+    if (!error && file_) {
+      if (const auto done = file_->commit(); !done) error = fileError(done.error());
+    }
+    file_.reset();
+    body_.end(std::move(error));
+  }
+
+ private:
+  static Error fileError(const Error& cause) {
+    Error error = httpError(httpFile);
+    error.description += ": " + cause.description;
+    return error;
+  }
+
+  BodySink body_;
+  const Open open_;
+  const std::function<void(int64_t, int64_t)> onProgress_;
+  std::unique_ptr<HttpFile> file_;
+  int64_t received_ = 0;
+  int64_t total_ = 0;
 };
 
 }  // namespace
@@ -62,6 +114,14 @@ std::unique_ptr<HttpSink> makeStreamSink(HttpStreamHandlers handlers) {
 std::unique_ptr<HttpSink> makeBodySink(size_t limit,
                                        std::function<void(Result<HttpResponse>)> completion) {
   return std::make_unique<BodySink>(limit, std::move(completion));
+}
+
+std::unique_ptr<HttpSink> makeFileSink(size_t limit,
+                                       std::function<Result<std::unique_ptr<HttpFile>>()> open,
+                                       std::function<void(int64_t, int64_t)> onProgress,
+                                       std::function<void(Result<HttpResponse>)> completion) {
+  return std::make_unique<FileSink>(limit, std::move(open), std::move(onProgress),
+                                    std::move(completion));
 }
 
 HttpDelivery::HttpDelivery(QueueRef queue, std::shared_ptr<const std::atomic<bool>> closed,

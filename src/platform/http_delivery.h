@@ -39,6 +39,20 @@ std::unique_ptr<HttpSink> makeStreamSink(HttpStreamHandlers handlers);
 std::unique_ptr<HttpSink> makeBodySink(size_t limit,
                                        std::function<void(Result<HttpResponse>)> completion);
 
+/// Where a download goes: visible whole after `commit`, not at all without it.
+class HttpFile {
+ public:
+  virtual ~HttpFile() = default;
+  virtual Status write(std::string_view bytes) = 0;
+  virtual Status commit() = 0;
+};
+/// Writes the body of a 2xx answer to the file that `open` makes; keeps any other answer's body, up
+/// to `limit`.
+std::unique_ptr<HttpSink> makeFileSink(size_t limit,
+                                       std::function<Result<std::unique_ptr<HttpFile>>()> open,
+                                       std::function<void(int64_t, int64_t)> onProgress,
+                                       std::function<void(Result<HttpResponse>)> completion);
+
 /// The half of an exchange that faces the caller, the same for every backend: order, cancellation
 /// and the end of the session are decided here, on the session's queue. Thread-safe.
 class HttpDelivery final : public HttpTask, public std::enable_shared_from_this<HttpDelivery> {

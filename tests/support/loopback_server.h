@@ -11,7 +11,7 @@
 #include <sys/socket.h>
 #include <thread>
 
-#include "platform/linux/fd.h"
+#include "platform/linux/descriptor.h"
 
 namespace kestrin::test {
 
@@ -74,7 +74,7 @@ class LoopbackServer {
 
    private:
     friend class LoopbackServer;
-    Fd fd_;
+    Descriptor fd_;
     std::string pending_;
   };
   using Behaviour = std::function<void(Peer&)>;
@@ -125,13 +125,13 @@ class LoopbackServer {
       connection.thread = std::thread([this, &connection] {
         behaviour_(connection.peer);
         const std::lock_guard lock(mutex_);
-        connection.peer.fd_.reset();
+        connection.peer.fd_ = Descriptor();
       });
     }
   }
 
   const Behaviour behaviour_;
-  Fd listener_;
+  Descriptor listener_;
   std::string host_;
   std::atomic<int> accepted_{0};
   std::mutex mutex_;  ///< so that no descriptor is cut after it was closed

@@ -3,8 +3,8 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <algorithm>
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <filesystem>
+#include <sqlite3.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -219,8 +219,9 @@ Result<std::optional<VoiceSum>> Store::voiceSum(const std::string& userId) {
                  {}};
     const Json sums = Json::parse(row.getColumn(3).getString()).value_or(Json::object());
     for (const auto& [attribute, labels] : sums.members()) {
+      auto& means = sum.attributes[attribute];
       for (const auto& [label, value] : labels.members()) {
-        sum.attributes[attribute][label] = value.asNumber().value_or(0) / double(sum.sampleCount);
+        means[label] = value.asNumber().value_or(0) / double(sum.sampleCount);
       }
     }
     return std::optional(std::move(sum));

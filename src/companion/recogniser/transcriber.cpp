@@ -4,6 +4,7 @@
 #include <cmath>
 #include <deque>
 #include <mutex>
+#include <utility>
 
 namespace kestrin::recogniser {
 
@@ -53,8 +54,7 @@ struct Transcriber::State : std::enable_shared_from_this<State> {
       std::lock_guard lock(mutex);
       loaded = status;
     }
-    for (auto& recording : tooEarly) post(std::move(recording));
-    tooEarly.clear();
+    for (const auto& recording : std::exchange(tooEarly, {})) step(recording);
   }
 
   void post(std::shared_ptr<Recording> recording) {
@@ -119,8 +119,8 @@ void Transcriber::load(Loader loader, std::function<void(const Status&)> onLoade
     } else {
       status = fail(engine.error());
     }
-    state->loadingEnded(status);
     if (onLoaded) onLoaded(status);
+    state->loadingEnded(status);
   });
 }
 

@@ -29,8 +29,10 @@ constexpr WordRule emotionRules[] = {
     {"angry", 1.0, "angry hate furious ridiculous unacceptable terrible annoying stupid"},
     {"worried", 1.0, "worried afraid anxious nervous concerned scared"},
 };
-// Speech that shows nothing is the rule, so it starts ahead.
+// Speech that shows nothing is the rule, so it starts ahead; words prove little, so no label is
+// ruled out.
 constexpr double neutralWeight = 1.6;
+constexpr double leastWeight = 0.2;
 
 constexpr WordRule intentOpenings[] = {
     {"question", 2.0,
@@ -62,11 +64,10 @@ bool listed(const WordRule& rule, const std::string& word) {
   return text::contains(" " + std::string(rule.words) + " ", " " + word + " ");
 }
 
-/// Weights become probabilities; labels without any weight are left out.
+/// Weights become probabilities, the most probable first.
 Candidates normalised(Candidates weights) {
   double sum = 0;
   for (const Candidate& c : weights) sum += c.probability;
-  std::erase_if(weights, [](const Candidate& c) { return c.probability <= 0; });
   for (Candidate& c : weights) c.probability /= sum;
   std::stable_sort(weights.begin(), weights.end(), [](const Candidate& a, const Candidate& b) {
     return a.probability > b.probability;
@@ -85,12 +86,12 @@ Candidates emotionOf(const std::vector<std::string>& words, std::string_view tra
                      double level) {
   Candidates weights{{"neutral", neutralWeight}};
   for (const WordRule& rule : emotionRules) {
-    double weight = 0;
+    double weight = leastWeight;
     for (const std::string& word : words) weight += listed(rule, word) ? rule.weight : 0;
     weights.push_back({rule.label, std::min(weight, 3.0)});
   }
   const double stress =
-      (level > loudSpeech ? 0.5 : 0) + (text::contains(transcript, "!") ? 0.5 : 0);
+      leastWeight + (level > loudSpeech ? 0.5 : 0) + (text::contains(transcript, "!") ? 0.5 : 0);
   weights.push_back({"excited", stress});
   return normalised(std::move(weights));
 }
@@ -101,7 +102,7 @@ Candidates intentOf(const std::vector<std::string>& words, std::string_view tran
   const bool polite = words.front() == "please" && words.size() > 1;
   const std::string& opening = polite ? words[1] : words.front();
   for (const WordRule& rule : intentOpenings) {
-    weights.push_back({rule.label, listed(rule, opening) ? rule.weight : 0});
+    weights.push_back({rule.label, listed(rule, opening) ? rule.weight : leastWeight});
   }
   if (transcript.ends_with("?")) weights[1].probability += 4;
   return normalised(std::move(weights));

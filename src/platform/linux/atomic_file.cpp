@@ -6,6 +6,8 @@
 #include <memory>
 #include <sys/stat.h>
 
+#include "platform/linux/posix_error.h"
+
 namespace kestrin {
 namespace {
 
@@ -55,7 +57,7 @@ Status writeAll(int fd, std::string_view bytes, const std::string& path) {
   return {};
 }
 
-AtomicFile::AtomicFile(std::string path, std::string temporary, Fd fd)
+AtomicFile::AtomicFile(std::string path, std::string temporary, Descriptor fd)
     : path_(std::move(path)), temporary_(std::move(temporary)), fd_(std::move(fd)) {}
 
 AtomicFile::AtomicFile(AtomicFile&& other) noexcept
@@ -71,8 +73,8 @@ Result<AtomicFile> AtomicFile::create(const std::string& path) {
   const std::string target = resolved(path);
   if (const auto made = makeFolders(folderOf(target)); !made) return fail(made.error());
   std::string temporary = target + ".XXXXXX";
-  Fd fd(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
-  if (!fd) return failure(target, errno);
+  Descriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
+  if (!fd.valid()) return failure(target, errno);
   return AtomicFile(target, std::move(temporary), std::move(fd));
 }
 
@@ -82,10 +84,10 @@ Status AtomicFile::commit() {
   if (::fsync(fd_.get()) != 0) return failure(path_, errno);
   if (::rename(temporary_.c_str(), path_.c_str()) != 0) return failure(path_, errno);
   temporary_.clear();
-  fd_.reset();
+  fd_ = Descriptor();
   // The content is in place; syncing the name is a best effort that some file systems refuse.
-  if (const Fd folder(::open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-      folder) {
+  if (const Descriptor folder(::open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      folder.valid()) {
     ::fsync(folder.get());
   }
   return {};

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/fd.h"
+#include "platform/linux/descriptor.h"
 #include "platform/result.h"
 
 namespace kestrin {
@@ -23,10 +23,10 @@ class AtomicFile {
   Status commit();
 
  private:
-  AtomicFile(std::string path, std::string temporary, Fd fd);
+  AtomicFile(std::string path, std::string temporary, Descriptor fd);
 
   std::string path_, temporary_;  ///< temporary_ is empty once nothing is left to remove
-  Fd fd_;
+  Descriptor fd_;
 };
 
 /// Makes a folder and those above it, each with mode 0700.

@@ -23,66 +23,21 @@ std::optional<std::string> peerOf(const std::string& url) {
   return part(CURLUPART_HOST) + ":" + part(CURLUPART_PORT);
 }
 
-/// Writes a body of a 2xx answer to a file, on the session's queue.
-class FileSink final : public HttpSink {
+class DownloadedFile final : public HttpFile {
  public:
-  FileSink(size_t limit, std::string path, std::function<void(int64_t, int64_t)> progress,
-           std::function<void(Result<HttpResponse>)> completion)
-      : limit_(limit),
-        path_(std::move(path)),
-        progress_(std::move(progress)),
-        completion_(std::move(completion)) {}
-
-  std::optional<Error> head(int status, const HttpHeaders& headers) override {
-    response_.status = status;
-    response_.headers = headers;
-    if (status / 100 != 2) return {};
-    total_ = std::strtoll(response_.header("Content-Length").c_str(), nullptr, 10);
-    auto file = AtomicFile::create(path_);
-    if (!file) return fileError(file.error());
-    file_.emplace(std::move(*file));
-    return {};
-  }
-  std::optional<Error> data(std::string_view bytes) override {
-    if (!file_) {
-      if (bytes.size() > limit_ - response_.body.size()) return httpError(httpTooLarge);
-      response_.body += bytes;
-      return {};
-    }
-    if (const auto written = file_->write(bytes); !written) return fileError(written.error());
-    received_ += static_cast<int64_t>(bytes.size());
-    if (progress_) progress_(received_, total_);
-    return {};
-  }
-  void end(std::optional<Error> error) override {
-    if (!error && file_) {
-      if (const auto done = file_->commit(); !done) error = fileError(done.error());
-    }
-    file_.reset();
-    if (!completion_) return;
-    if (error) {
-      completion_(fail(std::move(*error)));
-    } else {
-      completion_(std::move(response_));
-    }
-  }
+  explicit DownloadedFile(AtomicFile file) : file_(std::move(file)) {}
+  Status write(std::string_view bytes) override { return file_.write(bytes); }
+  Status commit() override { return file_.commit(); }
 
  private:
-  static Error fileError(const Error& cause) {
-    Error error = httpError(httpFile);
-    error.description += ": " + cause.description;
-    return error;
-  }
-
-  const size_t limit_;
-  const std::string path_;
-  const std::function<void(int64_t, int64_t)> progress_;
-  const std::function<void(Result<HttpResponse>)> completion_;
-  HttpResponse response_;
-  std::optional<AtomicFile> file_;
-  int64_t received_ = 0;
-  int64_t total_ = 0;
+  AtomicFile file_;
 };
+
+Result<std::unique_ptr<HttpFile>> createFile(const std::string& path) {
+  auto file = AtomicFile::create(path);
+  if (!file) return fail(file.error());
+  return std::make_unique<DownloadedFile>(std::move(*file));
+}
 
 class CurlHttpSession final : public HttpSession {
  public:
@@ -110,9 +65,10 @@ class CurlHttpSession final : public HttpSession {
   HttpTaskRef download(HttpRequest request, std::string path,
                        std::function<void(int64_t, int64_t)> onProgress,
                        std::function<void(Result<HttpResponse>)> completion) override {
-    return start(std::move(request),
-                 std::make_unique<FileSink>(state_->configuration.maximumBodyBytes, std::move(path),
-                                            std::move(onProgress), std::move(completion)));
+    return start(std::move(request), makeFileSink(
+                                         state_->configuration.maximumBodyBytes,
+                                         [path = std::move(path)] { return createFile(path); },
+                                         std::move(onProgress), std::move(completion)));
   }
 
  private:

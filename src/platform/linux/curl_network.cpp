@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <signal.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 
 namespace kestrin {
 namespace {
@@ -25,10 +24,7 @@ std::string noProxyList() {
 
 }  // namespace
 
-CurlNetwork::CurlNetwork()
-    : noProxy_(noProxyList()),
-      poll_(epoll_create1(EPOLL_CLOEXEC)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+CurlNetwork::CurlNetwork() : noProxy_(noProxyList()), poll_(epoll_create1(EPOLL_CLOEXEC)) {
   // Thread-safe only once, before any other use; a magic static is both.
   static const CURLcode global = curl_global_init(CURL_GLOBAL_DEFAULT);
   if (global == CURLE_OK) multi_ = curl_multi_init();
@@ -58,7 +54,7 @@ void CurlNetwork::stop() {
     if (stopped_) return;
     stopped_ = true;
   }
-  wake();
+  wake_.signal();
   thread_.join();
 }
 
@@ -69,14 +65,8 @@ bool CurlNetwork::order(std::function<void()> job) {
     orders_.push_back(std::move(job));
     if (orders_.size() > 1) return true;  // already awake
   }
-  wake();
+  wake_.signal();
   return true;
-}
-
-void CurlNetwork::wake() {
-  const uint64_t one = 1;
-  // Can only fail when the counter is full, and then the thread is awake.
-  [[maybe_unused]] const ssize_t written = ::write(wake_.get(), &one, sizeof one);
 }
 
 void CurlNetwork::start(std::unique_ptr<CurlTransfer> transfer) {
@@ -157,8 +147,7 @@ void CurlNetwork::waitAndServe() {
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = events[static_cast<size_t>(i)];
     if (event.data.fd == wake_.get()) {
-      uint64_t value = 0;
-      [[maybe_unused]] const ssize_t got = ::read(wake_.get(), &value, sizeof value);
+      wake_.reset();
       continue;
     }
     int what = 0;

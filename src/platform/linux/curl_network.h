@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/linux/curl_transfer.h"
-#include "platform/linux/fd.h"
+#include "platform/linux/descriptor.h"
 
 namespace kestrin {
 
@@ -39,7 +39,6 @@ class CurlNetwork {
 
   /// False once stopped: nobody would carry it out.
   bool order(std::function<void()> job);
-  void wake();
   void run();
   /// False when that was the last time.
   bool runOrders();
@@ -57,7 +56,8 @@ class CurlNetwork {
 
   std::atomic<uint64_t> nextId_{1};
   const std::string noProxy_;
-  Fd poll_, wake_;
+  Descriptor poll_;
+  WakeEvent wake_;
   CURLM* multi_ = nullptr;
 
   std::mutex mutex_;  ///< guards orders_ and stopped_

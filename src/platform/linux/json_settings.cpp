@@ -6,12 +6,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
 
 #include "platform/linux/atomic_file.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/posix_error.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -19,11 +19,11 @@ namespace {
 
 /// A lock among processes, held until destruction. Beside the file, because the file itself is
 /// replaced by each change.
-Result<Fd> lockFile(const std::string& path) {
+Result<Descriptor> lockFile(const std::string& path) {
   const std::string name = path + ".lock";
   if (const auto made = makeFolders(folderOf(path)); !made) return fail(made.error());
-  Fd fd(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!fd) return fail(posixError("Files", name, errno));
+  Descriptor fd(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!fd.valid()) return fail(posixError("Files", name, errno));
   while (::flock(fd.get(), LOCK_EX) != 0) {
     if (errno != EINTR) return fail(posixError("Files", name, errno));
   }
@@ -36,13 +36,12 @@ JsonSettings::JsonSettings(Clock& clock, std::string path, std::function<void(st
     : clock_(clock),
       path_(std::move(path)),
       warn_(std::move(warn)),
-      notify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      stop_(eventfd(0, EFD_CLOEXEC)) {
+      notify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   // The watch comes first: a change between the first reading and the watch would go unseen.
   const std::string folder = folderOf(path_);
   const Status made = makeFolders(folder);
   const bool watched =
-      made && notify_ && stop_ &&
+      made && notify_.valid() &&
       inotify_add_watch(notify_.get(), folder.c_str(),
                         IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_ONLYDIR) >= 0;
   {
@@ -57,8 +56,7 @@ JsonSettings::JsonSettings(Clock& clock, std::string path, std::function<void(st
 
 JsonSettings::~JsonSettings() {
   if (!watcher_.joinable()) return;
-  const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = ::write(stop_.get(), &one, sizeof one);
+  stop_.signal();
   watcher_.join();
 }
 

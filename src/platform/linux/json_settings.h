@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "platform/dispatch/dispatch.h"
-#include "platform/linux/fd.h"
+#include "platform/linux/descriptor.h"
 #include "platform/settings.h"
 #include "platform/settings_observers.h"
 
@@ -59,7 +59,8 @@ class JsonSettings final : public SettingsStore {
   mutable std::mutex mutex_;  ///< guards values_
   std::map<std::string, Json, std::less<>> values_;
 
-  Fd notify_, stop_;
+  Descriptor notify_;
+  WakeEvent stop_;
   std::thread watcher_;
 };
 

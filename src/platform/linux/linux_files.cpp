@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include "platform/linux/atomic_file.h"
+#include "platform/linux/posix_error.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -24,8 +25,8 @@ tl::unexpected<Error> failure(const std::string& path) {
 /// Calls `take` for each block until the end of the file.
 template <class Take>
 Status readBlocks(const std::string& path, Take take) {
-  const Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd) return failure(path);
+  const Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) return failure(path);
   std::string block(1u << 18, '\0');
   for (;;) {
     const ssize_t got = ::read(fd.get(), block.data(), block.size());
@@ -92,8 +93,8 @@ Status LinuxFiles::writeAtomic(const std::string& path, std::string_view content
 
 Status LinuxFiles::append(const std::string& path, std::string_view content) {
   if (const auto made = makeFolders(folderOf(path)); !made) return made;
-  const Fd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-  if (!fd) return failure(path);
+  const Descriptor fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+  if (!fd.valid()) return failure(path);
   return writeAll(fd.get(), content, path);
 }
 

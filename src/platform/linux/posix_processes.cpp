@@ -9,11 +9,11 @@
 #include <mutex>
 #include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <thread>
 
 #include "platform/linux/child_output.h"
+#include "platform/linux/posix_error.h"
 #include "platform/linux/process_spawn.h"
 
 namespace kestrin {
@@ -93,7 +93,7 @@ struct Child {
 
 class ProcessLoop : public std::enable_shared_from_this<ProcessLoop> {
  public:
-  ProcessLoop() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), thread_([this] { run(); }) {}
+  ProcessLoop() : thread_([this] { run(); }) {}
   ~ProcessLoop() {
     stopped_ = true;
     wake();
@@ -111,10 +111,7 @@ class ProcessLoop : public std::enable_shared_from_this<ProcessLoop> {
     }
     wake();
   }
-  void wake() {
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wake_.get(), &one, sizeof one);
-  }
+  void wake() { wake_.signal(); }
 
  private:
   struct Order {
@@ -128,10 +125,10 @@ class ProcessLoop : public std::enable_shared_from_this<ProcessLoop> {
   void spawnOrdered();
   void wait();
   void writeInput(Child& child);
-  static void readOutput(Child& child, Fd& from, bool isError);
+  static void readOutput(Child& child, Descriptor& from, bool isError);
   bool serve(Child& child);
 
-  Fd wake_;
+  WakeEvent wake_;
   std::mutex mutex_;  ///< guards orders_
   std::vector<std::shared_ptr<Order>> orders_;
   std::atomic<bool> stopped_{false};
@@ -185,8 +182,8 @@ void ProcessLoop::wait() {
     if (!child.input.empty()) waits.push_back({child.process.input.get(), POLLOUT, 0});
     if (child.handle->untaken > mostUntaken) continue;  // woken when they are taken
     waits.push_back({child.process.pidfd.get(), POLLIN, 0});
-    for (const Fd* fd : {&child.process.output, &child.process.error}) {
-      if (*fd) waits.push_back({fd->get(), POLLIN, 0});
+    for (const Descriptor* fd : {&child.process.output, &child.process.error}) {
+      if (fd->valid()) waits.push_back({fd->get(), POLLIN, 0});
     }
   }
   int timeout = -1;
@@ -196,35 +193,34 @@ void ProcessLoop::wait() {
     timeout = static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60'000));
   }
   ::poll(waits.data(), waits.size(), timeout);
-  uint64_t value = 0;
-  [[maybe_unused]] const ssize_t got = ::read(wake_.get(), &value, sizeof value);
+  wake_.reset();
 }
 
 void ProcessLoop::writeInput(Child& child) {
-  Fd& input = child.process.input;
+  Descriptor& input = child.process.input;
   bool ends = false;
   child.input += child.handle->takeInput(ends);
-  while (input && !child.input.empty()) {
+  while (input.valid() && !child.input.empty()) {
     const ssize_t written = ::write(input.get(), child.input.data(), child.input.size());
     if (written < 0 && errno == EINTR) continue;
     if (written < 0 && errno == EAGAIN) return;
-    if (written < 0) input.reset();  // the child does not want it
+    if (written < 0) input = Descriptor();  // the child does not want it
     child.input.erase(0, written < 0 ? child.input.size() : static_cast<size_t>(written));
   }
-  if (!input) child.input.clear();
-  if (ends) input.reset();
+  if (!input.valid()) child.input.clear();
+  if (ends) input = Descriptor();
 }
 
-void ProcessLoop::readOutput(Child& child, Fd& from, bool isError) {
+void ProcessLoop::readOutput(Child& child, Descriptor& from, bool isError) {
   std::array<char, 65'536> block;
   // In turns: a child that prints without end must not keep the others, or its own time-out,
   // waiting.
-  for (int turn = 0; turn < 16 && from && child.handle->untaken <= mostUntaken; ++turn) {
+  for (int turn = 0; turn < 16 && from.valid() && child.handle->untaken <= mostUntaken; ++turn) {
     const ssize_t got = ::read(from.get(), block.data(), block.size());
     if (got > 0) {
       child.onOutput(child, {block.data(), static_cast<size_t>(got)}, isError);
     } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
-      from.reset();
+      from = Descriptor();
     } else if (errno == EAGAIN) {
       return;
     }

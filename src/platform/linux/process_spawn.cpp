@@ -12,19 +12,20 @@
 #include <sys/wait.h>
 #include <vector>
 
+#include "platform/linux/posix_error.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
 
 struct Pipe {
-  Fd read, write;
+  Descriptor read, write;
 };
 
 Result<Pipe> makePipe() {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return fail(posixError("Processes", "pipe", errno));
-  return Pipe{Fd(ends[0]), Fd(ends[1])};
+  return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 /// Everything that the child needs between its birth and exec, prepared before: there it may only
@@ -128,14 +129,14 @@ Result<SpawnedProcess> spawnProcess(const std::string& program, const ProcessSpe
 
   SpawnedProcess child;
   child.pid = pid;
-  pipes[0].read.reset();
-  pipes[1].write.reset();
-  pipes[2].write.reset();
-  pipes[3].write.reset();
+  pipes[0].read = Descriptor();
+  pipes[1].write = Descriptor();
+  pipes[2].write = Descriptor();
+  pipes[3].write = Descriptor();
   int failure = startFailure(pipes[3].read.get());
   if (failure == 0) {
-    child.pidfd.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-    if (!child.pidfd) {
+    child.pidfd = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    if (!child.pidfd.valid()) {
       failure = errno;
       ::kill(-pid, SIGKILL);
     }
@@ -148,7 +149,7 @@ Result<SpawnedProcess> spawnProcess(const std::string& program, const ProcessSpe
   child.input = std::move(pipes[0].write);
   child.output = std::move(pipes[1].read);
   child.error = std::move(pipes[2].read);
-  for (const Fd* end : {&child.input, &child.output, &child.error}) {
+  for (const Descriptor* end : {&child.input, &child.output, &child.error}) {
     ::fcntl(end->get(), F_SETFL, O_NONBLOCK);
   }
   return child;

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/fd.h"
+#include "platform/linux/descriptor.h"
 #include "platform/processes.h"
 
 namespace kestrin {
@@ -12,8 +12,8 @@ namespace kestrin {
 /// (not blocking).
 struct SpawnedProcess {
   int pid = 0;
-  Fd pidfd;  ///< readable when the child has ended
-  Fd input, output, error;
+  Descriptor pidfd;  ///< readable when the child has ended
+  Descriptor input, output, error;
 };
 
 /// Starts `program` (a full path) as `spec` says. Only from a thread that lives as long as the

@@ -21,53 +21,19 @@ bool matches(const std::string& pattern, const std::string& target) {
          fnmatch(pattern.c_str(), target.c_str(), 0) == 0;
 }
 
-/// Collects a body and writes it where a real backend would.
-class SimulatedFileSink final : public HttpSink {
+class SimulatedDownload final : public HttpFile {
  public:
-  SimulatedFileSink(Files* files, std::string path, std::function<void(int64_t, int64_t)> progress,
-                    std::function<void(Result<HttpResponse>)> completion)
-      : files_(files),
-        path_(std::move(path)),
-        progress_(std::move(progress)),
-        completion_(std::move(completion)) {}
-
-  std::optional<Error> head(int status, const HttpHeaders& headers) override {
-    response_.status = status;
-    response_.headers = headers;
-    total_ = std::atoll(response_.header("Content-Length").c_str());
+  SimulatedDownload(Files* files, std::string path) : files_(files), path_(std::move(path)) {}
+  Status write(std::string_view bytes) override {
+    content_ += bytes;
     return {};
   }
-  std::optional<Error> data(std::string_view bytes) override {
-    response_.body += bytes;
-    if (progress_ && wanted()) progress_(static_cast<int64_t>(response_.body.size()), total_);
-    return {};
-  }
-  void end(std::optional<Error> error) override {
-    if (!error && wanted()) {
-      if (const auto written = files_ ? files_->writeAtomic(path_, response_.body) : Status();
-          !written) {
-        error = httpError(httpFile);
-        error->description += ": " + written.error().description;
-      }
-      response_.body.clear();
-    }
-    if (!completion_) return;
-    if (error) {
-      completion_(fail(std::move(*error)));
-    } else {
-      completion_(std::move(response_));
-    }
-  }
+  Status commit() override { return files_ ? files_->writeAtomic(path_, content_) : Status(); }
 
  private:
-  bool wanted() const { return response_.status / 100 == 2; }
-
   Files* const files_;
   const std::string path_;
-  const std::function<void(int64_t, int64_t)> progress_;
-  const std::function<void(Result<HttpResponse>)> completion_;
-  HttpResponse response_;
-  int64_t total_ = 0;
+  Bytes content_;
 };
 
 struct SessionState {
@@ -91,51 +57,6 @@ struct Exchange {
 };
 
 }  // namespace
-
-ScriptedReply ScriptedReply::body(Bytes bytes, int status) {
-  ScriptedReply reply;
-  reply.status = status;
-  reply.headers = {{"Content-Length", std::to_string(bytes.size())}};
-  if (!bytes.empty()) reply.pieces.push_back({{}, std::move(bytes)});
-  return reply;
-}
-
-ScriptedReply ScriptedReply::json(const Json& value, int status) {
-  ScriptedReply reply = body(value.dump(), status);
-  reply.headers.emplace_back("Content-Type", "application/json");
-  return reply;
-}
-
-ScriptedReply ScriptedReply::events(std::vector<Piece> pieces) {
-  ScriptedReply reply;
-  reply.headers = {{"Content-Type", "text/event-stream"}};
-  reply.pieces = std::move(pieces);
-  return reply;
-}
-
-ScriptedReply ScriptedReply::withHead(Head head) {
-  ScriptedReply reply;
-  reply.head = head;
-  return reply;
-}
-
-ScriptedReply& ScriptedReply::piece(Duration after, Bytes bytes) {
-  pieces.push_back({after, std::move(bytes)});
-  return *this;
-}
-
-ScriptedReply& ScriptedReply::cutAfter(size_t bytes) {
-  std::vector<Piece> kept;
-  for (Piece& piece : pieces) {
-    if (bytes == 0) break;
-    piece.bytes.resize(std::min(bytes, piece.bytes.size()));
-    bytes -= piece.bytes.size();
-    kept.push_back(std::move(piece));
-  }
-  pieces = std::move(kept);
-  end = End::lost;
-  return *this;
-}
 
 /// The network: what follows `start` happens on its own queue, so that a caller never meets its own
 /// callback before `data` or `stream` has returned.
@@ -421,10 +342,13 @@ class SimulatedSession final : public HttpSession {
   HttpTaskRef download(HttpRequest request, std::string path,
                        std::function<void(int64_t, int64_t)> onProgress,
                        std::function<void(Result<HttpResponse>)> completion) override {
-    return core_->start(
-        state_, "http.download", std::move(request),
-        std::make_unique<SimulatedFileSink>(core_->files, std::move(path), std::move(onProgress),
-                                            std::move(completion)));
+    const auto open = [files = core_->files,
+                       path = std::move(path)]() -> Result<std::unique_ptr<HttpFile>> {
+      return std::make_unique<SimulatedDownload>(files, path);
+    };
+    return core_->start(state_, "http.download", std::move(request),
+                        makeFileSink(state_->configuration.maximumBodyBytes, open,
+                                     std::move(onProgress), std::move(completion)));
   }
 
  private:
