@@ -25,13 +25,10 @@ X11HeldModifiers::X11HeldModifiers(X11Connection& x, SyntheticEdges& edges,
   if (!hasX11Input2(x)) return;  // a server of before 2011: nobody can say what is held where
   selectX11RawKeys(x);
   const X11KeySet down = x11PressedKeys(x);
-  for (const DeviceKey& key : x11KeysDown(x)) {
+  for (const auto& [key, asOf] : x11KeysDown(x)) {
     const bool modifier =
         std::find(modifiers.begin(), modifiers.end(), key.keycode) != modifiers.end();
-    if (modifier && down.contains(key.keycode)) held_.push_back({key});
-  }
-  // What happened up to here is in the answers already.
-  while (x11Reply(xcb_poll_for_queued_event(x_.raw()))) {
+    if (modifier && down.contains(key.keycode)) held_.push_back({key, asOf});
   }
 }
 
@@ -51,7 +48,8 @@ void X11HeldModifiers::restore() {
   std::vector<Held*> restored;
   for (Held& held : held_) {
     // Down again already: let go and pressed anew.
-    const bool isDown = std::find(stillDown.begin(), stillDown.end(), held.key) != stillDown.end();
+    const bool isDown = std::any_of(stillDown.begin(), stillDown.end(),
+                                    [&](const X11KeyDown& down) { return down.key == held.key; });
     if (held.lettingGo != 0 || isDown) continue;
     send(held, true);
     restored.push_back(&held);
@@ -69,7 +67,8 @@ void X11HeldModifiers::readEdges() {
     const auto edge = x11RawKeyOf(x_, *event, keyboards);
     if (!edge) continue;
     for (Held& held : held_) {
-      if (held.key == edge->key) held.lettingGo += edge->down ? -1 : 1;
+      const bool later = static_cast<int32_t>(edge->sequence - held.asOf) >= 0;
+      if (held.key == edge->key && later) held.lettingGo += edge->down ? -1 : 1;
     }
   }
 }

@@ -22,6 +22,7 @@ class X11HeldModifiers {
  private:
   struct Held {
     DeviceKey key;
+    uint32_t asOf = 0;  ///< edges before this request had happened when it was seen down
     /// Releases less presses that were not ours: 0 while the finger stays down.
     int lettingGo = 0;
   };

@@ -36,8 +36,8 @@ X11KeySet x11PressedKeys(X11Connection& x) {
   return keys;
 }
 
-std::vector<DeviceKey> x11KeysDown(X11Connection& x) {
-  std::vector<DeviceKey> keys;
+std::vector<X11KeyDown> x11KeysDown(X11Connection& x) {
+  std::vector<X11KeyDown> keys;
   for (const auto& device : x11Keyboards(x)) {
     auto cookie = xcb_input_query_device_state(x.raw(), static_cast<uint8_t>(device.id));
     auto reply = x11Reply(xcb_input_query_device_state_reply(x.raw(), cookie, nullptr));
@@ -51,7 +51,8 @@ std::vector<DeviceKey> x11KeysDown(X11Connection& x) {
     }
     for (int keycode = 8; keycode < 256; ++keycode) {
       const auto code = static_cast<uint8_t>(keycode);
-      if (down.contains(code)) keys.push_back({device.synthetic ? uint16_t{0} : device.id, code});
+      const uint16_t id = device.synthetic ? uint16_t{0} : device.id;
+      if (down.contains(code)) keys.push_back({{id, code}, cookie.sequence});
     }
   }
   return keys;
@@ -79,7 +80,7 @@ std::optional<X11RawKey> x11RawKeyOf(X11Connection& x, const xcb_generic_event_t
   for (const auto& keyboard : keyboards) {
     if (keyboard.id == raw.sourceid && keyboard.synthetic) device = 0;
   }
-  return X11RawKey{{device, static_cast<uint8_t>(raw.detail)}, down};
+  return X11RawKey{{device, static_cast<uint8_t>(raw.detail)}, down, raw.full_sequence};
 }
 
 Result<X11Layout> X11Layout::read(X11Connection& x, const std::string& domain) {
