@@ -121,8 +121,9 @@ Status AudioRecorder::startRecording(std::function<void(float)> onLevel) {
     logger_.print("⚠️ startRecording called while already recording – ignoring");
     return {};
   }
+  const SteadyTime pressed = dispatch_.clock().steadyNow();
   onLevel_ = std::move(onLevel);
-  if (engine_->takeOverPreRoll()) {
+  if (engine_->takeOverPreRoll(pressed)) {
     recordingStartTime_ = dispatch_.clock().steadyNow();
   } else {
     engine_->close();
@@ -141,7 +142,8 @@ Status AudioRecorder::startRecording(std::function<void(float)> onLevel) {
                   "Invalid audio format - microphone may be in use. Please try again.");
     }
     recordingStartTime_ = dispatch_.clock().steadyNow();
-    if (auto opened = engine_->openRecording(audio_, device, callbacks()); !opened) return opened;
+    if (auto opened = engine_->openRecording(audio_, device, pressed, callbacks()); !opened)
+      return opened;
   }
   const AudioFormat format = engine_->inputFormat();
   logger_.print(std::string("🎙️ Recording started (PCM-only mode: ") +

@@ -63,7 +63,7 @@ class AudioRecorder {
   int consecutiveFailures() const { return consecutiveFailures_; }
   /// Length of the last recording.
   int audioDurationMs() const { return audioDurationMs_; }
-  /// From the start of the last recording to the first sound that arrived.
+  /// From the call of `startRecording` to the first sound that arrived.
   std::optional<Duration> firstSoundAfter() const { return engine_->firstSoundAfter(); }
   /// The microphone is open although no recording runs (or was before this one): the tray shows it.
   bool isPreRollActive() const { return preRollActive_; }

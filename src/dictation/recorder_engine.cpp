@@ -46,14 +46,15 @@ CaptureOptions RecorderEngine::options(const std::string& device, uint64_t gener
   return options;
 }
 
-Status RecorderEngine::openRecording(Audio& audio, const std::string& device, Callbacks callbacks) {
+Status RecorderEngine::openRecording(Audio& audio, const std::string& device, SteadyTime pressed,
+                                     Callbacks callbacks) {
   close();
   uint64_t generation = 0;
   {
     const std::lock_guard lock(mutex_);
     generation = nextGeneration();
     pcm_->keepAll(true);
-    beginRecording();
+    beginRecording(pressed);
   }
   auto capture = audio.capture(options(device, generation, std::move(callbacks)));
   if (!capture) {
@@ -91,22 +92,22 @@ void RecorderEngine::adopt(std::unique_ptr<AudioCapture> capture, uint64_t gener
   }
 }
 
-bool RecorderEngine::takeOverPreRoll() {
+bool RecorderEngine::takeOverPreRoll(SteadyTime pressed) {
   const std::lock_guard lock(mutex_);
   if (!capture_ || !preRoll_ || meter_->endedGeneration == meter_->generation) return false;
   pcm_->keepAll(false);
-  beginRecording();
+  beginRecording(pressed);
   meter_->firstSound = meter_->started.load();
   return true;
 }
 
 uint64_t RecorderEngine::nextGeneration() { return ++meter_->generation; }
 
-void RecorderEngine::beginRecording() {
+void RecorderEngine::beginRecording(SteadyTime pressed) {
   ++starts_;
   meter_->level = 0;
   meter_->firstSound = -1;
-  meter_->started = dispatch_.clock().steadyNow().sinceStart.count();
+  meter_->started = pressed.sinceStart.count();
   meter_->recording = true;
 }
 

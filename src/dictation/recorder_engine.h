@@ -25,12 +25,14 @@ class RecorderEngine {
   ~RecorderEngine();
 
   /// Opens the microphone and keeps everything from now on. What was open before is closed.
-  Status openRecording(Audio& audio, const std::string& device, Callbacks callbacks);
+  /// `pressed`: when the user asked for it.
+  Status openRecording(Audio& audio, const std::string& device, SteadyTime pressed,
+                       Callbacks callbacks);
   /// Opens the microphone, unless it is open already, and keeps only the last `bytes` until a
   /// recording takes over. For a background queue: a recording that begins meanwhile goes before.
   Status openPreRoll(Audio& audio, const std::string& device, size_t bytes, Callbacks callbacks);
   /// The recording goes on from the pre-roll's open capture; false when there is none alive.
-  bool takeOverPreRoll();
+  bool takeOverPreRoll(SteadyTime pressed);
   /// Delivers the partial block, closes, and returns everything that was kept.
   Bytes finishRecording();
   void close();
@@ -64,7 +66,7 @@ class RecorderEngine {
   };
   // With the mutex held:
   uint64_t nextGeneration();
-  void beginRecording();
+  void beginRecording(SteadyTime pressed);
 
   std::unique_ptr<AudioCapture> detach();
   CaptureOptions options(const std::string& device, uint64_t generation, Callbacks callbacks) const;
