@@ -45,7 +45,7 @@ Result<std::vector<Companion::Listening>> Companion::start(
   if (options.recogniserPort) {
     transcriber_ = std::make_shared<recogniser::Transcriber>(dispatch_);
     recogniser::addRoutes(addServer(options, "asr", *options.recogniserPort, mostAudioBytes),
-                          dispatch_, *transcriber_);
+                          dispatch_, transcriber_);
   }
   if (options.modelPort) {
     agent::addModelHealthRoutes(addServer(options, "llm", *options.modelPort, mostJsonBytes),
