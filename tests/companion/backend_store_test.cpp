@@ -1,8 +1,12 @@
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "companion/backend/backend_service.h"
 #include "companion/backend/store.h"
+#include "companion/raw_client.h"
+#include "platform/dispatch/threads.h"
 
 namespace kestrin::backend {
 namespace {
