@@ -119,10 +119,9 @@ TEST(Results, APasswordFieldGetsNoTextAndTheClipboardStays) {
 TEST(Results, AnOldClipboardIsNeverPastedWhenOursCannotBeSet) {
   Handler desk;
   desk.desktop.userCopies("old");
-  struct Refusing : SimulatedPasteboard {
-    using SimulatedPasteboard::SimulatedPasteboard;
-    Status setString(const std::string&) override { return fail("Pasteboard", 1, "No clipboard"); }
-  } refusing(desk.dispatch, desk.desktop);
+  FaultPlan plan;
+  plan.arm(2);  // the clipboard is read first, then set
+  SimulatedPasteboard refusing(desk.dispatch, desk.desktop, &plan);
   CaretPaste paste({desk.dispatch, desk.random, desk.workspace, desk.accessibility, desk.input,
                     refusing, desk.browser},
                    desk.application->core().logger, desk.undelivered);
@@ -131,6 +130,7 @@ TEST(Results, AnOldClipboardIsNeverPastedWhenOursCannotBeSet) {
   desk.simulation->runFor(3s);
   ASSERT_TRUE(report);
   EXPECT_EQ(report->outcome, DeliveryOutcome::kept);
+  EXPECT_EQ(plan.sites().back(), "pasteboard.set");
   EXPECT_EQ(desk.text(), "abc");
 }
 

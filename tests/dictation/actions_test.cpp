@@ -21,7 +21,7 @@ struct Hands : SimulatedWorld {
     simulation->runFor(1s);
     return started;
   }
-  bool run(const std::string& type) { return run(Json::object({{"type", type}})); }
+  bool run(const char* type) { return run(Json::object({{"type", type}})); }
   bool command(const std::string& text) {
     const bool started = commands.execute(text, std::nullopt);
     simulation->runFor(1s);
@@ -115,7 +115,7 @@ TEST(Actions, OfTheElevatedTierNeedItAndAScriptNeedsTheUsersWord) {
 TEST(Actions, ThatCannotRunAreLoggedOrLeftAlone) {
   Hands hands;
   EXPECT_FALSE(hands.run(Json::object({{"name", "open_app"}})));
-  EXPECT_TRUE(hands.logged("ActionExecutor: missing 'type' in action"));
+  EXPECT_TRUE(hands.logged("missing 'type' in action"));
   EXPECT_FALSE(hands.run("frobnicate"));
   EXPECT_TRUE(hands.logged("Unknown action type: frobnicate"));
   EXPECT_FALSE(hands.run(Json::object({{"type", "open_app"}, {"app_name", 3}})));

@@ -116,7 +116,7 @@ TEST(EditorTitle, TellsFileAndProjectInTheFormsOfTheEditors) {
            {".. — Code", "code", "", ""},
            {"Welcome", "code", "", ""}}) {
     const auto title = parseEditorTitle(c.title, c.app);
-    EXPECT_EQ(title.fileName, std::string(c.file) == ".." ? "" : c.file) << c.title;
+    EXPECT_EQ(title.fileName, c.file) << c.title;
     EXPECT_EQ(title.folder.value_or(""), c.folder) << c.title;
   }
   EXPECT_EQ(languageFromExtension(pathExtension("src/Main.CPP")), "C++");
