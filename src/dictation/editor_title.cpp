@@ -50,7 +50,7 @@ std::string bareFileName(const std::string& part) {
 std::string fileNameIn(const std::string& part) {
   if (text::contains(part, "://") || part.starts_with("www.")) return {};
   const auto name = bareFileName(part);
-  return text::contains(name, ".") ? name : std::string{};
+  return text::contains(name, ".") && name != "." && name != ".." ? name : std::string{};
 }
 
 bool isFolderName(const std::string& name) {

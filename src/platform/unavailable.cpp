@@ -37,12 +37,4 @@ Status UnavailablePasteboard::setString(const std::string&) {
 }
 Status UnavailablePasteboard::clear() { return missing("Pasteboard", reason_); }
 
-Result<BrowserTab> UnavailableBrowser::activeTab(int) { return missing("Browser", reason_); }
-Result<std::string> UnavailableBrowser::pageText(int, size_t) {
-  return missing("Browser", reason_);
-}
-Result<bool> UnavailableBrowser::selectTab(int, const std::string&, const std::string&) {
-  return missing("Browser", reason_);
-}
-
 }  // namespace kestrin

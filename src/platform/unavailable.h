@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/browser.h"
 #include "platform/key_monitor.h"
 #include "platform/pasteboard.h"
 #include "platform/synthetic_input.h"
@@ -63,17 +62,6 @@ class UnavailablePasteboard final : public Pasteboard {
   int fetches() override { return 0; }
   bool waitForFetch(int, Duration) override { return false; }
   bool isOwner() override { return false; }
-
- private:
-  std::string reason_;
-};
-
-class UnavailableBrowser final : public Browser {
- public:
-  explicit UnavailableBrowser(std::string reason) : reason_(std::move(reason)) {}
-  Result<BrowserTab> activeTab(int pid) override;
-  Result<std::string> pageText(int pid, size_t limit) override;
-  Result<bool> selectTab(int pid, const std::string& urlToken, const std::string& title) override;
 
  private:
   std::string reason_;

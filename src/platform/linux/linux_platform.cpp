@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "platform/linux/atspi_accessibility.h"
+#include "platform/linux/atspi_browser.h"
 #include "platform/linux/atspi_bus.h"
 #include "platform/linux/curl_http.h"
 #include "platform/linux/desktop_notifications.h"
@@ -104,7 +105,7 @@ struct LinuxPlatform::Backends {
   std::unique_ptr<Workspace> workspace;
   std::unique_ptr<Pasteboard> pasteboard;
   std::unique_ptr<Audio> audio = makePulseAudio();
-  UnavailableBrowser browser{"Browser documents cannot be read here yet"};
+  std::unique_ptr<Browser> browser = makeAtspiBrowser(accessibilityBus);
   SecretService secrets;
   DesktopNotifications userNotifications;
   LinuxControls controls{files, *processes};
@@ -116,7 +117,7 @@ LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
   auto& b = *backends_;
   b.platform.reset(new Platform{*b.dispatch, *b.http, b.files, b.random, b.settings,
                                 b.notifications, *b.processes, *b.keyMonitor, *b.input,
-                                *b.accessibility, *b.workspace, *b.pasteboard, *b.audio, b.browser,
+                                *b.accessibility, *b.workspace, *b.pasteboard, *b.audio, *b.browser,
                                 b.secrets, b.userNotifications, b.controls});
 }
 

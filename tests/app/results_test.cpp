@@ -1,0 +1,170 @@
+#include "app/desk.h"
+
+namespace kestrin::test {
+namespace {
+
+TEST(Results, MarkersOfACommandRunAsActions) {
+  Desk desk;
+  desk.desktop.installed = {{"firefox-esr", "Firefox ESR", "firefox-esr"}};
+  auto& app = desk.startReady();
+  desk.agentAnswersMode("command",
+                        "[ACTION:open_app app_name=\"Firefox\"][action:VOLUME_UP][ACTION:mute]");
+  desk.dictateWhole();
+  EXPECT_TRUE(desk.showed("✅ 3 actions executed!")) << desk.shown();
+  EXPECT_EQ(desk.text(), "abc") << "a command's text never reaches the caret";
+  EXPECT_TRUE(desk.audio.outputMuted());
+  EXPECT_EQ(desk.workspace.frontmostApplication()->name, "Firefox ESR");
+  const auto& entry = app.mainWindow().historyEntries().front();
+  EXPECT_EQ(entry.output, "3 actions executed");
+  EXPECT_EQ(entry.appContext, "System");
+}
+
+TEST(Results, ACommandWithoutMarkersIsReadAsASentence) {
+  Desk desk;
+  auto& app = desk.startReady();
+  desk.agentAnswersMode("command", "Enable dark mode");
+  desk.dictateWhole();
+  EXPECT_TRUE(desk.showed("✅ Command executed!")) << desk.shown();
+  EXPECT_EQ(desk.controls.asked, std::vector<std::string>{"dark"});
+  desk.agentAnswersMode("command", "Make me a sandwich");
+  desk.dictateWhole();
+  EXPECT_TRUE(desk.showed("❌ Command failed"));
+  EXPECT_EQ(app.mainWindow().historyEntries().front().output, "❌ Failed: Make me a sandwich");
+}
+
+/// A result whose text never passed through the stream: there is nothing but the result handler.
+struct Handler : Desk {
+  Handler() {
+    startReady();
+    services =
+        std::make_unique<DictationServices>(DictationServices{dispatch,
+                                                              random,
+                                                              application->core().logger,
+                                                              nullptr,
+                                                              application->core().transcription,
+                                                              recorder,
+                                                              application->core().player,
+                                                              application->overlay(),
+                                                              application->mainWindow(),
+                                                              actions,
+                                                              commands,
+                                                              paste,
+                                                              undelivered,
+                                                              "fn",
+                                                              {},
+                                                              {}});
+    services->manager = std::make_shared<StreamingRequestManager>(
+        InsertionPorts::from(platform), application->core().logger, undelivered);
+    results = std::make_unique<ResultHandler>(*services);
+    statuses.clear();
+  }
+  ~Handler() { simulation->runFor(30s); }
+
+  void handle(TranscriptionResult result) {
+    onMain([&] { results->handle({"gone", "Notes", result, std::nullopt}); });
+    simulation->runFor(3s);
+  }
+
+  UndeliveredStore undelivered;
+  AudioRecorder recorder{dispatch, audio, files, settings, logger};
+  CaretPaste paste{InsertionPorts::from(platform), logger, undelivered};
+  ActionExecutor actions{platform, logger, {}};
+  CommandExecutor commands{actions};
+  std::unique_ptr<DictationServices> services;
+  std::unique_ptr<ResultHandler> results;
+
+ private:
+  Logger logger{dispatch, notifications};
+};
+
+TEST(Results, ATextThatDidNotPassThroughTheStreamIsPastedAndTheClipboardGivenBack) {
+  Handler desk;
+  desk.desktop.userCopies("mine");
+  desk.handle({.text = " pasted", .mode = "chat", .transcript = "said"});
+  EXPECT_EQ(desk.text(), "abc pasted");
+  EXPECT_EQ(desk.clipboard(), "mine");
+  EXPECT_EQ(desk.statuses.front(), "✅ Done! Ready for next");
+  EXPECT_EQ(desk.statuses.back(), "Ready — Hold fn 🌐 to record");
+  EXPECT_TRUE(desk.undelivered.empty());
+
+  // A dictation without words changes nothing.
+  desk.handle({.text = "", .mode = "chat"});
+  EXPECT_EQ(desk.text(), "abc pasted");
+  EXPECT_EQ(desk.clipboard(), "mine");
+}
+
+TEST(Results, APasteThatNobodyTakesStaysOnTheClipboardAndIsNeverCalledDelivered) {
+  Handler desk;
+  desk.desktop.userCopies("mine");
+  desk.desktop.element(Desk::editorPid, "/text")->acceptsPaste = false;
+  desk.handle({.text = "precious", .mode = "chat"});
+  EXPECT_EQ(desk.clipboard(), "precious");
+  ASSERT_EQ(desk.undelivered.texts().size(), 1u);
+  EXPECT_EQ(desk.undelivered.texts()[0].text, "precious");
+  EXPECT_TRUE(desk.showed("⚠️ Nothing took the pasted text - the text is on the clipboard"))
+      << desk.shown();
+}
+
+TEST(Results, APasswordFieldGetsNoTextAndTheClipboardStays) {
+  Handler desk;
+  desk.desktop.userCopies("mine");
+  desk.desktop.element(Desk::editorPid, "/text")->role = "AXSecureTextField";
+  desk.handle({.text = "secret?", .mode = "chat"});
+  EXPECT_EQ(desk.text(), "abc");
+  EXPECT_EQ(desk.clipboard(), "mine");
+  EXPECT_TRUE(desk.showed("⚠️ Password fields get no text - the text is kept to be sent again"))
+      << desk.shown();
+}
+
+TEST(Results, AnOldClipboardIsNeverPastedWhenOursCannotBeSet) {
+  Handler desk;
+  desk.desktop.userCopies("old");
+  FaultPlan plan;
+  plan.arm(2);  // the clipboard is read first, then set
+  SimulatedPasteboard refusing(desk.dispatch, desk.desktop, &plan);
+  CaretPaste paste({desk.dispatch, desk.random, desk.workspace, desk.accessibility, desk.input,
+                    refusing, desk.browser},
+                   desk.application->core().logger, desk.undelivered);
+  std::optional<DeliveryReport> report;
+  desk.onMain([&] { paste.pasteText("new", [&](const DeliveryReport& r) { report = r; }); });
+  desk.simulation->runFor(3s);
+  ASSERT_TRUE(report);
+  EXPECT_EQ(report->outcome, DeliveryOutcome::kept);
+  EXPECT_EQ(plan.sites().back(), "pasteboard.set");
+  EXPECT_EQ(desk.text(), "abc");
+}
+
+TEST(Results, ATerminalTakesItsOwnPasteChord) {
+  Handler desk;
+  desk.desktop.element(Desk::editorPid, "/text")->role = "AXTerminal";
+  desk.handle({.text = "ls", .mode = "chat"});
+  EXPECT_EQ(desk.desktop.recorded("chord"), std::vector<std::string>{"control+shift+v"});
+}
+
+TEST(Results, AVoiceReplyIsPlayedAndMayLeadToAPage) {
+  Handler desk;
+  desk.handle({.text = "It is noon.",
+               .mode = "chat",
+               .transcript = "time?",
+               .isVoiceResponse = true,
+               .audioResponse = wav::write(Bytes(3200, '\0')),
+               .shouldNavigate = "calendar"});
+  EXPECT_EQ(desk.statuses.front(), "🔊 Speaking response...");
+  EXPECT_EQ(desk.audio.played().size(), 1u);
+  EXPECT_TRUE(desk.printedLine("🔊 Voice response playback complete"));
+  EXPECT_EQ(desk.application->mainWindow().currentTab(), "calendar");
+  EXPECT_EQ(desk.application->mainWindow().historyEntries().front().mode, "Voice Assistant");
+  EXPECT_EQ(desk.text(), "abc");
+}
+
+TEST(Results, TheHistoryKeepsFiftyEntriesNewestFirst) {
+  Handler desk;
+  auto& window = desk.application->mainWindow();
+  for (int i = 0; i < 51; ++i) window.addHistoryEntry("chat", "", std::to_string(i), "Notes");
+  EXPECT_EQ(window.historyEntries().size(), 50u);
+  EXPECT_EQ(window.historyEntries().front().output, "50");
+  EXPECT_EQ(window.historyEntries().back().output, "1");
+}
+
+}  // namespace
+}  // namespace kestrin::test

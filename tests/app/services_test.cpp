@@ -1,0 +1,159 @@
+#include "app/desk.h"
+#include "app/doctor.h"
+
+namespace kestrin::test {
+namespace {
+
+struct Host : SimulatedWorld {
+  Host() {
+    processes.on("kestrin-companion", [this](const ProcessSpec&) { return program; });
+  }
+  ~Host() {
+    host.stop();
+    simulation->runFor(60s);
+  }
+  void companionAnswers(ScriptedReply reply) {
+    http.on("GET", "127.0.0.1:8001/", reply);
+    http.on("GET", "127.0.0.1:8765/health", reply);
+  }
+  void start() {
+    host.start([this](bool answered) { up.push_back(answered); });
+  }
+  size_t starts() const { return processes.seen().size(); }
+
+  ScriptedProgram program{.endless = true};
+  Logger logger{dispatch, notifications};
+  Endpoints endpoints{"http://127.0.0.1:8001", "http://127.0.0.1:8082", "http://127.0.0.1:8765",
+                      "https://backend.example"};
+  EmbeddedHost host{dispatch, http, processes, logger, endpoints, "kestrin-companion"};
+  std::vector<bool> up;
+};
+
+TEST(EmbeddedHost, StartsTheCompanionOnceAndSaysWhenItAnswers) {
+  Host world;
+  world.start();
+  world.simulation->runFor(2s);
+  ASSERT_EQ(world.starts(), 1u);
+  EXPECT_TRUE(world.up.empty());
+  EXPECT_TRUE(world.processes.seen()[0].spec.dieWithParent) << "it would be orphaned";
+  EXPECT_EQ(
+      world.processes.seen()[0].spec.arguments,
+      (std::vector<std::string>{"--ports", "8001,8082,8765,8780", "--services", "asr,llm,agent"}));
+  world.companionAnswers(ScriptedReply::body("{}"));
+  world.simulation->runFor(1s);
+  EXPECT_EQ(world.up, std::vector<bool>{true});
+  world.host.stop();
+  world.simulation->runFor(60s);
+  EXPECT_EQ(world.starts(), 1u);
+  EXPECT_TRUE(world.processes.seen()[0].exitCode) << "it outlives the application";
+}
+
+TEST(EmbeddedHost, LeavesACompanionAloneThatSomebodyElseRuns) {
+  Host world;
+  world.companionAnswers(ScriptedReply::body("{}"));
+  world.start();
+  world.simulation->runFor(2s);
+  EXPECT_EQ(world.starts(), 0u);
+  EXPECT_EQ(world.up, std::vector<bool>{true});
+  EXPECT_FALSE(EmbeddedHost::canServe({"https://asr.example", "", "http://127.0.0.1:1", ""}));
+}
+
+TEST(EmbeddedHost, StartsAgainWithGrowingPauses) {
+  Host world;
+  world.program = ScriptedProgram::printing("no model", 1);
+  world.start();
+  world.simulation->runFor(400ms);
+  EXPECT_EQ(world.starts(), 1u);
+  world.simulation->runFor(300ms);
+  EXPECT_EQ(world.starts(), 2u);
+  world.simulation->runFor(14s);
+  EXPECT_LE(world.starts(), 6u);
+  world.simulation->runFor(10min);
+  EXPECT_LE(world.starts(), 30u);
+  EXPECT_EQ(world.up, std::vector<bool>{false});
+}
+
+TEST(EmbeddedHost, AMissingProgramDoesNotHoldUpTheStart) {
+  Host world;
+  world.processes.forget("kestrin-companion");
+  world.start();
+  world.simulation->runFor(1s);
+  EXPECT_EQ(world.up, std::vector<bool>{false});
+}
+
+TEST(Readiness, WaitsLongerEachTimeUpToFiveSeconds) {
+  SimulatedWorld world;
+  Logger logger{world.dispatch, world.notifications};
+  Readiness readiness{world.dispatch, world.http, logger, Endpoints::fromEnvironment()};
+  std::vector<Duration> at;
+  readiness.onStatus = [&](const StatusLine&) { at.push_back(world.simulation->elapsed()); };
+  std::optional<bool> result;
+  readiness.start([&](bool up) { result = up; });
+  world.simulation->runFor(120s);
+  ASSERT_EQ(result, false);
+  ASSERT_EQ(at.size(), 12u);
+  const auto seconds = [&](size_t i) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(at[i + 1] - at[i]).count() / 100;
+  };
+  EXPECT_EQ(seconds(1), 25);
+  EXPECT_EQ(seconds(5), 45);
+  EXPECT_EQ(seconds(6), 50);
+  EXPECT_EQ(seconds(9), 50);
+}
+
+std::vector<Finding> examine(SimulatedWorld& world, Doctor::Options options) {
+  Logger logger{world.dispatch, world.notifications};
+  Doctor doctor{world.platform, logger, std::move(options)};
+  std::vector<Finding> findings;
+  bool done = false;
+  world.dispatch.globalQueue()->post([&] {
+    findings = doctor.examine();
+    done = true;
+  });
+  EXPECT_TRUE(world.simulation->runUntil([&] { return done; }, 120s));
+  world.simulation->runFor(1s);
+  return findings;
+}
+
+const Finding& find(const std::vector<Finding>& findings, const std::string& check) {
+  for (const auto& finding : findings) {
+    if (finding.check == check) return finding;
+  }
+  ADD_FAILURE() << "no check " << check;
+  return findings.front();
+}
+
+TEST(Doctor, FindsAHealthyMachineHealthyAndNamesTheMendOfEachFault) {
+  Desk desk;
+  const Doctor::Options options{.endpoints = {"http://127.0.0.1:8001", "http://127.0.0.1:8082",
+                                              "http://127.0.0.1:8765", "http://127.0.0.1:8780"},
+                                .holdKey = "Right Ctrl",
+                                .display = "X11"};
+  desk.speak(10s);
+  auto findings = examine(desk, options);
+  for (const auto& finding : findings)
+    EXPECT_EQ(finding.state, Finding::State::ok) << finding.line();
+  EXPECT_NE(find(findings, "Microphone").detail.find("highest level 30 %"), std::string::npos);
+
+  // Silence is suspicious but no fault; a missing language model is none either.
+  desk.simulation->runFor(20s);
+  desk.http.on("GET", "127.0.0.1:8082/health", ScriptedReply::refused());
+  findings = examine(desk, options);
+  EXPECT_EQ(find(findings, "Microphone").state, Finding::State::warning);
+  EXPECT_TRUE(Doctor::allThere(findings));
+
+  desk.audio.setServerRunning(false);
+  desk.http.on("GET", "127.0.0.1:8765/health", ScriptedReply::never());
+  desk.http.on("POST", "127.0.0.1:8001/transcribe/pcm", ScriptedReply::body("nonsense", 500));
+  auto blind = options;
+  blind.display.clear();
+  findings = examine(desk, blind);
+  for (const char* check : {"Display", "Sound server", "Microphone", "Recognition", "Agent"}) {
+    EXPECT_EQ(find(findings, check).state, Finding::State::missing) << check;
+    EXPECT_FALSE(find(findings, check).mend.empty()) << check;
+  }
+  EXPECT_FALSE(Doctor::allThere(findings));
+}
+
+}  // namespace
+}  // namespace kestrin::test

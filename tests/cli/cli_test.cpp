@@ -1,0 +1,133 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "platform/audio/wav.h"
+#include "platform/json/json.h"
+#include "platform/linux/linux_files.h"
+#include "platform/linux/posix_processes.h"
+#include "platform/text/text.h"
+#include "support/worlds.h"
+
+namespace kestrin::test {
+namespace {
+
+/// Runs the built program with a home of its own and no services, display or bus.
+struct Terminal {
+  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {}) {
+    const auto output = processes->run(
+        {.program = std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin",
+         .arguments = std::move(arguments),
+         .environment = {{"HOME", folder.path()},
+                         {"XDG_CONFIG_HOME", folder.file("config")},
+                         {"XDG_RUNTIME_DIR", folder.path()},
+                         {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder.file("nobus")},
+                         {"DISPLAY", ""},
+                         {"WAYLAND_DISPLAY", ""},
+                         {"PULSE_SERVER", "unix:" + folder.file("nosound")},
+                         {"KESTRIN_ASR_URL", "http://127.0.0.1:9"},
+                         {"KESTRIN_AGENT_URL", "http://127.0.0.1:9"},
+                         {"KESTRIN_LLM_URL", "http://127.0.0.1:9"},
+                         {"KESTRIN_BACKEND_URL", "http://127.0.0.1:9"}},
+         .input = std::move(input)},
+        std::chrono::seconds(60));
+    return output ? *output
+                  : ProcessOutput{.exitCode = -1, .standardError = output.error().description};
+  }
+
+  ScratchFolder folder;
+  std::unique_ptr<Processes> processes = makePosixProcesses();
+};
+
+TEST(Cli, WrongUsageIsStatusTwo) {
+  Terminal terminal;
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"frobnicate"},
+                                             {"dictate"},
+                                             {"dictate", "--wav"},
+                                             {"dictate", "--nope"},
+                                             {"settings"},
+                                             {"settings", "set", "only-key"},
+                                             {"press", "extra"},
+                                             {"--nope"}}) {
+    const auto output = terminal.run(arguments);
+    EXPECT_EQ(output.exitCode, 2) << text::join(arguments, " ");
+    EXPECT_EQ(output.standardOutput, "");
+    EXPECT_NE(output.standardError, "");
+  }
+}
+
+TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
+  Terminal terminal;
+  const auto help = terminal.run({"--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
+                              "quit", "retry", "doctor", "settings"}) {
+    EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
+    EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
+  }
+  EXPECT_EQ(terminal.run({"--version"}).standardOutput.rfind("kestrin ", 0), 0u);
+  const auto page = LinuxFiles().read(std::string(KESTRIN_SOURCE_DIR) + "/packaging/man/kestrin.1");
+  EXPECT_EQ(terminal.run({"--help-man"}).standardOutput, page.value_or("")) << "run scripts/man";
+}
+
+TEST(Cli, ATornOrEmptyRecordingIsAClearError) {
+  Terminal terminal;
+  const auto whole = wav::write(Bytes(32000, '\1'));
+  for (const Bytes& bytes :
+       {Bytes(), whole.substr(0, 20), whole.substr(0, 44), Bytes("RIFFnoise")}) {
+    const auto output = terminal.run({"dictate", "--wav", "-", "--json"}, bytes);
+    EXPECT_EQ(output.exitCode, 1);
+    EXPECT_NE(output.standardError, "");
+    const auto event = Json::parse(output.standardOutput);
+    ASSERT_TRUE(event) << output.standardOutput;
+    EXPECT_EQ(event->stringAt("event"), "error");
+    EXPECT_EQ(event->stringAt("domain"), "WAV");
+  }
+  EXPECT_EQ(terminal.run({"dictate", "--wav", terminal.folder.file("nothing.wav")}).exitCode, 1);
+}
+
+TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
+  Terminal terminal;
+  const auto output =
+      terminal.run({"dictate", "--wav", "-", "--json"}, wav::write(Bytes(32000, '\1')));
+  EXPECT_EQ(output.exitCode, 1);
+  std::vector<std::string> events;
+  for (const auto& line : text::split(text::trim(output.standardOutput), "\n")) {
+    const auto event = Json::parse(line);
+    ASSERT_TRUE(event) << line;
+    events.push_back(event->stringAt("event", ""));
+  }
+  EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
+}
+
+TEST(Cli, SettingsAreKeptWithTheirKinds) {
+  Terminal terminal;
+  EXPECT_EQ(terminal.run({"settings", "get", "pref_holdKey"}).exitCode, 1);
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_holdKey", "Right Super"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_voiceVolume", "35.5"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_preRoll", "true"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "get", "pref_holdKey"}).standardOutput, "Right Super\n");
+  EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
+            "{\"pref_holdKey\":\"Right Super\",\"pref_preRoll\":true,\"pref_voiceVolume\":35.5}\n");
+  EXPECT_EQ(terminal.run({"settings", "reset", "pref_holdKey"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+}
+
+TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {
+  Terminal terminal;
+  const auto status = terminal.run({"status", "--json"});
+  EXPECT_EQ(status.exitCode, 0);
+  EXPECT_EQ(Json::parse(status.standardOutput)->boolAt("ready"), false);
+  for (const char* command : {"press", "quit", "retry"}) {
+    const auto output = terminal.run({command});
+    EXPECT_EQ(output.exitCode, 1);
+    EXPECT_NE(output.standardError, "");
+  }
+  const auto doctor = terminal.run({"doctor"});
+  EXPECT_EQ(doctor.exitCode, 1);
+  EXPECT_NE(doctor.standardOutput.find("❌ Sound server: "), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kestrin::test
