@@ -24,7 +24,8 @@ class MainLoop {
 };
 
 /// The product's engine: real threads and real time. The thread that makes it is the main thread.
-/// Destruction stops timers, lets running jobs end, drops pending ones and joins every thread.
+/// Destruction stops timers, lets running jobs end (their waits return false, their sleeps at
+/// once), drops pending ones and joins every thread. Queues left over drop what is posted to them.
 class ThreadsDispatch : public Dispatch {
  public:
   static std::unique_ptr<ThreadsDispatch> make();
