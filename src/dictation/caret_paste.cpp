@@ -55,6 +55,8 @@ struct CaretPaste::Worker {
   }
 
   DeliveryReport paste(const std::string& text) {
+    // A dictation without words changes nothing, the clipboard included.
+    if (text.empty()) return {};
     const auto target = findTarget();
     if (target.role == "AXSecureTextField") {
       return undeliveredReport(text, target, DeliveryOutcome::kept, "Password fields get no text");
@@ -84,7 +86,7 @@ struct CaretPaste::Worker {
     }
     // A fetched text that is not before the caret was most likely taken all the same: programs move
     // their caret as they like.
-    const bool sure = arrived.value_or(false) || text.empty();
+    const bool sure = arrived.value_or(false);
     return {"", sure ? DeliveryOutcome::pasted : DeliveryOutcome::unverified,
             sure ? std::string{} : text, ""};
   }

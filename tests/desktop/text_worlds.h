@@ -72,4 +72,22 @@ class EditorWorld : public RealWorld {
   std::string path_;
 };
 
+/// A browser ("firefox", "chromium") on the pages in tests/desktop/pages. The address names the
+/// field that gets the focus; the page's title, and so the window's, shows what is in it.
+class BrowserWorld : public RealWorld {
+ public:
+  explicit BrowserWorld(std::string family) : family_(std::move(family)) {}
+  void openPages(const std::vector<std::string>& pages);
+  /// `field`: the id of one of the page's fields. `asApplication`: a window without tabs, as
+  /// Electron shows one.
+  void openField(const std::string& field, bool asApplication = false);
+  void open(const std::string&, TextRange) override { openField("textarea"); }
+  void userTypes(const std::string& text) override { userTypesKeys(text); }
+  std::string text() override;
+
+ private:
+  std::vector<std::string> command() const;
+  std::string family_;
+};
+
 }  // namespace kestrin

@@ -66,7 +66,7 @@ void EmbeddedHost::start(std::function<void(bool)> onUp) {
     // A companion that somebody else runs (systemd, another session) serves us as well.
     if (up) return finishStart(true);
     spawn();
-    waitUntilUp();
+    if (onUp_) waitUntilUp();
   });
 }
 
@@ -112,6 +112,9 @@ void EmbeddedHost::spawn() {
     return;
   }
   logger_.print("❌ The companion cannot be started: " + started.error().description);
+  // Waiting for its services makes no sense now; somebody may still install it.
+  probeTimer_.reset();
+  finishStart(false);
   childEnded(127);
 }
 
