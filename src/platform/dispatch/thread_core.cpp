@@ -49,7 +49,7 @@ void ThreadCore::beginStop() {
 void ThreadCore::checkMayWait(std::string_view verb, std::string_view what) {
   const Frame* frame = currentFrame();
   if (frame == nullptr) return;
-  const Queue* held = mainWaitsFor_.load(std::memory_order_relaxed);
+  const Queue* held = mainJobWaitsFor_.load(std::memory_order_relaxed);
   if (!holds(frame, mainQueue) && (held == nullptr || !holds(frame, held))) return;
   if (abortOnMainWait) misuse(waitOnMainText(verb, what));
   static std::atomic<bool> said{false};
@@ -61,9 +61,14 @@ void ThreadCore::beginMainWait(const Queue& queue) {
   std::lock_guard lock(mutex_);
   for (const Frame* caller : callersOfMain_) refuseMutualWait(caller, &queue);
   mainWaitsFor_ = &queue;
+  if (holds(currentFrame(), mainQueue)) mainJobWaitsFor_ = &queue;
 }
 
-void ThreadCore::endMainWait() { mainWaitsFor_ = nullptr; }
+void ThreadCore::endMainWait() {
+  std::lock_guard lock(mutex_);
+  mainWaitsFor_ = nullptr;
+  mainJobWaitsFor_ = nullptr;
+}
 
 void ThreadCore::beginCallOfMain(const Frame* frame) {
   std::lock_guard lock(mutex_);

@@ -80,8 +80,11 @@ class ThreadCore {
 
  private:
   std::atomic<bool> stopping_{false};
-  std::atomic<const Queue*> mainWaitsFor_{nullptr};
   std::mutex mutex_;
+  const Queue* mainWaitsFor_ = nullptr;
+  /// The same, but only when a job of the main queue waits: before its loop runs, the main thread
+  /// may.
+  std::atomic<const Queue*> mainJobWaitsFor_{nullptr};
   std::multiset<const Frame*> callersOfMain_;
   std::set<Interruptible*> waits_;
 };

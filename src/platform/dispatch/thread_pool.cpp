@@ -63,7 +63,7 @@ void ThreadPool::grow() {
   if (threads_.size() < maxThreads && threads_.size() - blocked_ < processors_) {
     addThread();
   } else {
-    watch();
+    watch(taken_);
   }
 }
 
@@ -79,19 +79,21 @@ void ThreadPool::joinEnded() {
   ended_.clear();
 }
 
-void ThreadPool::watch() {
+void ThreadPool::watch(uint64_t taken) {
   if (watching_ || stopping_) return;
   watching_ = true;
   alarms_.schedule(std::chrono::steady_clock::now() + noProgress,
-                   [this, then = taken_] { checkProgress(then); });
+                   [this, taken] { checkProgress(taken); });
 }
 
 void ThreadPool::checkProgress(uint64_t takenThen) {
   std::lock_guard lock(mutex_);
   watching_ = false;
   if (items_.empty()) return;
-  if (taken_ == takenThen && idle_ == 0 && threads_.size() < maxThreads) addThread();
-  watch();
+  const bool grow = taken_ <= takenThen && idle_ == 0 && threads_.size() < maxThreads;
+  if (grow) addThread();
+  // What the new thread takes for a start is no progress of the others.
+  watch(taken_ + (grow ? 1 : 0));
 }
 
 void ThreadPool::work(std::list<std::thread>::iterator self) {

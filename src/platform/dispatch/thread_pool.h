@@ -61,7 +61,8 @@ class ThreadPool {
   void work(std::list<std::thread>::iterator self);
   void grow();
   void addThread();
-  void watch();
+  /// Looks a little later whether more than `taken` items have been taken by then.
+  void watch(uint64_t taken);
   void checkProgress(uint64_t takenThen);
   void joinEnded();
 

@@ -29,8 +29,9 @@ class ThreadsDispatch : public Dispatch {
  public:
   static std::unique_ptr<ThreadsDispatch> make();
   virtual MainLoop& mainLoop() = 0;
-  /// Stops timers, lets running jobs end, drops pending ones and joins every thread; posts do nothing
-  /// afterwards. Call it before the objects are destroyed that jobs use. Main thread only.
+  /// Stops timers, lets running jobs end (their waits return false, their sleeps at once), drops
+  /// pending ones and joins every thread; posts do nothing afterwards. Call it before the objects
+  /// are destroyed that jobs use. Main thread only.
   virtual void shutDown() = 0;
 };
 

@@ -20,7 +20,6 @@ class Turnstile {
     return true;
   }
   void enqueue(Entry entry) { waiting_.push_back(std::move(entry)); }
-  bool canStartNext() const { return !waiting_.empty() && isFree(waiting_.front().access); }
   /// Moves the first waiting entry to `out` and gives it its turn, if it can have one now.
   bool startNext(Entry& out) {
     if (waiting_.empty() || !isFree(waiting_.front().access)) return false;
@@ -36,8 +35,9 @@ class Turnstile {
       --shared_;
     }
   }
-  const std::deque<Entry>& waiting() const { return waiting_; }
-  bool busy() const { return exclusive_ || shared_ > 0; }
+  size_t waitingCount() const { return waiting_.size(); }
+  /// Takes away everything that has not had its turn.
+  std::deque<Entry> takeWaiting() { return std::exchange(waiting_, {}); }
 
  private:
   bool isFree(Access access) const {
