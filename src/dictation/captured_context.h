@@ -20,8 +20,8 @@ struct LocalFileContext {
   Json toJson() const;
 };
 
-/// What the user was looking at when the hold key went down. Every field is best effort: what could not
-/// be read holds its default.
+/// What the user was looking at when the hold key went down. Every field is best effort: what could
+/// not be read holds its default.
 struct CapturedContext {
   std::string appName;
   std::string windowTitle;
@@ -40,8 +40,8 @@ struct CapturedContext {
   std::string fileLanguage;
   std::string browserPageContent;
 
-  /// The agent's `app_context`: the first five fields and the duration always, the others only when they
-  /// hold something.
+  /// The agent's `app_context`: the first five fields and the duration always, the others only when
+  /// they hold something.
   Json toJson() const;
 };
 

@@ -39,10 +39,10 @@ enum class InsertResult {
   unknown,     ///< timed out in the middle: it may still land, so it must not be repeated
 };
 
-/// The place where a dictation's text must land, as it was when the hold key went down, and how to write
-/// there later. Everything is fixed at construction but the tracked caret, which moves with each insertion
-/// and with what others edit before it. Construction and every operation may block on other programs: off the
-/// main queue only, one operation at a time.
+/// The place where a dictation's text must land, as it was when the hold key went down, and how to
+/// write there later. Everything is fixed at construction but the tracked caret, which moves with
+/// each insertion and with what others edit before it. Construction and every operation may block
+/// on other programs: off the main queue only, one operation at a time.
 class CursorContext {
  public:
   struct Target {
@@ -84,14 +84,15 @@ class CursorContext {
   bool isTerminal() const { return elementRole_ == "AXTerminal"; }
   bool isSecureField() const { return elementRole_ == "AXSecureTextField"; }
 
-  /// Writes `text` behind the last piece, without touching focus, selection or clipboard. Waits until the
-  /// user has left the field alone for 150 ms, at most 1 s in one go of editing.
+  /// Writes `text` behind the last piece, without touching focus, selection or clipboard. Waits
+  /// until the user has left the field alone for 150 ms, at most 1 s in one go of editing.
   InsertResult insertText(const std::string& text);
-  /// After an insertion of unknown outcome: whether it is in the document now (`inserted`), certainly is
-  /// not (`refused`), or nobody can say (`unknown`).
-  InsertResult resolveUnknownInsert();
+  /// After an insertion of unknown outcome: waits, at most `timeout`, until it is in the document
+  /// (`inserted`) or certainly is not (`refused`); else it stays `unknown`.
+  InsertResult resolveUnknownInsert(Duration timeout);
 
-  /// Brings the captured window to the front, waiting for it; false when it is not in front afterwards.
+  /// Brings the captured window to the front, waiting for it; false when it is not in front
+  /// afterwards.
   bool raiseWindowOnly();
   void restoreChromeTabIfNeeded();
   void clickAtCapturedCaretPoint();
@@ -102,11 +103,10 @@ class CursorContext {
   bool raiseWindowByTitle();
   bool waitForQuietField();
   std::optional<TextRange> selectedTextRangeUTF16(const AxElement& element) const;
-  InsertResult insertAtTrackedCaret(const std::string& text, int length);
-  std::optional<InsertResult> insertAtOwnCaret(const AxElement& element, const std::string& text,
-                                               std::optional<int> alreadyRefusedAt);
-  InsertResult confirm(const AxElement& element, InsertOutcome outcome, int offset, int lengthBefore,
-                       const std::string& text) const;
+  int trackedCaretIn(const AxElement& element, int length);
+  InsertResult insertAtOwnCaret(const AxElement& element, const std::string& text,
+                                std::optional<int> alreadyRefusedAt);
+  InsertResult insertAt(const AxElement& element, int offset, const std::string& text);
 
   InsertionPorts ports_;
   Logger& logger_;
@@ -119,17 +119,18 @@ class CursorContext {
   bool isLikelyWebEditor_ = false;
   bool isChrome_ = false;
 
-  struct UnknownInsert {
-    int offset = 0;
-    int lengthBefore = 0;
-    std::string text;
-  };
-  std::optional<UnknownInsert> unknownInsert_;
-  std::optional<SteadyTime> holdStarted_;
+  /// What the watch of foreign edits changes, on any thread; it may outlive the context for a
+  /// moment.
+  struct TrackedCaret {
+    std::mutex mutex;
+    std::optional<int> indexUTF16;
+    std::optional<SteadyTime> lastForeignEdit;
 
-  mutable std::mutex caretMutex_;  ///< guards what the watch of foreign edits changes
-  std::optional<int> cursorIndexUTF16_;
-  std::optional<SteadyTime> lastForeignEdit_;
+    void follow(const TextChange& change, SteadyTime now);
+  };
+  const std::shared_ptr<TrackedCaret> caret_ = std::make_shared<TrackedCaret>();
+  int unknownUnits_ = 0;  ///< UTF-16 length of the insert whose outcome is unknown
+  std::optional<SteadyTime> holdStarted_;
   SubscriptionHandle watch_;
 };
 

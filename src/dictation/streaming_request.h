@@ -25,8 +25,8 @@ enum class StreamingStatus {
 std::string_view streamingStatusText(StreamingStatus status);
 
 /// One dictation's stream: the text received, the text that waits for insertion, its status and its
-/// target. Holds the last chunk filter. Thread-safe: reads wait for the writes posted before them, writes
-/// return at once.
+/// target. Holds the last chunk filter. Thread-safe: reads wait for the writes posted before them,
+/// writes return at once.
 class StreamingRequest : public std::enable_shared_from_this<StreamingRequest> {
  public:
   StreamingRequest(Dispatch& dispatch, Logger& logger, std::shared_ptr<CursorContext> context);
@@ -59,15 +59,15 @@ class StreamingRequest : public std::enable_shared_from_this<StreamingRequest> {
   void addChunk(std::string_view text);
   /// Moves the pending chunks out.
   std::vector<std::string> takePendingChunks();
-  /// Moves the pending chunks out and hands them to `receiver` before anybody else can take later ones:
-  /// what two takers post from here keeps the order of the text. Not called when there are none;
-  /// `receiver` must not wait.
+  /// Moves the pending chunks out and hands them to `receiver` before anybody else can take later
+  /// ones: what two takers post from here keeps the order of the text. Not called when there are
+  /// none; `receiver` must not wait.
   void passPendingChunks(const std::function<void(std::vector<std::string>)>& receiver);
   void cancel();
   void complete();
 
-  /// Runs on the main queue after every change; several changes close together may share one call. Set it
-  /// before the first chunk.
+  /// Runs on the main queue after every change; several changes close together may share one call.
+  /// Set it before the first chunk.
   std::function<void()> onStateChange;
 
  private:

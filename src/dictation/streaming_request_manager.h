@@ -35,9 +35,10 @@ struct DeliveryReport {
 
 class DeferredPaste;
 
-/// Turns arriving chunks into text in another application while the user may be working elsewhere: keeps
-/// the running requests, decides when a request's pending text is inserted, and how (in the background,
-/// or collected for one paste at the end). Make it with `std::make_shared`. Thread-safe.
+/// Turns arriving chunks into text in another application while the user may be working elsewhere:
+/// keeps the running requests, decides when a request's pending text is inserted, and how (in the
+/// background, or collected for one paste at the end). Make it with `std::make_shared`.
+/// Thread-safe.
 class StreamingRequestManager : public std::enable_shared_from_this<StreamingRequestManager> {
  public:
   StreamingRequestManager(InsertionPorts ports, Logger& logger, UndeliveredStore& undelivered);
@@ -49,8 +50,8 @@ class StreamingRequestManager : public std::enable_shared_from_this<StreamingReq
   /// Null when there is none.
   std::shared_ptr<StreamingRequest> getRequest(const std::string& id) const;
   void addChunk(std::string_view text, const std::string& id);
-  /// Blocks until the text is delivered (or found undeliverable): off the main queue. `onDelivery` has
-  /// been posted when it returns, unless the delivery takes more than 10 s.
+  /// Blocks until the text is delivered (or found undeliverable): off the main queue. `onDelivery`
+  /// has been posted when it returns, unless the delivery takes more than 10 s.
   void completeRequest(const std::string& id);
   void cancelRequest(const std::string& id);
   /// All that are not cancelled, oldest first.
@@ -64,18 +65,33 @@ class StreamingRequestManager : public std::enable_shared_from_this<StreamingReq
   std::function<void(const DeliveryReport&)> onDelivery;
 
  private:
-  struct Delivery;
+  /// How the text of a request fared so far.
+  struct Delivery {
+    std::string deferredPasteBuffer;  ///< collected for the paste at the end
+    std::string unknownText;          ///< the insert of which nobody knows whether it happened
+    bool inserted = false;
+    bool unverified = false;
+    /// Set where a later piece must not overtake an earlier one: everything that follows is
+    /// collected.
+    bool diverted = false;
+  };
 
   void processPendingChunks();
-  void processChunksForRequest(const std::shared_ptr<StreamingRequest>& request, bool force);
+  /// True when text stays pending.
+  bool processChunksForRequest(const std::shared_ptr<StreamingRequest>& request, bool force);
   void activateAndType(const std::shared_ptr<StreamingRequest>& request, std::string text);
-  void deliverPiece(const std::shared_ptr<StreamingRequest>& request, const std::string& text);
+  void deliverPiece(const StreamingRequest& request, const std::string& text);
   void flushDeferredPaste(const std::shared_ptr<StreamingRequest>& request);
-  DeliveryReport finishDelivery(const std::shared_ptr<StreamingRequest>& request);
+  DeliveryReport finishDelivery(const StreamingRequest& request);
+  DeliveryReport undeliverable(const StreamingRequest& request, const std::string& text,
+                               const std::string& reason);
   void attemptCleanupRequest(const std::string& id, int remainingAttempts);
   void cleanupActivation(const std::string& id);
   void notifyRequestsChanged();
   void armTick();
+  std::vector<std::shared_ptr<StreamingRequest>> allRequests() const;
+  /// Runs `change` on the request's delivery, under the guard of the table.
+  void updateDelivery(const std::string& id, const std::function<void(Delivery&)>& change);
 
   InsertionPorts ports_;
   Logger& logger_;
@@ -86,12 +102,13 @@ class StreamingRequestManager : public std::enable_shared_from_this<StreamingReq
   QueueRef deliveryQueue_;
   std::unique_ptr<DeferredPaste> paste_;
   std::map<std::string, std::shared_ptr<StreamingRequest>> activeRequests_;  ///< on `requestQueue_`
-  std::map<std::string, Delivery> deliveries_;                              ///< on `requestQueue_`
+  std::map<std::string, Delivery> deliveries_;                               ///< on `requestQueue_`
 
-  mutable std::mutex scheduleMutex_;
+  mutable std::mutex scheduleMutex_;  ///< guards what follows
   std::map<std::string, SteadyTime> lastPasteTime_;
   std::optional<std::string> currentlyTypingRequestId_;
-  TimerHandle processingTimer_;
+  bool tickArmed_ = false;
+  bool notificationPending_ = false;
 };
 
 }  // namespace kestrin

@@ -20,6 +20,7 @@
 namespace kestrin {
 
 class SSEClient;
+struct AgentEventHandlers;
 
 /// What a finished stream delivers.
 struct TranscriptionResult {
@@ -36,8 +37,9 @@ struct TranscriptionResult {
   std::optional<std::string> shouldNavigate;
 };
 
-/// What a request says about the user that higher subsystems know. Any of these may be empty; they are called on the
-/// caller's thread (the static part of the body) or on a stream's queue (the refresh) and must not wait.
+/// What a request says about the user that higher subsystems know. Any of these may be empty; they
+/// are called on the caller's thread (the static part of the body) or on a stream's queue (the
+/// refresh) and must not wait.
 struct RequestContextSources {
   std::function<std::string()> voiceProfileSummary;
   /// The style text of the cached archetype, when there is one.
@@ -54,11 +56,11 @@ struct RequestContextSources {
   std::function<void(Bytes audio, std::function<void()> completion)> playAudio;
 };
 
-/// The client of the agent's streaming pipeline: PCM and context in, text chunks and one result out. Each
-/// stream is independent; two can run together. Make it with `std::make_shared`.
+/// The client of the agent's streaming pipeline: PCM and context in, text chunks and one result
+/// out. Each stream is independent; two can run together. Make it with `std::make_shared`.
 ///
-/// Posts on the main queue: "BackgroundResearchStarted" {research_id}, "OutputRouteReceived" {channel,
-/// suppress_paste, auto_speak, show_in_panel}, "ExecuteAction" (the action itself).
+/// Posts on the main queue: "BackgroundResearchStarted" {research_id}, "OutputRouteReceived"
+/// {channel, suppress_paste, auto_speak, show_in_panel}, "ExecuteAction" (the action itself).
 class TranscriptionService : public std::enable_shared_from_this<TranscriptionService> {
  public:
   using ChunkHandler = std::function<void(const std::string& text)>;
@@ -71,9 +73,10 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
                        RequestContextSources sources);
   ~TranscriptionService();
 
-  /// Returns at once. `onStreamChunk` (for the caret: nothing once the mode is "command") and `completion`
-  /// (once) run on the thread that delivers the stream, never on the main queue. Errors: the recogniser's
-  /// or the transport's, or "TranscriptionService" ("Invalid streaming URL").
+  /// Returns at once. `onStreamChunk` (for the caret: nothing once the mode is "command") and
+  /// `completion` (once) run on the thread that delivers the stream, never on the main queue.
+  /// Errors: the recogniser's or the transport's, or "TranscriptionService" ("Invalid streaming
+  /// URL").
   void transcribePCMStreaming(const Bytes& pcmData, const std::string& mode,
                               const CapturedContext& context,
                               const std::optional<std::string>& authToken,
@@ -82,15 +85,21 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
  private:
   struct Stream;
 
-  Json buildStaticRequestBody(const std::string& mode, const CapturedContext& context);
-  void processTranscriptStreamingFast(const std::shared_ptr<Stream>& stream,
-                                      const LocalASRResult& asr);
+  void startStream(const std::shared_ptr<Stream>& stream, const Bytes& pcmData,
+                   const std::optional<std::string>& authToken);
+  Json buildStaticRequestBody(const Stream& stream);
+  void addUser(Json& body) const;
+  void processTranscriptStreamingFast(const std::shared_ptr<Stream>& stream);
+  AgentEventHandlers eventHandlers(const std::shared_ptr<Stream>& stream);
   void finishStream(const std::shared_ptr<Stream>& stream, const std::optional<Error>& error);
   void updateVoiceProfileInBackground(const Stream& stream);
   void logTranscriptionToCloudBackend(const Stream& stream);
   void maybeRefreshProfilesInBackground();
-  HttpRequest backendPost(const std::string& path, const Json& body) const;
+  /// The answer is not read; `what` and `failureLabel` begin the lines that are logged.
+  void postToBackend(const std::string& path, const Json& body, const std::string& what,
+                     const std::string& source, const std::string& failureLabel);
   std::string timezone() const;
+  static Json localFiles(const CapturedContext& context);
 
   Dispatch& dispatch_;
   Http& http_;

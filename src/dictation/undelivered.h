@@ -31,8 +31,8 @@ struct UndeliveredText {
   std::string reason;
 };
 
-/// What did not arrive, in memory only and bounded: the last five recordings and ten minutes of sound in
-/// all, and the last twenty texts. Thread-safe.
+/// What did not arrive, in memory only and bounded: the last five recordings and ten minutes of
+/// sound in all, and the last twenty texts. Thread-safe.
 class UndeliveredStore {
  public:
   static constexpr size_t maxRecordings = 5;
@@ -45,7 +45,8 @@ class UndeliveredStore {
   /// Newest first.
   std::vector<UndeliveredRecording> recordings() const;
   std::vector<UndeliveredText> texts() const;
-  /// Takes the newest item of either kind out, whichever is later; the caller keeps it again if sending it fails.
+  /// Takes the newest item of either kind out, whichever is later; the caller keeps it again if
+  /// sending it fails.
   std::optional<UndeliveredRecording> takeLatestRecording();
   std::optional<UndeliveredText> takeLatestText();
   bool latestIsText() const;
@@ -53,7 +54,8 @@ class UndeliveredStore {
   void remove(const std::string& id);
   void clear();
 
-  /// Runs after every change, on the thread of the change, outside the lock. Set it before the first use.
+  /// Runs after every change, on the thread of the change, outside the lock. Set it before the
+  /// first use.
   std::function<void()> onChange;
 
  private:

@@ -46,7 +46,6 @@ enum class State {
   selected = 23,
   sensitive = 24,
   showing = 25,
-  singleLine = 26,
   visible = 30,
 };
 

@@ -42,7 +42,7 @@ Result<std::shared_ptr<TextSession>> TextSession::open(AtspiBus& bus, QueueRef e
     return cannotEdit("The element is not editable");
   }
   std::shared_ptr<TextSession> session(new TextSession(bus, element, *convention));
-  session->singleLine_ = states->has(State::singleLine);
+  session->singleLine_ = !states->has(State::multiLine);
   session->state_->queue = std::move(events);
   session->state_->reread = [weak = std::weak_ptr(session)] {
     if (auto alive = weak.lock()) alive->readText(Budget(callLimit));

@@ -64,8 +64,9 @@ constexpr RoleRow roles[] = {
     {83, "AXHeading"},  // heading
     {85, "AXGroup"},    // section
     {87, "AXGroup"},    // form
-    {88, "AXLink"},     // link
+    {roleLink, "AXLink"},
     {roleDocumentWeb, "AXWebArea"},
+    {roleStatic, "AXStaticText"},
 };
 
 }  // namespace

@@ -24,16 +24,19 @@ class TimeLine {
     sounds_.push_back({begin, wav::resample(samples, sampleRate, rate_)});
   }
 
-  float at(SteadyTime begin, int64_t frame) const {
-    float value = 0;
+  /// The frames [from, to) of a capture that began at `begin`.
+  std::vector<float> read(SteadyTime begin, int64_t from, int64_t to) const {
+    std::vector<float> frames(size_t(to - from), 0.0F);
     for (const Placed& sound : sounds_) {
-      const int64_t offset = (begin - sound.begin).count();
-      const auto index =
-          frame + (offset * rate_ + (offset < 0 ? -500'000'000 : 500'000'000)) / 1'000'000'000;
-      if (index >= 0 && index < int64_t(sound.samples.size()))
-        value += sound.samples[size_t(index)];
+      // The sound's own index of frame 0, rounded: times are cut to nanoseconds.
+      const int64_t lead = (begin - sound.begin).count();
+      const int64_t zero = (lead * rate_ + (lead < 0 ? -500'000'000 : 500'000'000)) / 1'000'000'000;
+      const int64_t first = std::max(from, -zero);
+      const int64_t end = std::min(to, int64_t(sound.samples.size()) - zero);
+      for (int64_t frame = first; frame < end; ++frame)
+        frames[size_t(frame - from)] += sound.samples[size_t(frame + zero)];
     }
-    return value;
+    return frames;
   }
 
  private:

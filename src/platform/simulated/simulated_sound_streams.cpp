@@ -58,11 +58,20 @@ class Capture final : public AudioCapture {
       const int64_t from = std::exchange(position, std::max(position, now));
       if (silent || position == from) return false;
       // Our own output is left out of what the system plays by being deaf meanwhile.
-      const TimeLine& line = system ? server->systemLine : *device->line;
-      for (int64_t frame = from; frame < position; ++frame)
-        samples.insert(samples.end(), size_t(blocks.format().channels),
-                       system && server->playing > 0 ? 0.0F : line.at(begin, frame));
+      if (system && server->playing > 0) {
+        samples.assign(size_t(position - from), 0.0F);
+      } else {
+        samples = (system ? server->systemLine : *device->line).read(begin, from, position);
+      }
+      if (blocks.format().channels > 1) samples = onAllChannels(samples);
       return true;
+    }
+    std::vector<float> onAllChannels(const std::vector<float>& mono) const {
+      std::vector<float> samples;
+      samples.reserve(mono.size() * size_t(blocks.format().channels));
+      for (const float sample : mono)
+        samples.insert(samples.end(), size_t(blocks.format().channels), sample);
+      return samples;
     }
     void end() {
       alive = false;

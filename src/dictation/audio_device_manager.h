@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/audio.h"
+
+namespace kestrin {
+
+/// Finds input devices by the name that people read.
+class AudioDeviceManager {
+ public:
+  explicit AudioDeviceManager(Audio& audio) : audio_(audio) {}
+
+  /// Empty when there is no sound server.
+  std::vector<std::string> allDeviceIDs() {
+    std::vector<std::string> ids;
+    for (const AudioDevice& device : audio_.inputDevices().value_or(std::vector<AudioDevice>{}))
+      ids.push_back(device.id);
+    return ids;
+  }
+
+  /// The first device of this name.
+  std::optional<std::string> findDeviceID(const std::string& named) {
+    for (const AudioDevice& device : audio_.inputDevices().value_or(std::vector<AudioDevice>{}))
+      if (device.name == named) return device.id;
+    return std::nullopt;
+  }
+
+ private:
+  Audio& audio_;
+};
+
+}  // namespace kestrin

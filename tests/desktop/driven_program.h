@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace kestrin {
+
+/// A real program that a test starts, talks to over its standard streams and ends with everything
+/// it started.
+class DrivenProgram {
+ public:
+  explicit DrivenProgram(const std::vector<std::string>& arguments);
+  ~DrivenProgram();
+  DrivenProgram(const DrivenProgram&) = delete;
+  DrivenProgram& operator=(const DrivenProgram&) = delete;
+
+  int pid() const { return pid_; }
+  /// Sends one line and waits for the line that answers it.
+  std::string ask(const std::string& line);
+  /// Ends it at once, as a crash would.
+  void end();
+  void stop() { signalAll(19); }
+  void resume() { signalAll(18); }
+
+ private:
+  void signalAll(int number);
+
+  pid_t pid_ = 0;
+  int input_ = -1;
+  int output_ = -1;
+};
+
+/// Runs a command to its end; what it printed, without the last line end.
+std::string outputOf(const std::vector<std::string>& arguments);
+
+/// The user's hands: keys ("ctrl+s") and typed text reach whatever has the focus.
+void userPresses(const std::vector<std::string>& keys);
+void userTypesKeys(const std::string& text);
+
+}  // namespace kestrin
