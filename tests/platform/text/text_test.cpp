@@ -40,7 +40,8 @@ TEST(Text, InvalidBytesAreHarmless) {
 
 TEST(Text, Base64IsStrict) {
   std::string out;
-  for (const std::string sample : {"", "f", "fo", "foo", "foob", std::string("\0\xFF", 2).c_str()}) {
+  const std::vector<std::string> samples{"", "f", "fo", "foo", "foob", std::string("\0\xFF", 2)};
+  for (const std::string& sample : samples) {
     ASSERT_TRUE(text::base64Decode(text::base64Encode(sample), out));
     EXPECT_EQ(out, sample);
   }
