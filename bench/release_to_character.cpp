@@ -115,11 +115,11 @@ int main() {
 
   LinuxFiles files;
   LinuxRandom random;
-  PosixProcesses processes(*dispatch);
+  const auto processes = makePosixProcesses();
   const auto file =
       std::filesystem::temp_directory_path() / ("kestrin-bench-" + random.uuid() + ".txt");
   std::ofstream(file) << "bench\n";
-  auto editor = processes.start(
+  auto editor = processes->start(
       {.program = "mousepad", .arguments = {"--disable-server", file.string()}},
       dispatch->globalQueue(), [](const std::string&, bool) {}, [](int) {});
   if (!editor) return failed(editor.error().description);
