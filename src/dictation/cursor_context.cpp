@@ -164,7 +164,11 @@ InsertResult CursorContext::insertText(const std::string& text) {
   // First: at the tracked caret, wherever the user's own caret is by now.
   if (const auto length = ports_.accessibility.textLength(element)) {
     const int caret = trackedCaretIn(element, *length);
-    const InsertResult result = insertAt(element, caret, text);
+    if (hasLostItsPlace(element, caret)) {
+      logger_.print("📍 " + appName + " has changed unseen, so the text is pasted at the end");
+      return InsertResult::held;
+    }
+    const InsertResult result = insertAt(element, caret, *length, text);
     if (result == InsertResult::inserted || result == InsertResult::unverified) {
       int index = 0;
       {
@@ -172,6 +176,7 @@ InsertResult CursorContext::insertText(const std::string& text) {
         std::lock_guard lock(caret_->mutex);
         index = *caret_->indexUTF16 += unitsOf(text);
       }
+      lastPiece_ = text;
       logger_.print("📍 ✅ Background insert via kAXValue + tracked cursor SUCCESS (cursor=" +
                     std::to_string(index) + ")");
     }
@@ -212,17 +217,25 @@ int CursorContext::trackedCaretIn(const AxElement& element, int length) {
   return *caret_->indexUTF16;
 }
 
+/// Where nobody tells of foreign edits, the last piece must still stand before the caret.
+bool CursorContext::hasLostItsPlace(const AxElement& element, int caret) {
+  if (watch_ || lastPiece_.empty()) return false;
+  const int begin = caret - unitsOf(lastPiece_);
+  const auto before = ports_.accessibility.textRange(element, std::max(begin, 0), caret);
+  return before && *before != lastPiece_;
+}
+
 InsertResult CursorContext::insertAtOwnCaret(const AxElement& element, const std::string& text,
                                              std::optional<int> alreadyRefusedAt) {
   const auto selection = selectedTextRangeUTF16(element);
   if (!selection) return InsertResult::refused;
   const int caret = selection->location + selection->length;
-  return caret == alreadyRefusedAt ? InsertResult::refused : insertAt(element, caret, text);
+  if (caret == alreadyRefusedAt) return InsertResult::refused;
+  return insertAt(element, caret, ports_.accessibility.textLength(element).value_or(-1), text);
 }
 
-InsertResult CursorContext::insertAt(const AxElement& element, int offset,
+InsertResult CursorContext::insertAt(const AxElement& element, int offset, int lengthBefore,
                                      const std::string& text) {
-  const auto lengthBefore = ports_.accessibility.textLength(element);
   switch (ports_.accessibility.insertText(element, offset, text)) {
     case InsertOutcome::delivered:
       return InsertResult::inserted;
@@ -237,8 +250,8 @@ InsertResult CursorContext::insertAt(const AxElement& element, int offset,
   const auto readBack = ports_.accessibility.textRange(element, offset, offset + unitsOf(text));
   if (readBack && *readBack == text) return InsertResult::inserted;
   const auto lengthAfter = ports_.accessibility.textLength(element);
-  const bool unchanged = lengthBefore && lengthAfter && *lengthBefore == *lengthAfter;
-  return unchanged ? InsertResult::refused : InsertResult::unverified;
+  return lengthAfter && *lengthAfter == lengthBefore ? InsertResult::refused
+                                                     : InsertResult::unverified;
 }
 
 InsertResult CursorContext::resolveUnknownInsert(Duration timeout) {

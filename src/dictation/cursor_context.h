@@ -104,9 +104,12 @@ class CursorContext {
   bool waitForQuietField();
   std::optional<TextRange> selectedTextRangeUTF16(const AxElement& element) const;
   int trackedCaretIn(const AxElement& element, int length);
+  bool hasLostItsPlace(const AxElement& element, int caret);
   InsertResult insertAtOwnCaret(const AxElement& element, const std::string& text,
                                 std::optional<int> alreadyRefusedAt);
-  InsertResult insertAt(const AxElement& element, int offset, const std::string& text);
+  /// `lengthBefore` in UTF-16 units, -1 if unknown.
+  InsertResult insertAt(const AxElement& element, int offset, int lengthBefore,
+                        const std::string& text);
 
   InsertionPorts ports_;
   Logger& logger_;
@@ -129,6 +132,7 @@ class CursorContext {
     void follow(const TextChange& change, SteadyTime now);
   };
   const std::shared_ptr<TrackedCaret> caret_ = std::make_shared<TrackedCaret>();
+  std::string lastPiece_;
   int unknownUnits_ = 0;  ///< UTF-16 length of the insert whose outcome is unknown
   std::optional<SteadyTime> holdStarted_;
   SubscriptionHandle watch_;

@@ -1,5 +1,7 @@
 #include "desktop/text_worlds.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <unistd.h>
@@ -18,6 +20,11 @@ DesktopBackends& DesktopBackends::shared() {
   return backends;
 }
 
+std::string QtWorld::role() {
+  if (kind_ == "password") return "AXSecureTextField";
+  return kind_ == "QTextEdit" || kind_ == "QPlainTextEdit" ? "AXTextArea" : "AXTextField";
+}
+
 void QtWorld::open(const std::string& text, TextRange selection) {
   start({std::string(KESTRIN_BINARY_DIR) + "/bin/qt_target", kind_});
   program->ask("set " + text);
@@ -25,11 +32,66 @@ void QtWorld::open(const std::string& text, TextRange selection) {
                std::to_string(selection.location + selection.length));
 }
 
+std::string sessionFolder() {
+  const char* folder = std::getenv("DESKTOP_SESSION_DIR");
+  return folder ? folder : "/tmp";
+}
+
+namespace {
+
+std::string pageAddress(const std::string& page) {
+  return "file://" + std::string(KESTRIN_SOURCE_DIR) + "/tests/desktop/pages/" + page;
+}
+
+}  // namespace
+
+std::vector<std::string> BrowserWorld::command(PageMode mode) const {
+  static int count = 0;
+  const auto profile =
+      sessionFolder() + "/" + family_ + std::to_string(getpid()) + "-" + std::to_string(++count);
+  if (family_ == "firefox") {
+    // First-run pages would open in tabs of their own.
+    std::filesystem::create_directories(profile);
+    std::ofstream(profile + "/user.js")
+        << "user_pref('datareporting.policy.dataSubmissionEnabled', false);"
+        << "user_pref('browser.aboutwelcome.enabled', false);"
+        << "user_pref('termsofuse.bypassNotification', true);";
+    return {"firefox-esr", "--no-remote", "--profile", profile};
+  }
+  std::vector<std::string> arguments{
+      "chromium",      "--no-sandbox",           "--no-first-run",
+      "--disable-gpu", "--password-store=basic", "--user-data-dir=" + profile};
+  if (mode != PageMode::hidden) arguments.push_back("--force-renderer-accessibility");
+  return arguments;
+}
+
+void BrowserWorld::openPages(const std::vector<std::string>& pages) {
+  auto arguments = command(PageMode::tab);
+  for (const auto& page : pages) arguments.push_back(pageAddress(page));
+  start(arguments);
+}
+
+void BrowserWorld::openField(const std::string& field, PageMode mode) {
+  auto arguments = command(mode);
+  arguments.push_back((mode == PageMode::application ? "--app=" : "") +
+                      pageAddress("fields.html#" + field));
+  start(arguments);
+}
+
+std::string BrowserWorld::text() {
+  const auto title = outputOf({"xdotool", "getactivewindow", "getwindowname"});
+  const std::string start = "fields ";
+  if (title.rfind(start, 0) != 0) return {};
+  for (const std::string end : {" — Mozilla Firefox", " - Chromium"}) {
+    if (const auto at = title.rfind(end); at != title.npos)
+      return title.substr(start.size(), at - start.size());
+  }
+  return title.substr(start.size());
+}
+
 void EditorWorld::open(const std::string& text, TextRange selection) {
   static int count = 0;
-  const char* folder = std::getenv("DESKTOP_SESSION_DIR");
-  path_ = std::string(folder ? folder : "/tmp") + "/letter" + std::to_string(getpid()) + "-" +
-          std::to_string(++count);
+  path_ = sessionFolder() + "/letter" + std::to_string(getpid()) + "-" + std::to_string(++count);
   std::ofstream(path_) << text;
   auto arguments = command_;
   arguments.push_back(path_);
@@ -63,8 +125,9 @@ std::string EditorWorld::text() {
     return text;
   };
   userPresses({"ctrl+s"});
-  const auto shown = accessibility().value(field()).value_or("");
-  eventually([&] { return content() == shown; });
+  auto shown = accessibility().value(field()).value_or("");
+  if (!shown.empty() && shown.back() == '\n') shown.pop_back();
+  eventually([&] { return content() == shown; }, std::chrono::seconds(5));
   return content();
 }
 

@@ -40,7 +40,10 @@ class Engine final : public ThreadsDispatch {
     core_->mainQueue = main_.get();
   }
 
-  ~Engine() override {
+  ~Engine() override { shutDown(); }
+
+  void shutDown() override {
+    if (core_->stopping()) return;
     core_->beginStop();
     core_->alarms.stop();
     core_->pool.beginStop();

@@ -24,11 +24,14 @@ class MainLoop {
 };
 
 /// The product's engine: real threads and real time. The thread that makes it is the main thread.
-/// Destruction stops timers, lets running jobs end, drops pending ones and joins every thread.
+/// Destruction shuts it down.
 class ThreadsDispatch : public Dispatch {
  public:
   static std::unique_ptr<ThreadsDispatch> make();
   virtual MainLoop& mainLoop() = 0;
+  /// Stops timers, lets running jobs end, drops pending ones and joins every thread; posts do nothing
+  /// afterwards. Call it before the objects are destroyed that jobs use. Main thread only.
+  virtual void shutDown() = 0;
 };
 
 }  // namespace kestrin

@@ -22,9 +22,10 @@ class FocusTracker {
   Result<AxElement> window(int pid, const Budget& budget);
   Result<AxElement> element(int pid, const Budget& budget);
   Result<AxElement> descendant(const AxElement& root, const Budget& budget);
+  /// The active windows of the program; those that are shown where none is active. Never empty.
+  Result<std::vector<AxElement>> activeWindows(int pid, const Budget& budget);
 
  private:
-  Result<std::vector<AxElement>> activeWindows(int pid, const Budget& budget);
   AxElement remembered(const std::map<std::string, std::string>& paths, const std::string& busName);
   Result<AxElement> walk(const AxElement& root, const Budget& budget);
   Result<AxElement> editableOf(const std::vector<AxElement>& focused, const Budget& budget);

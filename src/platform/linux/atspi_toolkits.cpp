@@ -57,15 +57,15 @@ constexpr RoleRow roles[] = {
     {65, "AXOutline"},      // tree
     {66, "AXOutline"},      // tree table
     {roleWindow, "AXWindow"},
-    {73, "AXGroup"},        // paragraph
     {75, "AXApplication"},  // application
     {78, "AXTextField"},    // autocomplete
     {roleDocumentFrame, "AXWebArea"},
     {83, "AXHeading"},  // heading
     {85, "AXGroup"},    // section
     {87, "AXGroup"},    // form
-    {88, "AXLink"},     // link
+    {roleLink, "AXLink"},
     {roleDocumentWeb, "AXWebArea"},
+    {roleStatic, "AXStaticText"},
 };
 
 }  // namespace

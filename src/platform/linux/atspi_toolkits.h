@@ -41,6 +41,8 @@ inline constexpr uint32_t rolePageTabList = 38;
 inline constexpr uint32_t rolePassword = 40;
 inline constexpr uint32_t roleWindow = 69;
 inline constexpr uint32_t roleDocumentFrame = 82;
+inline constexpr uint32_t roleLink = 88;
 inline constexpr uint32_t roleDocumentWeb = 95;
+inline constexpr uint32_t roleStatic = 116;
 
 }  // namespace kestrin::atspi

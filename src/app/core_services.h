@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "diagnostics/logger.h"
+#include "dictation/audio_player_service.h"
+#include "dictation/transcription_service.h"
+#include "identity/device_id_manager.h"
+#include "identity/gemini_key_manager.h"
+#include "identity/keychain_helper.h"
+#include "platform/platform.h"
+#include "services/local/endpoints.h"
+#include "services/local/local_asr_service.h"
+#include "usermodel/user_preferences.h"
+
+namespace kestrin {
+
+/// The services that need no desktop: what a dictation from a recording is made of. The terminal's
+/// programs make only these; the application makes the rest on top of them.
+struct CoreServices {
+  CoreServices(Platform& platform, const Endpoints& endpoints);
+
+  /// Reads what is otherwise read at the first request, on a background queue: the secret and the
+  /// identity can keep a caller waiting.
+  void warmUp();
+
+  Platform& platform;
+  const Endpoints endpoints;
+  Logger logger;
+  DeviceIdManager deviceId;
+  KeychainHelper keychain;
+  GeminiKeyManager geminiKey;
+  UserPreferences preferences;
+  LocalASRService asr;
+  AudioPlayerService player;
+  std::shared_ptr<TranscriptionService> transcription;
+};
+
+}  // namespace kestrin

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagnostics/logger.h"
+#include "platform/json/json.h"
+#include "platform/platform.h"
+#include "services/local/endpoints.h"
+
+namespace kestrin {
+
+/// What one check found.
+struct Finding {
+  enum class State {
+    ok,
+    warning,  ///< dictation works, something about it does not
+    missing,  ///< dictation does not work, or not everywhere
+  };
+  State state = State::ok;
+  std::string check;   ///< "Microphone"
+  std::string detail;  ///< what was found
+  std::string mend;    ///< what would mend it; empty when all is well
+
+  /// "✅ Microphone: ...", with the mend behind.
+  std::string line() const;
+  Json toJson() const;
+};
+
+/// Checks everything that dictation needs. Every check is bounded in time; all together take some
+/// seconds at worst. Off the main queue.
+class Doctor {
+ public:
+  struct Options {
+    Endpoints endpoints;
+    std::string holdKey;
+    /// "X11", "Wayland" or empty.
+    std::string display;
+    /// Where watching the key would ask the user something, it is not tried.
+    bool mayTryKey = true;
+    std::string companionProgram = "kestrin-companion";
+  };
+
+  Doctor(Platform& platform, Logger& logger, Options options)
+      : platform_(platform), logger_(logger), options_(std::move(options)) {}
+
+  std::vector<Finding> examine();
+  static bool allThere(const std::vector<Finding>& findings);
+
+ private:
+  Finding checkDisplay();
+  Finding checkKey();
+  Finding checkInput();
+  Finding checkAccessibility();
+  Finding checkSound();
+  Finding checkMicrophone();
+  Finding checkService(const std::string& name, const std::string& url, bool needed);
+  Finding checkRecogniser();
+  Finding checkSecrets();
+  std::string serviceMend() const;
+
+  Platform& platform_;
+  Logger& logger_;
+  Options options_;
+};
+
+}  // namespace kestrin

@@ -1,0 +1,133 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "cli/commands.h"
+#include "cli/man_page.h"
+
+namespace kestrin::cli {
+namespace {
+
+constexpr const char* version = KESTRIN_VERSION;
+
+/// What the command line chose to run.
+using Chosen = std::function<int()>;
+
+void addDictate(CLI::App& app, Chosen& chosen) {
+  auto options = std::make_shared<DictateOptions>();
+  auto* command = app.add_subcommand(
+      "dictate", "One dictation from a recording; the text is printed as it comes");
+  command->add_option("--wav", options->wav, "The recording, a WAV file; - reads standard input")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--app", options->app, "Name of the application that the text is meant for")
+      ->type_name("NAME");
+  command->add_option("--title", options->title, "Title of its window")->type_name("TEXT");
+  command->add_option("--mode", options->mode, "Mode of the dictation; auto lets the agent decide")
+      ->capture_default_str()
+      ->type_name("MODE");
+  command->add_flag("--json", options->json,
+                    "One JSON object a line: status, chunk, notification, "
+                    "result and error events");
+  command->callback([&chosen, options] { chosen = [options] { return dictate(*options); }; });
+}
+
+void addControl(CLI::App& app, Chosen& chosen) {
+  const std::pair<const char*, const char*> commands[] = {
+      {"press", "Presses the hold key of the running application"},
+      {"release", "Releases it: the recording is sent"},
+      {"toggle", "Presses it, or releases it when it is pressed"},
+      {"cancel", "Drops the recording; without one, stops every running request"},
+      {"show", "Shows the running application"},
+      {"quit", "Ends the running application"},
+      {"retry", "Sends the last undelivered recording or text again"}};
+  for (const auto& [name, description] : commands) {
+    app.add_subcommand(name, description)->callback([&chosen, name = std::string(name)] {
+      chosen = [name] { return control(name); };
+    });
+  }
+}
+
+void addStatus(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* command = app.add_subcommand("status", "What the running application is doing");
+  command->add_flag("--json", *json, "One JSON object");
+  command->callback([&chosen, json] { chosen = [json] { return status(*json); }; });
+}
+
+void addSettings(CLI::App& app, Chosen& chosen) {
+  auto key = std::make_shared<std::string>();
+  auto value = std::make_shared<std::string>();
+  auto json = std::make_shared<bool>(false);
+  auto* settings = app.add_subcommand("settings", "Reads and changes the settings");
+  settings->require_subcommand(1);
+
+  auto* get = settings->add_subcommand("get", "Prints a setting; status 1 when it is not set");
+  get->add_option("KEY", *key, "Name of the setting")->required();
+  get->callback([&chosen, key] { chosen = [key] { return settingsGet(*key); }; });
+
+  auto* set = settings->add_subcommand("set", "Changes a setting");
+  set->add_option("KEY", *key, "Name of the setting")->required();
+  set->add_option("VALUE", *value, "true, false, a number or any JSON value; else a text")
+      ->required();
+  set->callback(
+      [&chosen, key, value] { chosen = [key, value] { return settingsSet(*key, *value); }; });
+
+  auto* list = settings->add_subcommand("list", "Prints every setting that is set");
+  list->add_flag("--json", *json, "One JSON object");
+  list->callback([&chosen, json] { chosen = [json] { return settingsList(*json); }; });
+
+  auto* reset = settings->add_subcommand("reset", "Puts a setting back to its default, or all");
+  auto* resetKey = reset->add_option("KEY", *key, "Name of the setting");
+  reset->callback([&chosen, key, resetKey] {
+    const bool one = resetKey->count() > 0;
+    chosen = [key, one] { return settingsReset(one ? std::optional(*key) : std::nullopt); };
+  });
+}
+
+void addDoctor(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* command = app.add_subcommand(
+      "doctor", "Checks everything that dictation needs, one line each with the mend");
+  command->add_flag("--json", *json, "One JSON object a line");
+  command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
+}
+
+void describe(CLI::App& app, Chosen& chosen) {
+  app.description(
+      "Kestrin, a personal voice assistant: hold a key, speak, and the text arrives where you "
+      "write.\nWithout a subcommand the desktop application is started, or shown when it runs.");
+  app.set_version_flag("--version", std::string("kestrin ") + version, "Prints the version");
+  app.set_help_flag("--help,-h", "Prints this help");
+  app.require_subcommand(0, 1);
+  app.footer(
+      "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
+      "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
+      "are the base addresses of the services.");
+  addDictate(app, chosen);
+  addControl(app, chosen);
+  addStatus(app, chosen);
+  addSettings(app, chosen);
+  addDoctor(app, chosen);
+}
+
+}  // namespace
+
+int run(int argc, char** argv) {
+  Chosen chosen = desktop;
+  CLI::App app("", "kestrin");
+  describe(app, chosen);
+  bool manPage = false;
+  app.add_flag("--help-man", manPage, "Prints the manual page")->group("");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& outcome) {
+    return app.exit(outcome) == 0 ? done : wrongUsage;
+  }
+  if (manPage) {
+    std::cout << manPageOf(app, version);
+    return done;
+  }
+  return chosen();
+}
+
+}  // namespace kestrin::cli

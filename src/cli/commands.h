@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestrin::cli {
+
+/// Exit statuses of every subcommand.
+enum ExitStatus { done = 0, failed = 1, wrongUsage = 2 };
+
+struct DictateOptions {
+  std::string wav;  ///< a path, or "-" for standard input
+  std::string app;
+  std::string title;
+  std::string mode = "auto";
+  bool json = false;
+};
+int dictate(const DictateOptions& options);
+
+/// "press", "release", "toggle", "cancel", "show", "quit" or "retry", to the running application.
+int control(const std::string& command);
+int status(bool json);
+
+int settingsGet(const std::string& key);
+int settingsSet(const std::string& key, const std::string& value);
+int settingsList(bool json);
+/// Without a key: all of them.
+int settingsReset(const std::optional<std::string>& key);
+
+int doctor(bool json);
+
+/// Shows the running desktop application, or starts it in this process's place.
+int desktop();
+
+/// Parses the command line and runs what it says.
+int run(int argc, char** argv);
+
+}  // namespace kestrin::cli

@@ -1,0 +1,53 @@
+#include "app/doctor.h"
+
+#include <iostream>
+
+#include "cli/commands.h"
+#include "platform/linux/linux_platform.h"
+
+namespace kestrin::cli {
+namespace {
+
+std::string displayName(DisplaySession session) {
+  switch (session) {
+    case DisplaySession::x11:
+      return "X11";
+    case DisplaySession::wayland:
+      return "Wayland";
+    case DisplaySession::none:
+      break;
+  }
+  return {};
+}
+
+std::string chosenHoldKey(Platform& platform) {
+  const auto keys = platform.keyMonitor.availableKeys();
+  return platform.settings.string("pref_holdKey", keys.empty() ? "Right Ctrl" : keys.front());
+}
+
+}  // namespace
+
+int doctor(bool json) {
+  LinuxPlatform backends([](const std::string& line) { std::cerr << "kestrin: " << line << "\n"; });
+  auto& platform = backends.platform();
+  Logger logger(platform.dispatch, platform.notifications);
+  Doctor doctor(platform, logger,
+                {.endpoints = Endpoints::fromEnvironment(),
+                 .holdKey = chosenHoldKey(platform),
+                 .display = displayName(displaySession()),
+                 .mayTryKey = displaySession() != DisplaySession::wayland,
+                 .companionProgram = siblingProgram("kestrin-companion")});
+  std::vector<Finding> findings;
+  platform.dispatch.globalQueue()->post([&] {
+    findings = doctor.examine();
+    backends.mainLoop().quit(Doctor::allThere(findings) ? done : failed);
+  });
+  const int status = backends.mainLoop().run();
+  backends.endJobs();
+  for (const auto& finding : findings) {
+    std::cout << (json ? finding.toJson().dump() : finding.line()) << "\n";
+  }
+  return status;
+}
+
+}  // namespace kestrin::cli

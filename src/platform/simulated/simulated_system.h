@@ -1,0 +1,97 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/secret_store.h"
+#include "platform/simulated/fault_plan.h"
+#include "platform/system_controls.h"
+#include "platform/user_notifications.h"
+
+namespace kestrin {
+
+/// Secrets in a map. Sites: "secrets.load" (nothing is found), "secrets.save", "secrets.remove".
+class SimulatedSecretStore final : public SecretStore {
+ public:
+  explicit SimulatedSecretStore(FaultPlan* faults = nullptr) : faults_(faults) {}
+
+  std::optional<Bytes> load(const std::string& service, const std::string& account) override {
+    const std::lock_guard lock(mutex_);
+    const auto at = items_.find({service, account});
+    if (faultDue(faults_, "secrets.load") || at == items_.end()) return std::nullopt;
+    return at->second;
+  }
+  Status save(const std::string& service, const std::string& account, const Bytes& value) override {
+    const std::lock_guard lock(mutex_);
+    if (faultDue(faults_, "secrets.save")) return fail("SecretStore", 1, "The store is locked.");
+    items_[{service, account}] = value;
+    return {};
+  }
+  Status remove(const std::string& service, const std::string& account) override {
+    const std::lock_guard lock(mutex_);
+    if (faultDue(faults_, "secrets.remove")) return fail("SecretStore", 1, "The store is locked.");
+    items_.erase({service, account});
+    return {};
+  }
+  bool persistent() override { return true; }
+
+ private:
+  FaultPlan* const faults_;
+  std::mutex mutex_;
+  std::map<std::pair<std::string, std::string>, Bytes> items_;
+};
+
+/// Keeps what was shown. Site: "notifications.show".
+class SimulatedUserNotifications final : public UserNotifications {
+ public:
+  explicit SimulatedUserNotifications(FaultPlan* faults = nullptr) : faults_(faults) {}
+
+  Result<uint32_t> show(const UserNotification& notification,
+                        std::function<void(const std::string&)> onAction) override {
+    if (faultDue(faults_, "notifications.show")) {
+      return fail("UserNotifications", 1, "No notification service is running.");
+    }
+    shown.emplace_back(notification, std::move(onAction));
+    return static_cast<uint32_t>(shown.size());
+  }
+  void withdraw(uint32_t id) override {
+    if (id >= 1 && id <= shown.size()) withdrawn.push_back(id);
+  }
+
+  std::vector<std::pair<UserNotification, std::function<void(const std::string&)>>> shown;
+  std::vector<uint32_t> withdrawn;
+
+ private:
+  FaultPlan* const faults_;
+};
+
+/// Records what was asked of the desktop. Site: "controls".
+class SimulatedSystemControls final : public SystemControls {
+ public:
+  explicit SimulatedSystemControls(FaultPlan* faults = nullptr) : faults_(faults) {}
+
+  Status setDarkMode(bool on) override { return record(on ? "dark" : "light"); }
+  Status changeBrightness(int delta) override {
+    return record("brightness " + std::to_string(delta));
+  }
+  Status suspend() override { return record("suspend"); }
+  Status screenshot(const std::string& path) override { return record("screenshot " + path); }
+  Result<std::string> machineId() override { return std::string("0123456789abcdef"); }
+  std::string hostName() override { return "simulated"; }
+
+  std::vector<std::string> asked;
+
+ private:
+  Status record(std::string what) {
+    if (faultDue(faults_, "controls")) return fail("SystemControls", 1, "Not available here.");
+    asked.push_back(std::move(what));
+    return {};
+  }
+  FaultPlan* const faults_;
+};
+
+}  // namespace kestrin

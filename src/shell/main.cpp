@@ -1,0 +1,93 @@
+#include <QApplication>
+#include <QSocketNotifier>
+#include <cstdlib>
+#include <iostream>
+
+#include "app/application.h"
+#include "platform/linux/control_bus.h"
+#include "platform/linux/linux_platform.h"
+#include "shell/overlay_widget.h"
+#include "shell/termination_signals.h"
+#include "shell/tray_item.h"
+
+namespace kestrin {
+namespace {
+
+void printLine(std::string_view line) { std::cerr << line << std::endl; }
+
+/// The toolkit ends the process when it finds no display; the key binding, the session bus and the
+/// services work without one.
+void chooseToolkitPlatform(Platform& platform) {
+  if (std::getenv("QT_QPA_PLATFORM") != nullptr) return;
+  if (!platform.workspace.screenSize()) {
+    printLine("⚠️ No display: running without overlay and tray");
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  } else if (displaySession() == DisplaySession::wayland) {
+    // Only there can a window stay above all others at a place of its own.
+    setenv("QT_QPA_PLATFORM", "xcb", 1);
+  }
+}
+
+void showStatusNotification(Platform& platform, Application& application) {
+  const auto status = application.mainWindow().status().text;
+  platform.dispatch.globalQueue()->post([&platform, status] {
+    platform.userNotifications.show({.title = "Kestrin", .body = status},
+                                    [](const std::string&) {});
+  });
+}
+
+int runDesktop(int argc, char** argv) {
+  LinuxPlatform backends(printLine);
+  auto& platform = backends.platform();
+  const auto main = platform.dispatch.mainQueue();
+
+  LinuxControlBus bus;
+  Application application(platform, {.companionProgram = siblingProgram("kestrin-companion")});
+  application.core().logger.setSink(printLine);
+  const auto serving =
+      bus.serve({.onCommand =
+                     [main, &application](ControlCommand command) {
+                       main->post([&application, command] { application.obey(command); });
+                     },
+                 .status = [&application] { return application.statusJson(); }});
+  if (!serving && serving.error().code == controlAlreadyRunning) {
+    printLine("Kestrin is running already");
+    const auto shown = bus.send(ControlCommand::show);
+    backends.endJobs();
+    return shown ? 0 : 1;
+  }
+  if (!serving) printLine("⚠️ Session bus: " + serving.error().description);
+
+  chooseToolkitPlatform(platform);
+  QApplication toolkit(argc, argv);
+  QApplication::setApplicationName("Kestrin");
+  QApplication::setDesktopFileName("com.kestrin.Kestrin");
+  QApplication::setQuitOnLastWindowClosed(false);
+  auto& loop = backends.mainLoop();
+  QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);
+  QObject::connect(&wake, &QSocketNotifier::activated, [&loop] { loop.drain(); });
+  const TerminationSignals signals([] { QApplication::quit(); });
+
+  int code = 0;
+  {
+    OverlayWidget overlay(application.overlay());
+    TrayItem tray(application, [] { QApplication::quit(); });
+    application.onChange = [&tray] { tray.refresh(); };
+    application.onShow = [&platform, &application] {
+      showStatusNotification(platform, application);
+    };
+    application.onQuit = [] { QApplication::quit(); };
+    main->post([&application] { application.start(); });
+    code = QApplication::exec();
+    application.onChange = nullptr;
+    application.stop();
+  }
+  bus.stop();
+  backends.endJobs();
+  return code;
+}
+
+}  // namespace
+}  // namespace kestrin
+
+int main(int argc, char** argv) { return kestrin::runDesktop(argc, argv); }
