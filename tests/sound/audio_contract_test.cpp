@@ -86,6 +86,16 @@ TEST_P(AudioContract, MicrophoneAndSystemAudioStayApart) {
   EXPECT_LT(amplitude(system.last(0.2), 440, 16000), 0.01);
 }
 
+TEST_P(AudioContract, SystemAudioFollowsTheDefaultOutput) {
+  Heard system;
+  auto speakers = open(system.options(AudioSource::systemAudio, 320));
+  ASSERT_TRUE(world->waitUntil([&] { return system.began(); }));
+  world->switchOutput();
+  world->playElsewhere(1000, 10);
+  EXPECT_TRUE(hears(system, 1000));
+  EXPECT_FALSE(system.stopped());
+}
+
 TEST_P(AudioContract, OurOwnVoiceIsNotPartOfTheSystemAudio) {
   Heard system;
   auto speakers = open(system.options(AudioSource::systemAudio, 320));

@@ -66,7 +66,12 @@ class RealAudioWorld final : public AudioWorld {
 
   Audio& audio() override { return *audio_; }
   void speak(double hertz, double seconds) override { play("vmic", hertz, seconds); }
-  void playElsewhere(double hertz, double seconds) override { play("speakers", hertz, seconds); }
+  void playElsewhere(double hertz, double seconds) override { play(output_, hertz, seconds); }
+  void switchOutput() override {
+    output_ = "headphones";
+    control("pactl load-module module-null-sink sink_name=headphones norewinds=1 >/dev/null");
+    control("pactl set-default-sink headphones");
+  }
   void unplugMicrophone() override { control("pactl unload-module module-remap-source"); }
   void suspendMicrophone() override { control("pactl suspend-source mic 1"); }
   void stopServer() override { kill(restarted_ > 0 ? restarted_ : serverPid_, SIGKILL); }
@@ -100,7 +105,7 @@ class RealAudioWorld final : public AudioWorld {
 
   pid_t session_ = 0, serverPid_ = 0, restarted_ = 0;
   int input_ = -1;
-  std::string server_, folder_;
+  std::string server_, folder_, output_ = "speakers";
   std::vector<pid_t> players_;
   std::unique_ptr<Audio> audio_;
 };
@@ -113,6 +118,10 @@ class SimulatedAudioWorld final : public AudioWorld {
   }
   void playElsewhere(double hertz, double seconds) override {
     audio_.playSystemSound(tone(hertz, seconds, 48000), 48000);
+  }
+  void switchOutput() override {
+    audio_.addOutput("headphones", "Headphones");
+    EXPECT_TRUE(audio_.setDefaultOutput("headphones"));
   }
   void unplugMicrophone() override { audio_.removeMicrophone("mic"); }
   void suspendMicrophone() override { audio_.setSuspended("mic", true); }

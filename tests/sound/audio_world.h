@@ -18,6 +18,8 @@ class AudioWorld {
   /// A tone into the microphone, or out of the speakers by another program, from now on.
   virtual void speak(double hertz, double seconds) = 0;
   virtual void playElsewhere(double hertz, double seconds) = 0;
+  /// Another output becomes the default one.
+  virtual void switchOutput() = 0;
   virtual void unplugMicrophone() = 0;
   virtual void suspendMicrophone() = 0;
   virtual void stopServer() = 0;

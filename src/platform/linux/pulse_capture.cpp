@@ -25,7 +25,8 @@ Result<std::unique_ptr<Capture>> Capture::open(std::shared_ptr<Connection> conne
   return capture;
 }
 
-Status Capture::connect(const std::string& source) {
+Status Capture::startStream(const std::string& source) {
+  source_ = source;
   const AudioFormat wanted = format();
   const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, uint32_t(wanted.sampleRate),
                             uint8_t(wanted.channels)};
@@ -43,6 +44,11 @@ Status Capture::connect(const std::string& source) {
   const auto flags = pa_stream_flags_t(PA_STREAM_DONT_MOVE | PA_STREAM_ADJUST_LATENCY);
   if (pa_stream_connect_record(stream_, source.c_str(), &buffer, flags) < 0)
     return fail(connection_->lastError("Recording"));
+  return {};
+}
+
+Status Capture::connect(const std::string& source) {
+  if (auto started = startStream(source); !started) return started;
   connection_->waitUntil(
       [this] { return state() == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state()); });
   if (state() != PA_STREAM_READY)
@@ -54,24 +60,32 @@ Status Capture::connect(const std::string& source) {
     const auto why = AudioStop::noFirstData;
     if (!heard_) end(&why);
   });
+  if (ownOutput_) defaults_ = connection_->observeDefaults([this] { followDefaultOutput(); });
   return {};
 }
 
-Capture::~Capture() {
-  const Connection::Lock lock(*connection_);
-  end(nullptr);
-  firstDataAlarm_.cancel();
+void Capture::dropStream() {
   if (!stream_) return;
   pa_stream_set_state_callback(stream_, nullptr, nullptr);
   pa_stream_set_read_callback(stream_, nullptr, nullptr);
   pa_stream_disconnect(stream_);
   pa_stream_unref(stream_);
+  stream_ = nullptr;
+}
+
+Capture::~Capture() {
+  const Connection::Lock lock(*connection_);
+  if (running_) connection_->runOnAudioThread([this] { end(nullptr); });
+  defaults_.reset();
+  firstDataAlarm_.cancel();
+  cancelLookup();
+  dropStream();
 }
 
 void Capture::stop() {
   const Connection::Lock lock(*connection_);
   connection_->runOnAudioThread([this] {
-    if (running_) read();
+    if (running_ && stream_) read();
     end(nullptr);
   });
 }
@@ -98,8 +112,44 @@ void Capture::stateChanged() {
   connection_->signal();
   if (!running_ || PA_STREAM_IS_GOOD(state())) return;
   const bool serverGone = !PA_CONTEXT_IS_GOOD(pa_context_get_state(pa_stream_get_context(stream_)));
+  if (ownOutput_ && !serverGone) return followDefaultOutput();
   const auto why = serverGone ? AudioStop::serverGone : AudioStop::deviceGone;
   end(&why);
+}
+
+void Capture::followDefaultOutput() {
+  if (!running_) return;
+  cancelLookup();
+  found_.clear();
+  lookup_ = pa_context_get_sink_info_by_name(
+      pa_stream_get_context(stream_), "@DEFAULT_SINK@",
+      [](pa_context*, const pa_sink_info* info, int end, void* self) {
+        auto& capture = *static_cast<Capture*>(self);
+        if (!end && info->monitor_source_name) capture.found_ = info->monitor_source_name;
+        if (end) capture.defaultOutputFound();
+      },
+      this);
+  if (!lookup_) defaultOutputFound();
+}
+
+void Capture::defaultOutputFound() {
+  if (!running_) return;
+  const bool lost = !PA_STREAM_IS_GOOD(state());
+  if (!found_.empty() && found_ != source_) {
+    dropStream();
+    if (startStream(found_)) return;
+  } else if (!lost) {
+    return;
+  }
+  const auto why = AudioStop::deviceGone;
+  end(&why);
+}
+
+void Capture::cancelLookup() {
+  if (!lookup_) return;
+  pa_operation_cancel(lookup_);
+  pa_operation_unref(lookup_);
+  lookup_ = nullptr;
 }
 
 void Capture::end(const AudioStop* why) {

@@ -44,9 +44,14 @@ class Capture final : public AudioCapture {
   Capture(std::shared_ptr<Connection> connection, AudioFormat format, CaptureOptions options,
           std::shared_ptr<OwnOutput> ownOutput);
   Status connect(const std::string& source);
+  Status startStream(const std::string& source);
+  void dropStream();
   pa_stream_state_t state() const { return pa_stream_get_state(stream_); }
   void read();
   void stateChanged();
+  void followDefaultOutput();
+  void defaultOutputFound();
+  void cancelLookup();
   /// Hands out the rest and falls silent; `why` is null when the client stopped it.
   void end(const AudioStop* why);
 
@@ -55,7 +60,10 @@ class Capture final : public AudioCapture {
   std::shared_ptr<OwnOutput> ownOutput_;
   BlockAssembler blocks_;
   Alarm firstDataAlarm_;
+  SubscriptionHandle defaults_;
   pa_stream* stream_ = nullptr;
+  pa_operation* lookup_ = nullptr;
+  std::string source_, found_;
   bool heard_ = false;
   bool running_ = false;
 };

@@ -1,5 +1,7 @@
 #include "platform/linux/pulse_connection.h"
 
+#include <utility>
+
 namespace kestrin::pulse {
 namespace {
 
@@ -34,12 +36,41 @@ Connection::~Connection() {
   pa_threaded_mainloop_free(loop_);
 }
 
+void Connection::renew() {
+  discard();
+  context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "Kestrin");
+  pa_context_set_state_callback(
+      context_, [](pa_context*, void* self) { static_cast<Connection*>(self)->signal(); }, this);
+  // A server that nobody started is reported, not started behind the user's back.
+  pa_context_connect(context_, server_.empty() ? nullptr : server_.c_str(), PA_CONTEXT_NOAUTOSPAWN,
+                     nullptr);
+}
+
 void Connection::discard() {
   if (!context_) return;
   pa_context_set_state_callback(context_, nullptr, nullptr);
   pa_context_disconnect(context_);
   pa_context_unref(context_);
   context_ = nullptr;
+  subscribed_ = false;
+}
+
+void Connection::subscribe() {
+  if (std::exchange(subscribed_, true)) return;
+  pa_context_set_subscribe_callback(
+      context_,
+      [](pa_context*, pa_subscription_event_type_t, uint32_t, void* self) {
+        for (const auto& changed : static_cast<Connection*>(self)->observers_) changed();
+      },
+      this);
+  pa_operation* begun =
+      pa_context_subscribe(context_, PA_SUBSCRIPTION_MASK_SERVER, nullptr, nullptr);
+  if (begun) pa_operation_unref(begun);
+}
+
+SubscriptionHandle Connection::observeDefaults(std::function<void()> changed) {
+  const auto place = observers_.insert(observers_.end(), std::move(changed));
+  return onUnsubscribe([this, place] { observers_.erase(place); });
 }
 
 bool Connection::onAudioThread() const { return pa_threaded_mainloop_in_thread(loop_) != 0; }
@@ -52,20 +83,16 @@ Status Connection::connect() {
     return context_ ? pa_context_get_state(context_) : PA_CONTEXT_FAILED;
   };
   if (state() == PA_CONTEXT_READY) return {};
-  if (!PA_CONTEXT_IS_GOOD(state())) {
-    discard();
-    context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "Kestrin");
-    pa_context_set_state_callback(
-        context_, [](pa_context*, void* self) { static_cast<Connection*>(self)->signal(); }, this);
-    // A server that nobody started is reported, not started behind the user's back.
-    pa_context_connect(context_, server_.empty() ? nullptr : server_.c_str(),
-                       PA_CONTEXT_NOAUTOSPAWN, nullptr);
-  }
+  if (!PA_CONTEXT_IS_GOOD(state())) renew();
   waitUntil([&] { return state() == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state()); });
-  if (state() == PA_CONTEXT_READY) return {};
+  if (state() == PA_CONTEXT_READY) {
+    subscribe();
+    return {};
+  }
   const std::string reason =
-      context_ ? pa_strerror(pa_context_errno(context_)) : "it does not answer";
-  discard();
+      PA_CONTEXT_IS_GOOD(state()) ? "it does not answer" : pa_strerror(pa_context_errno(context_));
+  // Ended but kept: another thread may be about to ask it, and then gets an error.
+  pa_context_disconnect(context_);
   return fail("Audio", noSoundServer, "No sound server is reachable (" + reason + ").");
 }
 
@@ -114,8 +141,8 @@ void Connection::runOnAudioThread(std::function<void()> job) {
 }
 
 Error Connection::lastError(const std::string& what) const {
-  const int code = context_ ? pa_context_errno(context_) : PA_ERR_CONNECTIONTERMINATED;
-  const bool gone = !context_ || !PA_CONTEXT_IS_GOOD(pa_context_get_state(context_));
+  const int code = pa_context_errno(context_);
+  const bool gone = !PA_CONTEXT_IS_GOOD(pa_context_get_state(context_));
   return {"Audio",
           gone                      ? noSoundServer
           : code == PA_ERR_NOENTITY ? noAudioDevice

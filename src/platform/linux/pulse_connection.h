@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <pulse/pulseaudio.h>
 #include <string>
 
 #include "platform/audio.h"
+#include "platform/lifetime.h"
 
 namespace kestrin::pulse {
 
@@ -41,8 +43,8 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Excludes the audio thread. On the audio thread itself it holds already and this does nothing. Not to
-  /// be nested around anything that waits: only the innermost would be let go.
+  /// Excludes the audio thread. On the audio thread itself it holds already and this does nothing.
+  /// Not to be nested around anything that waits: only the innermost would be let go.
   class Lock {
    public:
     explicit Lock(Connection& connection);
@@ -58,6 +60,7 @@ class Connection {
 
   /// Ready to be asked, or why not; waits at most 2 s, as the others do.
   Status connect();
+  /// Never null after the first `connect`, though it may have ended.
   pa_context* context() const { return context_; }
   /// Waits until `done` (true) or too long; other threads and the audio thread run meanwhile.
   bool waitUntil(const std::function<bool()>& done);
@@ -68,16 +71,23 @@ class Connection {
   bool onAudioThread() const;
   /// Runs `job` on the audio thread and returns when it has ended.
   void runOnAudioThread(std::function<void()> job);
+  /// `changed` runs on the audio thread when the server's defaults may have changed. The handle
+  /// goes with the lock held.
+  SubscriptionHandle observeDefaults(std::function<void()> changed);
   /// The server's last complaint as an error.
   Error lastError(const std::string& what) const;
 
  private:
   friend class Alarm;
   explicit Connection(std::string server) : server_(std::move(server)) {}
+  void renew();
   void discard();
+  void subscribe();
 
   std::string server_;
   bool running_ = false;
+  bool subscribed_ = false;
+  std::list<std::function<void()>> observers_;
   pa_threaded_mainloop* loop_ = nullptr;
   pa_context* context_ = nullptr;
 };

@@ -40,6 +40,11 @@ void SimulatedAudio::removeMicrophone(const std::string& id) {
                       [&](const SoundServer::Client& client) { return client.uses(id); });
 }
 
+void SimulatedAudio::addOutput(const std::string& id, const std::string& name) {
+  const std::lock_guard lock(server_->mutex);
+  server_->outputs.push_back({id, name, server_->outputs.empty()});
+}
+
 void SimulatedAudio::setSuspended(const std::string& id, bool suspended) {
   const std::lock_guard lock(server_->mutex);
   if (Microphone* microphone = server_->find(id)) microphone->suspended = suspended;

@@ -33,6 +33,7 @@ class SimulatedAudio final : public Audio {
   void addMicrophone(const std::string& id, const std::string& name, AudioFormat format);
   /// Unplugs it: its captures end, and another microphone becomes the default.
   void removeMicrophone(const std::string& id);
+  void addOutput(const std::string& id, const std::string& name);
   /// A suspended device opens but delivers nothing.
   void setSuspended(const std::string& id, bool suspended);
   /// While set, opening a capture fails with this.
