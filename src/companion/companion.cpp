@@ -13,6 +13,14 @@ constexpr size_t mostJsonBytes = 8u << 20;
 // A model that thinks sends nothing for a while.
 constexpr std::chrono::milliseconds modelPatience{110'000};
 
+void addUnavailableRoutes(server::Server& server, const std::string& why) {
+  for (const char* method : {"GET", "POST", "PUT", "DELETE"}) {
+    server.route(method, "/*", [why](const server::Request&, const server::Responder& responder) {
+      responder.error(503, why);
+    });
+  }
+}
+
 }  // namespace
 
 Companion::Companion(Dispatch& dispatch, Http& http, std::function<void(std::string)> log)
@@ -35,9 +43,9 @@ server::Server& Companion::addServer(const CompanionOptions& options, std::strin
 Result<std::vector<Companion::Listening>> Companion::start(
     const CompanionOptions& options, std::function<void(const Status&)> onLoaded) {
   if (options.recogniserPort) {
-    transcriber_ = std::make_unique<recogniser::Transcriber>(dispatch_);
+    transcriber_ = std::make_shared<recogniser::Transcriber>(dispatch_);
     recogniser::addRoutes(addServer(options, "asr", *options.recogniserPort, mostAudioBytes),
-                          dispatch_, *transcriber_);
+                          dispatch_, transcriber_);
   }
   if (options.modelPort) {
     agent::addModelHealthRoutes(addServer(options, "llm", *options.modelPort, mostJsonBytes),
@@ -48,10 +56,15 @@ Result<std::vector<Companion::Listening>> Companion::start(
     agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
   }
   if (options.backendPort) {
-    auto store = backend::Store::open(options.storePath);
-    if (!store) return fail(store.error());
-    backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
-    backend_->addRoutes(addServer(options, "backend", *options.backendPort, mostJsonBytes));
+    server::Server& server = addServer(options, "backend", *options.backendPort, mostJsonBytes);
+    if (auto store = backend::Store::open(options.storePath)) {
+      backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
+      backend_->addRoutes(server);
+    } else {
+      // Dictation works without its history.
+      log_("The backend keeps nothing: " + options.storePath + ": " + store.error().description);
+      addUnavailableRoutes(server, "The backend's data cannot be opened");
+    }
   }
   std::vector<Listening> listening;
   for (const Running& running : servers_) {

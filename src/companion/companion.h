@@ -35,12 +35,12 @@ class Companion {
     uint16_t port = 0;
   };
 
-  /// `log` gets one line a failure, from any thread; `onLoaded` the outcome of loading the
-  /// recogniser, on the recogniser's queue.
+  /// `log` gets one line a failure, from any thread.
   Companion(Dispatch& dispatch, Http& http, std::function<void(std::string)> log);
 
-  /// Listens on every port, then loads the recogniser while the others answer. Errors: the first
-  /// port that cannot be had, or the store's.
+  /// Listens on every port, then loads the recogniser while the others answer. A store that cannot
+  /// be opened is logged and leaves the backend without its routes. `onLoaded` gets the
+  /// recogniser's outcome on its queue. Error: the first port that cannot be had.
   Result<std::vector<Listening>> start(const CompanionOptions& options,
                                        std::function<void(const Status&)> onLoaded);
 
@@ -53,7 +53,7 @@ class Companion {
   std::function<void(std::string)> log_;
   std::shared_ptr<HttpSession> session_;
   agent::LanguageModel model_;
-  std::unique_ptr<recogniser::Transcriber> transcriber_;
+  std::shared_ptr<recogniser::Transcriber> transcriber_;
   std::unique_ptr<agent::LocalAgent> agent_;
   std::unique_ptr<backend::BackendService> backend_;
   // Last, so that they stop before what they serve is taken down.

@@ -1,8 +1,12 @@
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "companion/backend/backend_service.h"
 #include "companion/backend/store.h"
+#include "companion/raw_client.h"
+#include "platform/dispatch/threads.h"
 
 namespace kestrin::backend {
 namespace {
@@ -105,8 +109,46 @@ TEST_F(StoreTest, VoiceSamplesBecomeMeans) {
   EXPECT_TRUE((*sum)->attributes.at("age").empty());
 }
 
-TEST_F(StoreTest, AFileThatIsNoDatabaseIsAnError) {
+TEST_F(StoreTest, AFileThatIsNoDatabaseIsAnErrorAndStays) {
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder + "/notes.txt") << std::string(5000, 'x');
+  EXPECT_FALSE(Store::open(folder + "/notes.txt"));
+  EXPECT_EQ(std::filesystem::file_size(folder + "/notes.txt"), 5000u);
   EXPECT_FALSE(Store::open("/proc/nowhere/store.sqlite"));
+}
+
+TEST_F(StoreTest, TheRoutesKeepADictationAndHandItBack) {
+  const auto dispatch = ThreadsDispatch::make();
+  BackendService service(*dispatch, open());
+  server::Server server(*dispatch, {});
+  service.addRoutes(server);
+  ASSERT_TRUE(server.start());
+  const auto ask = [&](const char* method, const std::string& path, const std::string& body = "") {
+    const std::string answer = kestrin::testing::ask(server.port(), method, path, body);
+    return Json::parse(answer.substr(answer.find("\r\n\r\n") + 4)).value_or(Json());
+  };
+  const Json logged =
+      ask("POST", "/log-transcription",
+          R"({"user_id":"u","mode":"auto","detected_mode":"email","transcript":"hi",)"
+          R"("processed_text":"Hi.","app_context":"{\"app_name\":\"Mail\",\"page\":\"secret\"}"})");
+  EXPECT_EQ(logged.boolAt("success"), true);
+  const Json history = ask("GET", "/history/u?limit=5");
+  ASSERT_EQ(history.objectsAt("history").size(), 1u);
+  const Json& entry = *history.objectsAt("history")[0];
+  EXPECT_EQ(entry.stringAt("mode"), "email");
+  EXPECT_EQ(entry.stringAt("processedText"), "Hi.");
+  EXPECT_EQ(entry.stringAt("appName"), "Mail");
+  EXPECT_TRUE(dates::parseIso8601(entry.stringAt("timestamp", "")));
+  EXPECT_EQ(ask("GET", "/user-stats/u").objectAt("stats")->intAt("transcriptionCount"), 1);
+  EXPECT_FALSE(ask("GET", "/voice-profile/u").has("profile"));
+  ask("POST", "/update-voice-profile",
+      R"({"user_id":"u","voice_metadata_probs":{"emotion":[{"token":"sad","probability":1}]}})");
+  const Json profile = *ask("GET", "/voice-profile/u").objectAt("profile");
+  EXPECT_EQ(profile.objectsAt("emotion").at(0)->stringAt("label"), "sad");
+  EXPECT_TRUE(ask("POST", "/log-transcription", "{}").has("error"));
+  EXPECT_EQ(ask("POST", "/refresh-personality/u", R"({"user_id":"u","current_personality":"calm"})")
+                .stringAt("personality"),
+            "calm");
 }
 
 }  // namespace

@@ -215,8 +215,7 @@ TEST_F(ServerTest, TheAgentsAnswerComesAsEventsOrWholeAndAFailureNeverLooksCompl
   agent::addRoutes(*server, scripted);
   ASSERT_TRUE(server->start());
   const auto post = [&](const std::string& path, const std::string& body) {
-    return ask("POST " + path + " HTTP/1.1\r\n" + local +
-               "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    return kestrin::testing::ask(server->port(), "POST", path, body);
   };
   const std::string events = post("/process/stream", R"({"transcript":"w\u00f6rld"})");
   EXPECT_NE(events.find("data: {\"chunk\":\"Hello \"}\n\n"), std::string::npos) << events;

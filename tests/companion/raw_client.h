@@ -69,4 +69,13 @@ class RawClient {
   std::string received_;
 };
 
+/// The whole answer to one request on a connection of its own.
+inline std::string ask(uint16_t port, const std::string& method, const std::string& path,
+                       const std::string& body = "", const std::string& headers = "") {
+  RawClient client(port);
+  client.send(method + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
+              headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+  return client.readToEnd();
+}
+
 }  // namespace kestrin::testing

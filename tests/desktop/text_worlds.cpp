@@ -20,6 +20,11 @@ DesktopBackends& DesktopBackends::shared() {
   return backends;
 }
 
+std::string QtWorld::role() {
+  if (kind_ == "password") return "AXSecureTextField";
+  return kind_ == "QTextEdit" || kind_ == "QPlainTextEdit" ? "AXTextArea" : "AXTextField";
+}
+
 void QtWorld::open(const std::string& text, TextRange selection) {
   start({std::string(KESTRIN_BINARY_DIR) + "/bin/qt_target", kind_});
   program->ask("set " + text);
@@ -27,12 +32,12 @@ void QtWorld::open(const std::string& text, TextRange selection) {
                std::to_string(selection.location + selection.length));
 }
 
-namespace {
-
 std::string sessionFolder() {
   const char* folder = std::getenv("DESKTOP_SESSION_DIR");
   return folder ? folder : "/tmp";
 }
+
+namespace {
 
 std::string pageAddress(const std::string& page) {
   return "file://" + std::string(KESTRIN_SOURCE_DIR) + "/tests/desktop/pages/" + page;
@@ -40,7 +45,7 @@ std::string pageAddress(const std::string& page) {
 
 }  // namespace
 
-std::vector<std::string> BrowserWorld::command() const {
+std::vector<std::string> BrowserWorld::command(PageMode mode) const {
   static int count = 0;
   const auto profile =
       sessionFolder() + "/" + family_ + std::to_string(getpid()) + "-" + std::to_string(++count);
@@ -53,24 +58,23 @@ std::vector<std::string> BrowserWorld::command() const {
         << "user_pref('termsofuse.bypassNotification', true);";
     return {"firefox-esr", "--no-remote", "--profile", profile};
   }
-  return {"chromium",
-          "--no-sandbox",
-          "--no-first-run",
-          "--force-renderer-accessibility",
-          "--disable-gpu",
-          "--password-store=basic",
-          "--user-data-dir=" + profile};
+  std::vector<std::string> arguments{
+      "chromium",      "--no-sandbox",           "--no-first-run",
+      "--disable-gpu", "--password-store=basic", "--user-data-dir=" + profile};
+  if (mode != PageMode::hidden) arguments.push_back("--force-renderer-accessibility");
+  return arguments;
 }
 
 void BrowserWorld::openPages(const std::vector<std::string>& pages) {
-  auto arguments = command();
+  auto arguments = command(PageMode::tab);
   for (const auto& page : pages) arguments.push_back(pageAddress(page));
   start(arguments);
 }
 
-void BrowserWorld::openField(const std::string& field, bool asApplication) {
-  auto arguments = command();
-  arguments.push_back((asApplication ? "--app=" : "") + pageAddress("fields.html#" + field));
+void BrowserWorld::openField(const std::string& field, PageMode mode) {
+  auto arguments = command(mode);
+  arguments.push_back((mode == PageMode::application ? "--app=" : "") +
+                      pageAddress("fields.html#" + field));
   start(arguments);
 }
 

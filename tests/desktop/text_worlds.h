@@ -50,7 +50,7 @@ class RealWorld : public TextWorld {
 class QtWorld : public RealWorld {
  public:
   explicit QtWorld(std::string kind) : kind_(std::move(kind)) {}
-  std::string role() override { return kind_ == "QLineEdit" ? "AXTextField" : "AXTextArea"; }
+  std::string role() override;
   void open(const std::string& text, TextRange selection) override;
   void userTypes(const std::string& text) override { program->ask("type " + text); }
   std::string text() override { return program->ask("text"); }
@@ -72,21 +72,28 @@ class EditorWorld : public RealWorld {
   std::string path_;
 };
 
+/// A folder that goes away with the session.
+std::string sessionFolder();
+
+/// How a page is shown: in a tab with its content on the accessibility bus, in a tab of a browser
+/// as a user starts it (Chromium then hides the content), or in a window without tabs, as Electron
+/// does.
+enum class PageMode { tab, hidden, application };
+
 /// A browser ("firefox", "chromium") on the pages in tests/desktop/pages. The address names the
 /// field that gets the focus; the page's title, and so the window's, shows what is in it.
 class BrowserWorld : public RealWorld {
  public:
   explicit BrowserWorld(std::string family) : family_(std::move(family)) {}
   void openPages(const std::vector<std::string>& pages);
-  /// `field`: the id of one of the page's fields. `asApplication`: a window without tabs, as
-  /// Electron shows one.
-  void openField(const std::string& field, bool asApplication = false);
+  /// `field`: the id of one of the page's fields.
+  void openField(const std::string& field, PageMode mode = PageMode::tab);
   void open(const std::string&, TextRange) override { openField("textarea"); }
   void userTypes(const std::string& text) override { userTypesKeys(text); }
   std::string text() override;
 
  private:
-  std::vector<std::string> command() const;
+  std::vector<std::string> command(PageMode mode) const;
   std::string family_;
 };
 

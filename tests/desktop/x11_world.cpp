@@ -38,8 +38,7 @@ BackgroundProgram::BackgroundProgram(const std::string& line)
     : pid_(std::atoi(shell("exec 3>&1; " + line + " >/dev/null 2>&1 3>&- & echo $!").c_str())) {}
 
 void BackgroundProgram::end() {
-  if (pid_ > 0) kill(pid_, SIGKILL);
-  pid_ = 0;
+  if (std::exchange(running_, false) && pid_ > 0) kill(pid_, SIGKILL);
 }
 
 void X11World::openPrograms() {

@@ -31,6 +31,7 @@ class BackgroundProgram {
 
  private:
   pid_t pid_;
+  bool running_ = true;
 };
 
 /// The real X session of the tests: two editors, and a user at the keyboard.

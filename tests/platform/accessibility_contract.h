@@ -45,11 +45,14 @@ class TextWorld {
     }
     return true;
   }
+  /// The field, once it has the focus: a window that has just opened may hold it for a moment.
   AxElement field() {
-    Result<AxElement> found = fail("", 0, "");
-    eventually([&] { return (found = accessibility().focusedElement(pid())).has_value(); });
-    EXPECT_TRUE(found) << found.error().description;
-    return found.value_or(AxElement{});
+    AxElement found;
+    EXPECT_TRUE(eventually([&] {
+      found = accessibility().focusedElement(pid()).value_or(AxElement{});
+      return found.valid() && accessibility().role(found).value_or("") == role();
+    }));
+    return found;
   }
 };
 

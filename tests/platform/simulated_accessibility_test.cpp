@@ -24,6 +24,7 @@ class SimulatedWorld : public TextWorld {
   }
   void openWith(SimulatedElement element) {
     element.path = "/field";
+    role_ = element.role;
     SimulatedWindow window{7, "Letter", {element}, "/field", {}, 0};
     desktop.addApplication({pid(), "editor", "Editor", "gtk", {window}});
   }
@@ -31,6 +32,7 @@ class SimulatedWorld : public TextWorld {
   Dispatch& dispatch() override { return *sim; }
   Accessibility& accessibility() override { return ax; }
   int pid() override { return 42; }
+  std::string role() override { return role_; }
   void open(const std::string& text, TextRange selection) override {
     SimulatedElement element;
     element.text = text;
@@ -44,6 +46,9 @@ class SimulatedWorld : public TextWorld {
   std::unique_ptr<Simulation> sim;
   SimulatedDesktop desktop{*sim};
   SimulatedAccessibility ax{*sim, desktop};
+
+ private:
+  std::string role_;
 };
 
 class SimulatedContract : public testing::TestWithParam<void (*)(TextWorld&)> {};

@@ -165,21 +165,24 @@ void LanguageModel::Cancel::operator()() {
 void LanguageModel::stream(const ModelEndpoint& endpoint, const ModelPrompt& prompt,
                            const std::shared_ptr<Cancel>& cancel, Handlers handlers) {
   if (endpoint.kind == ModelEndpoint::Kind::gemini) {
-    open(endpoint, hostedModel, prompt, cancel, std::move(handlers));
+    open(*session_, endpoint, hostedModel, prompt, cancel, std::move(handlers));
     return;
   }
   {
     std::lock_guard lock(names_->mutex);
     if (const auto known = names_->byBase.find(endpoint.baseUrl); known != names_->byBase.end()) {
-      open(endpoint, known->second, prompt, cancel, std::move(handlers));
+      open(*session_, endpoint, known->second, prompt, cancel, std::move(handlers));
       return;
     }
   }
   HttpRequest request;
   request.url = endpoint.baseUrl + "/v1/models";
   request.timeout = std::chrono::milliseconds(5'000);
-  session_->data(request, [this, names = names_, endpoint, prompt, cancel,
+  // The answer may come while this is being taken down.
+  session_->data(request, [weak = std::weak_ptr(session_), names = names_, endpoint, prompt, cancel,
                            handlers = std::move(handlers)](Result<HttpResponse> response) mutable {
+    const auto session = weak.lock();
+    if (!session) return;
     std::string model;
     if (response) {
       const auto body = Json::parse(response->body);
@@ -188,13 +191,13 @@ void LanguageModel::stream(const ModelEndpoint& endpoint, const ModelPrompt& pro
       std::lock_guard lock(names->mutex);
       names->byBase[endpoint.baseUrl] = model;
     }
-    open(endpoint, model, prompt, cancel, std::move(handlers));
+    open(*session, endpoint, model, prompt, cancel, std::move(handlers));
   });
 }
 
-void LanguageModel::open(const ModelEndpoint& endpoint, const std::string& model,
-                         const ModelPrompt& prompt, const std::shared_ptr<Cancel>& cancel,
-                         Handlers handlers) {
+void LanguageModel::open(HttpSession& session, const ModelEndpoint& endpoint,
+                         const std::string& model, const ModelPrompt& prompt,
+                         const std::shared_ptr<Cancel>& cancel, Handlers handlers) {
   HttpRequest request = endpoint.kind == ModelEndpoint::Kind::gemini
                             ? hostedRequest(endpoint, prompt)
                             : chatRequest(endpoint, model, prompt);
@@ -205,14 +208,14 @@ void LanguageModel::open(const ModelEndpoint& endpoint, const std::string& model
   stream->handlers = std::move(handlers);
   std::lock_guard lock(cancel->mutex);
   if (cancel->cancelled) {
-    session_->queue()->post([stream] { stream->end(Error{"HTTP", httpCancelled, "cancelled"}); });
+    session.queue()->post([stream] { stream->end(Error{"HTTP", httpCancelled, "cancelled"}); });
     return;
   }
   cancel->task =
-      session_->stream(std::move(request),
-                       {[stream](int status, const HttpHeaders&) { stream->status = status; },
-                        [stream](std::string_view bytes) { stream->data(bytes); },
-                        [stream](std::optional<Error> error) { stream->end(std::move(error)); }});
+      session.stream(std::move(request),
+                     {[stream](int status, const HttpHeaders&) { stream->status = status; },
+                      [stream](std::string_view bytes) { stream->data(bytes); },
+                      [stream](std::optional<Error> error) { stream->end(std::move(error)); }});
 }
 
 void LanguageModel::probe(const std::string& baseUrl, std::function<void(bool)> completion) {

@@ -58,8 +58,9 @@ class LanguageModel {
   void probe(const std::string& baseUrl, std::function<void(bool)> completion);
 
  private:
-  void open(const ModelEndpoint& endpoint, const std::string& model, const ModelPrompt& prompt,
-            const std::shared_ptr<Cancel>& cancel, Handlers handlers);
+  static void open(HttpSession& session, const ModelEndpoint& endpoint, const std::string& model,
+                   const ModelPrompt& prompt, const std::shared_ptr<Cancel>& cancel,
+                   Handlers handlers);
 
   std::shared_ptr<HttpSession> session_;
   /// Model names by address: some servers refuse a request without one. Shared with pending

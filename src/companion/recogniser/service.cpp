@@ -138,18 +138,19 @@ void answerHealth(const Transcriber& transcriber, const Responder& responder) {
 
 }  // namespace
 
-void addRoutes(server::Server& server, Dispatch& dispatch, Transcriber& transcriber) {
+void addRoutes(server::Server& server, Dispatch& dispatch,
+               const std::shared_ptr<Transcriber>& transcriber) {
   for (const bool raw : {false, true}) {
     server.route("POST", raw ? "/transcribe/pcm" : "/transcribe",
-                 [&dispatch, &transcriber, raw](const Request&, const Responder& responder) {
+                 [&dispatch, transcriber, raw](const Request&, const Responder& responder) {
                    // Decoding and resampling a long file takes its time.
                    dispatch.globalQueue()->post(
-                       [&transcriber, responder, raw] { transcribe(transcriber, responder, raw); });
+                       [transcriber, responder, raw] { transcribe(*transcriber, responder, raw); });
                  });
   }
   for (const char* path : {"/", "/health"}) {
-    server.route("GET", path, [&transcriber](const Request&, const Responder& responder) {
-      answerHealth(transcriber, responder);
+    server.route("GET", path, [transcriber](const Request&, const Responder& responder) {
+      answerHealth(*transcriber, responder);
     });
   }
 }

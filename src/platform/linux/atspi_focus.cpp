@@ -144,7 +144,8 @@ Result<AxElement> FocusTracker::walk(const AxElement& root, const Budget& budget
       if (states->has(State::editable)) return node;
       focused = node;
     }
-    if (node != root && !states->has(State::showing)) continue;
+    // Not "showing": GTK 4 leaves that out for what is on the screen.
+    if (node != root && !states->has(State::visible)) continue;
     auto children = bus_.children(node, budget);
     if (children) open.insert(open.end(), children->rbegin(), children->rend());
   }

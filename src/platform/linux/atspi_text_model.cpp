@@ -30,6 +30,12 @@ TextModel::TextModel(TextConvention convention, const std::string& text)
       offsets_(convention.mayShiftInsertEvents ? Offsets::unknown : Offsets::start),
       text_(utf16(text)) {}
 
+std::string TextModel::text() const {
+  std::string out;
+  text_.toUTF8String(out);
+  return out;
+}
+
 int TextModel::clamp(int utf16Offset) const {
   const int inside = std::clamp(utf16Offset, 0, text_.length());
   return inside < text_.length() ? text_.getChar32Start(inside) : inside;

@@ -26,6 +26,7 @@ class TextModel {
  public:
   TextModel(TextConvention convention, const std::string& text);
 
+  std::string text() const;
   int utf16Length() const { return text_.length(); }
   /// Length in the toolkit's units, as its character count says.
   int unitLength() const { return toUnits(text_.length()); }

@@ -190,11 +190,13 @@ InsertOutcome TextSession::insert(int utf16Offset, const std::string& text) {
   const auto before = convention_.rewritesSingleLine && singleLine_ ? caret(budget) : std::nullopt;
   uint64_t number = 0;
   int at = 0;
+  std::string textBefore;
   {
     const std::lock_guard lock(state_->mutex);
     if (state_->gone) return InsertOutcome::refused;
     at = state_->model->toUnits(utf16Offset);
     number = state_->model->expect(utf16Offset, text);
+    if (before) textBefore = state_->model->text();
   }
   const auto units = static_cast<int>(text::utf16Length(text));
   const int length = convention_.length == TextConvention::Length::utf16Units
@@ -203,8 +205,11 @@ InsertOutcome TextSession::insert(int utf16Offset, const std::string& text) {
   auto taken = bus_.call<bool>(element_, editableInterface, "InsertText", budget, int32_t{at}, text,
                                int32_t{length});
   if (!taken) return outcomeOf(taken.error(), number);
-  const auto outcome = confirm(number, budget);
-  if (before && outcome == InsertOutcome::delivered) restore(*before, at, units, budget);
+  auto outcome = confirm(number, budget);
+  if (before && outcome == InsertOutcome::delivered) {
+    outcome = readBack(textBefore, budget);
+    if (outcome == InsertOutcome::delivered) restore(*before, at, units, budget);
+  }
   return outcome;
 }
 
@@ -225,6 +230,17 @@ InsertOutcome TextSession::confirm(uint64_t number, const Budget& budget) {
   state_->model->withdraw(number);
   // A text that changed in another way than asked may hold part of ours.
   return effect->foreign ? InsertOutcome::unknown : InsertOutcome::refused;
+}
+
+/// Qt announces a rewritten single-line field as it was asked to be, before it cuts the text to
+/// what the field allows: there the echo proves nothing.
+InsertOutcome TextSession::readBack(const std::string& textBefore, const Budget& budget) {
+  auto text = fetchText(budget);
+  if (!text) return InsertOutcome::unverified;
+  const std::lock_guard lock(state_->mutex);
+  if (*text == state_->model->text()) return InsertOutcome::delivered;
+  state_->model->resync(*text);
+  return *text == textBefore ? InsertOutcome::refused : InsertOutcome::unknown;
 }
 
 InsertOutcome TextSession::outcomeOf(const Error& error, uint64_t number) {

@@ -70,6 +70,7 @@ class TextSession : public std::enable_shared_from_this<TextSession> {
   Result<TextModel::Effect> readText(const Budget& budget);
   Result<std::string> fetchText(const Budget& budget);
   InsertOutcome confirm(uint64_t number, const Budget& budget);
+  InsertOutcome readBack(const std::string& textBefore, const Budget& budget);
   InsertOutcome outcomeOf(const Error& error, uint64_t number);
   std::optional<Caret> caret(const Budget& budget);
   void restore(const Caret& before, int insertedAt, int insertedUnits, const Budget& budget);

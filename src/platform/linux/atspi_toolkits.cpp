@@ -57,7 +57,6 @@ constexpr RoleRow roles[] = {
     {65, "AXOutline"},      // tree
     {66, "AXOutline"},      // tree table
     {roleWindow, "AXWindow"},
-    {73, "AXGroup"},        // paragraph
     {75, "AXApplication"},  // application
     {78, "AXTextField"},    // autocomplete
     {roleDocumentFrame, "AXWebArea"},

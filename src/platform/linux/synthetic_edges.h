@@ -7,24 +7,31 @@
 
 namespace kestrin {
 
+/// A key of one keyboard. Device 0 stands for the server's own device for keys that programs send.
+struct DeviceKey {
+  uint16_t device = 0;
+  uint8_t keycode = 0;
+  bool operator==(const DeviceKey&) const = default;
+};
+
 /// What our synthetic input is about to send, so that our key monitor can leave exactly that out:
 /// other programs send keys the same way, and theirs count. Shared by the two; thread-safe.
 class SyntheticEdges {
  public:
-  void announce(uint8_t keycode, bool down) {
+  void announce(DeviceKey key, bool down) {
     const std::lock_guard lock(mutex_);
-    announced_.push_back({keycode, down, std::chrono::steady_clock::now()});
+    announced_.push_back({key, down, std::chrono::steady_clock::now()});
   }
 
   /// True when this edge was announced; each announcement counts once.
-  bool consume(uint8_t keycode, bool down) {
+  bool consume(DeviceKey key, bool down) {
     const std::lock_guard lock(mutex_);
     // The server drops an edge that changes nothing, and nobody may be watching: such an
     // announcement must not swallow a later edge of somebody else.
     const auto oldest = std::chrono::steady_clock::now() - std::chrono::seconds(1);
     std::erase_if(announced_, [&](const Edge& e) { return e.at < oldest; });
     for (auto e = announced_.begin(); e != announced_.end(); ++e) {
-      if (e->keycode != keycode || e->down != down) continue;
+      if (!(e->key == key) || e->down != down) continue;
       announced_.erase(e);
       return true;
     }
@@ -33,7 +40,7 @@ class SyntheticEdges {
 
  private:
   struct Edge {
-    uint8_t keycode;
+    DeviceKey key;
     bool down;
     std::chrono::steady_clock::time_point at;
   };

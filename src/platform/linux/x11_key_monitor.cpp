@@ -1,9 +1,6 @@
 #include "platform/linux/x11_key_monitor.h"
 
 #include <algorithm>
-#include <xcb/xinput.h>
-
-#include "platform/linux/x11_keyboard.h"
 
 namespace kestrin {
 namespace {
@@ -11,16 +8,6 @@ namespace {
 const char* const domain = "KeyMonitor";
 
 using std::chrono::milliseconds;
-
-void selectRawKeys(X11Connection& x) {
-  struct {
-    xcb_input_event_mask_t head;
-    uint32_t mask;
-    // Masters only: every event of a device comes again as its master's.
-  } selection{{XCB_INPUT_DEVICE_ALL_MASTER, 1},
-              XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE};
-  xcb_input_xi_select_events(x.raw(), x.root(), 1, &selection.head);
-}
 
 }  // namespace
 
@@ -34,12 +21,8 @@ Result<X11KeyMonitor::Opened> X11KeyMonitor::connect() {
   if (!x) return x;
   if (!hasX11Input2(**x))
     return fail(domain, 2, "The X server lacks the input extension 2.2, so keys cannot be watched");
-  inputOpcode_ = xcb_get_extension_data((*x)->raw(), &xcb_input_id)->major_opcode;
-  syntheticDevices_.clear();
-  for (const auto& device : x11Keyboards(**x)) {
-    if (device.synthetic) syntheticDevices_.insert(device.id);
-  }
-  selectRawKeys(**x);
+  keyboards_ = x11Keyboards(**x);
+  selectX11RawKeys(**x);
   if (!(*x)->roundTrip()) return fail(domain, 1, "The X display went away");
   return x;
 }
@@ -88,7 +71,7 @@ void X11KeyMonitor::watch(Opened x) {
   milliseconds pause(50);
   while (!stopping_) {
     while (auto event = x11Reply(xcb_poll_for_event(x->raw()))) {
-      handle(*event);
+      handle(*x, *event);
       if (stopping_) return;
     }
     if (!x->lost()) {
@@ -107,19 +90,12 @@ void X11KeyMonitor::watch(Opened x) {
   }
 }
 
-void X11KeyMonitor::handle(const xcb_generic_event_t& event) {
-  if ((event.response_type & 0x7f) != XCB_GE_GENERIC) return;
-  // Raw events share one layout for keys and buttons.
-  const auto& raw = reinterpret_cast<const xcb_input_raw_key_press_event_t&>(event);
-  if (raw.extension != inputOpcode_) return;
-  const bool down = raw.event_type == XCB_INPUT_RAW_KEY_PRESS;
-  if (!down && raw.event_type != XCB_INPUT_RAW_KEY_RELEASE) return;
-  if (syntheticDevices_.count(raw.sourceid) &&
-      edges_->consume(static_cast<uint8_t>(raw.detail), down))
-    return;
-  if (static_cast<int>(raw.detail) == key_.x11Keycode) {
-    setHeld(down);
-  } else if (down && held_) {
+void X11KeyMonitor::handle(X11Connection& x, const xcb_generic_event_t& event) {
+  const auto edge = x11RawKeyOf(x, event, keyboards_);
+  if (!edge || edges_->consume(edge->key, edge->down)) return;
+  if (edge->key.keycode == key_.x11Keycode) {
+    setHeld(edge->down);
+  } else if (edge->down && held_) {
     onEdge_(KeyEdge::otherKey);
   }
 }

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <set>
 #include <thread>
 
 #include "platform/key_monitor.h"
 #include "platform/linux/key_names.h"
-#include "platform/linux/synthetic_edges.h"
-#include "platform/linux/x11_connection.h"
+#include "platform/linux/x11_keyboard.h"
 
 namespace kestrin {
 
@@ -28,7 +26,7 @@ class X11KeyMonitor final : public KeyMonitor {
   using Opened = std::unique_ptr<X11Connection>;
   Result<Opened> connect();
   void watch(Opened x);
-  void handle(const xcb_generic_event_t& event);
+  void handle(X11Connection& x, const xcb_generic_event_t& event);
   void setHeld(bool held);
 
   std::shared_ptr<SyntheticEdges> edges_;
@@ -40,8 +38,7 @@ class X11KeyMonitor final : public KeyMonitor {
   // Of the thread, once it runs.
   HoldKey key_{};
   std::function<void(KeyEdge)> onEdge_;
-  std::set<uint16_t> syntheticDevices_;
-  uint8_t inputOpcode_ = 0;
+  std::vector<X11KeyboardDevice> keyboards_;
   bool held_ = false;
 };
 

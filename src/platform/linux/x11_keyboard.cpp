@@ -36,21 +36,51 @@ X11KeySet x11PressedKeys(X11Connection& x) {
   return keys;
 }
 
-X11KeySet x11PhysicallyPressedKeys(X11Connection& x) {
-  X11KeySet keys;
+std::vector<X11KeyDown> x11KeysDown(X11Connection& x) {
+  std::vector<X11KeyDown> keys;
   for (const auto& device : x11Keyboards(x)) {
-    if (device.synthetic) continue;
     auto cookie = xcb_input_query_device_state(x.raw(), static_cast<uint8_t>(device.id));
     auto reply = x11Reply(xcb_input_query_device_state_reply(x.raw(), cookie, nullptr));
     if (!reply) continue;
+    X11KeySet down;
     for (auto i = xcb_input_query_device_state_classes_iterator(reply.get()); i.rem;
          xcb_input_input_state_next(&i)) {
       if (i.data->class_id != XCB_INPUT_INPUT_CLASS_KEY) continue;
       const auto* state = reinterpret_cast<const xcb_input_key_state_t*>(i.data);
-      keys.addBytes(state->keys, sizeof state->keys);
+      down.addBytes(state->keys, sizeof state->keys);
+    }
+    for (int keycode = 8; keycode < 256; ++keycode) {
+      const auto code = static_cast<uint8_t>(keycode);
+      const uint16_t id = device.synthetic ? uint16_t{0} : device.id;
+      if (down.contains(code)) keys.push_back({{id, code}, cookie.sequence});
     }
   }
   return keys;
+}
+
+void selectX11RawKeys(X11Connection& x) {
+  struct {
+    xcb_input_event_mask_t head;
+    uint32_t mask;
+    // Masters only: every event of a device comes again as its master's.
+  } selection{{XCB_INPUT_DEVICE_ALL_MASTER, 1},
+              XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE};
+  xcb_input_xi_select_events(x.raw(), x.root(), 1, &selection.head);
+}
+
+std::optional<X11RawKey> x11RawKeyOf(X11Connection& x, const xcb_generic_event_t& event,
+                                     const std::vector<X11KeyboardDevice>& keyboards) {
+  if ((event.response_type & 0x7f) != XCB_GE_GENERIC) return std::nullopt;
+  const auto& raw = reinterpret_cast<const xcb_input_raw_key_press_event_t&>(event);
+  if (raw.extension != xcb_get_extension_data(x.raw(), &xcb_input_id)->major_opcode)
+    return std::nullopt;
+  const bool down = raw.event_type == XCB_INPUT_RAW_KEY_PRESS;
+  if (!down && raw.event_type != XCB_INPUT_RAW_KEY_RELEASE) return std::nullopt;
+  uint16_t device = raw.sourceid;
+  for (const auto& keyboard : keyboards) {
+    if (keyboard.id == raw.sourceid && keyboard.synthetic) device = 0;
+  }
+  return X11RawKey{{device, static_cast<uint8_t>(raw.detail)}, down, raw.full_sequence};
 }
 
 Result<X11Layout> X11Layout::read(X11Connection& x, const std::string& domain) {

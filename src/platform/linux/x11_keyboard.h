@@ -2,9 +2,11 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/linux/synthetic_edges.h"
 #include "platform/linux/x11_connection.h"
 
 namespace kestrin {
@@ -32,8 +34,23 @@ bool hasX11Input2(X11Connection& x);
 std::vector<X11KeyboardDevice> x11Keyboards(X11Connection& x);
 /// Keys that are logically down.
 X11KeySet x11PressedKeys(X11Connection& x);
-/// Keys that hands hold down: of every device but the synthetic one.
-X11KeySet x11PhysicallyPressedKeys(X11Connection& x);
+struct X11KeyDown {
+  DeviceKey key;
+  uint32_t asOf = 0;  ///< number of the request that was answered so
+};
+/// Keys that are down on each keyboard by itself.
+std::vector<X11KeyDown> x11KeysDown(X11Connection& x);
+
+/// Asks for every key's edges, whoever has the focus or a grab, without auto-repeat.
+void selectX11RawKeys(X11Connection& x);
+struct X11RawKey {
+  DeviceKey key;
+  bool down = false;
+  uint32_t sequence = 0;  ///< number of the request after which it happened
+};
+/// Nothing when the event is another one.
+std::optional<X11RawKey> x11RawKeyOf(X11Connection& x, const xcb_generic_event_t& event,
+                                     const std::vector<X11KeyboardDevice>& keyboards);
 
 /// Key symbols of the present layout.
 class X11Layout {

@@ -5,6 +5,7 @@
 #include <xcb/xtest.h>
 #include <xkbcommon/xkbcommon.h>
 
+#include "platform/linux/x11_held_modifiers.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -42,12 +43,6 @@ uint32_t symbolNamed(const std::string& key) {
 X11SyntheticInput::X11SyntheticInput(std::shared_ptr<SyntheticEdges> edges, std::string display)
     : edges_(std::move(edges)), display_(std::move(display)) {}
 
-void X11SyntheticInput::fakeKey(X11Connection& x, uint8_t keycode, bool down) {
-  edges_->announce(keycode, down);
-  xcb_test_fake_input(x.raw(), down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keycode, XCB_CURRENT_TIME,
-                      XCB_NONE, 0, 0, 0);
-}
-
 Status X11SyntheticInput::chord(const std::vector<std::string>& modifiers, const std::string& key) {
   const std::lock_guard lock(mutex_);
   auto opened = X11Connection::open(display_, domain);
@@ -81,41 +76,14 @@ Status X11SyntheticInput::chord(const std::vector<std::string>& modifiers, const
   }
   pressed.push_back(place.keycode);
 
-  const bool canSeeDevices = hasX11Input2(x);
-  const X11KeySet physical = canSeeDevices ? x11PhysicallyPressedKeys(x) : X11KeySet();
-  const X11KeySet down = x11PressedKeys(x);
-  std::vector<uint8_t> released;
-  for (const uint8_t keycode : layout->plainModifiers()) {
-    if (!down.contains(keycode)) continue;
-    fakeKey(x, keycode, false);
-    released.push_back(keycode);
-  }
-  for (const uint8_t keycode : pressed) fakeKey(x, keycode, true);
+  X11HeldModifiers held(x, *edges_, layout->plainModifiers());
+  held.release();
+  for (const uint8_t keycode : pressed) sendX11Key(x, *edges_, {0, keycode}, true);
   if (!x.roundTrip()) return fail(domain, 1, "The X display went away");
   std::this_thread::sleep_for(keyHold);
   for (auto keycode = pressed.rbegin(); keycode != pressed.rend(); ++keycode)
-    fakeKey(x, *keycode, false);
-  return restore(x, released, physical);
-}
-
-Status X11SyntheticInput::restore(X11Connection& x, const std::vector<uint8_t>& released,
-                                  const X11KeySet& physicalBefore) {
-  // Who let go meanwhile must not find the key stuck. What only another program held down is given
-  // back: nobody can say whether it still would.
-  const X11KeySet now = released.empty() ? X11KeySet() : x11PhysicallyPressedKeys(x);
-  std::vector<uint8_t> restored;
-  for (const uint8_t keycode : released) {
-    if (physicalBefore.contains(keycode) && !now.contains(keycode)) continue;
-    fakeKey(x, keycode, true);
-    restored.push_back(keycode);
-  }
-  if (!restored.empty()) {
-    // A release between the look and the press.
-    const X11KeySet after = x11PhysicallyPressedKeys(x);
-    for (const uint8_t keycode : restored) {
-      if (now.contains(keycode) && !after.contains(keycode)) fakeKey(x, keycode, false);
-    }
-  }
+    sendX11Key(x, *edges_, {0, *keycode}, false);
+  held.restore();
   if (!x.roundTrip()) return fail(domain, 1, "The X display went away");
   return {};
 }

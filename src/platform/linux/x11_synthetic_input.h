@@ -4,7 +4,6 @@
 #include <mutex>
 
 #include "platform/linux/synthetic_edges.h"
-#include "platform/linux/x11_keyboard.h"
 #include "platform/synthetic_input.h"
 
 namespace kestrin {
@@ -23,9 +22,6 @@ class X11SyntheticInput final : public SyntheticInput {
 
  private:
   Status fakePointer(uint8_t type, uint8_t detail, Point at);
-  void fakeKey(X11Connection& x, uint8_t keycode, bool down);
-  Status restore(X11Connection& x, const std::vector<uint8_t>& released,
-                 const X11KeySet& physicalBefore);
 
   std::shared_ptr<SyntheticEdges> edges_;
   std::string display_;

@@ -157,8 +157,11 @@ Status X11Workspace::activate(X11Connection& x, xcb_window_t window) {
     tellWindowManager(x, window, "_NET_ACTIVE_WINDOW",
                       {sourcePager, x.serverTime(activationLimit), 0});
     const Deadline repeat(activationRepeat);
+    int held = 0;
     do {
-      if (activeOf(x) == window && hasFocus(x, window)) return {};
+      // Twice in a row: window managers let go of the old focus in between.
+      held = activeOf(x) == window && hasFocus(x, window) ? held + 1 : 0;
+      if (held == 2) return {};
       if (x.lost()) return fail(domain, 1, "The X display went away");
       if (!exists(x, window)) return fail(domain, 2, "The window is gone");
       if (deadline.passed())
@@ -172,7 +175,7 @@ Status X11Workspace::activateApplication(int pid) {
   auto x = X11Connection::open(display_, domain);
   if (!x) return fail(x.error());
   for (const xcb_window_t window : stackingOf(**x)) {
-    if (pidOf(**x, window) == pid) return activate(**x, window);
+    if (pid > 0 && pidOf(**x, window) == pid) return activate(**x, window);
   }
   return fail(domain, 2, "The application has no window");
 }

@@ -34,9 +34,10 @@ Field document(Edit* edit) {
           }};
 }
 
-Field line(bool password) {
+Field line(const std::string& kind) {
   auto* edit = new QLineEdit;
-  if (password) edit->setEchoMode(QLineEdit::Password);
+  if (kind == "password") edit->setEchoMode(QLineEdit::Password);
+  if (kind == "full") edit->setMaxLength(3);
   return {edit, [edit](QString t) { edit->setText(t); }, [edit](QString t) { edit->insert(t); },
           [edit] { return edit->text(); },
           [edit](int begin, int end) {
@@ -51,7 +52,7 @@ Field line(bool password) {
 Field make(const std::string& kind) {
   if (kind == "QTextEdit") return document(new QTextEdit);
   if (kind == "QPlainTextEdit") return document(new QPlainTextEdit);
-  return line(kind == "password");
+  return line(kind);
 }
 
 std::string perform(Field& field, const std::string& command) {
