@@ -136,7 +136,7 @@ struct Bench {
   int undelivered = 0;
 };
 
-bool simulated() {
+bool inSimulation() {
   constexpr int chunks = 60 * 200;
   const auto simulation = Simulation::make(1);
   Bench bench(*simulation);
@@ -158,7 +158,7 @@ bool simulated() {
   return bench.report("60 simulated seconds", chunks, before, half, after);
 }
 
-bool real() {
+bool inRealTime() {
   constexpr int chunks = 10 * 200;
   const auto dispatch = ThreadsDispatch::make();
   SimulatedHttp http(*dispatch);
@@ -211,6 +211,6 @@ bool real() {
 }  // namespace
 
 int main() {
-  const bool first = simulated();
-  return real() && first ? 0 : 1;
+  const bool first = inSimulation();
+  return inRealTime() && first ? 0 : 1;
 }
