@@ -82,7 +82,7 @@ void AppDelegate::beginStart(bool replyWasStopped) {
 }
 
 void AppDelegate::deferredStart(int start, bool replyWasStopped) {
-  if (!holdKey_.isHeld() || start != start_) {
+  if (!holdKey_.isHeld() || !isStartingRecording_ || start != start_) {
     services_.logger.print("⚠️ Fn released before recording could start – aborting");
     if (start == start_) isStartingRecording_ = false;
     return;

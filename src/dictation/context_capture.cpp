@@ -47,9 +47,12 @@ CapturedContext ContextCapture::captureCurrentContext() {
   if (const auto window = workspace_.activeWindow(); window && window->pid == front.pid) {
     context.windowTitle = window->title;
   }
-  if (auto focused = accessibility_.focusedElement(front.pid)) {
-    front.focused = *focused;
-    front.role = accessibility_.role(*focused).value_or("");
+  if (const auto focused = accessibility_.focusedElement(front.pid)) {
+    // A program that does not even tell a role hangs: asking on would cost seconds a question.
+    if (const auto role = accessibility_.role(*focused)) {
+      front.focused = *focused;
+      front.role = *role;
+    }
   }
 
   context.hasActiveTextInput = isTextInput(front.role);

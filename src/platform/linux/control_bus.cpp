@@ -77,6 +77,10 @@ template <class R>
 Result<R> LinuxControlBus::call(const std::string& method) {
   auto bus = connect();
   if (!bus) return fail(bus.error());
+  // A call to a name that nobody owns would start the application, only to ask whether it runs.
+  if (auto owner = (*bus)->processId(application().service, callLimit); !owner) {
+    return fail(translated(owner.error()));
+  }
   auto answer = (*bus)->call<R>(application(), method, callLimit);
   if (!answer) return fail(translated(answer.error()));
   return answer;
