@@ -38,6 +38,7 @@ struct Rule {
 const Rule rules[] = {
     {"ReadsInUtf16", readsInUtf16},
     {"InsertsInOrderAndLeavesTheUserAlone", insertsInOrderAndLeavesTheUserAlone},
+    {"InsertsLines", insertsLines},
     {"MovesTheUsersCaretWithTheText", movesTheUsersCaretWithTheText},
     {"TellsForeignChangesFromItsOwn", tellsForeignChangesFromItsOwn},
     {"SaysThatAProgramIsGone", saysThatAProgramIsGone},
@@ -75,9 +76,9 @@ TEST_F(DesktopFields, TakeTextWhileAnotherWindowHasTheFocus) {
   QtWorld front("QLineEdit");
   front.open("front", {2, 0});
   const auto focused = front.field();
-  const auto window = outputOf({"xdotool", "getactivewindow"});
+  const auto window = shell("xdotool getactivewindow");
   for (int i = 0; i < 50; ++i) ASSERT_EQ(ax.insertText(target, i, "x"), InsertOutcome::delivered);
-  EXPECT_EQ(outputOf({"xdotool", "getactivewindow"}), window);
+  EXPECT_EQ(shell("xdotool getactivewindow"), window);
   EXPECT_EQ(ax.focusedElement(front.pid()), focused);
   userTypesKeys("y");
   EXPECT_TRUE(front.eventually([&] { return front.text() == "fryont"; }));

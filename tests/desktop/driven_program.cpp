@@ -70,27 +70,4 @@ std::string DrivenProgram::ask(const std::string& line) {
   return answer;
 }
 
-std::string outputOf(const std::vector<std::string>& arguments) {
-  const auto spawned = spawn(arguments);
-  close(spawned.input);
-  std::string printed;
-  char buffer[4096];
-  for (ssize_t n; (n = read(spawned.output, buffer, sizeof buffer)) > 0;)
-    printed.append(buffer, static_cast<size_t>(n));
-  close(spawned.output);
-  waitpid(spawned.pid, nullptr, 0);
-  while (!printed.empty() && printed.back() == '\n') printed.pop_back();
-  return printed;
-}
-
-void userPresses(const std::vector<std::string>& keys) {
-  std::vector<std::string> command{"xdotool", "key", "--delay", "20"};
-  command.insert(command.end(), keys.begin(), keys.end());
-  outputOf(command);
-}
-
-void userTypesKeys(const std::string& text) {
-  outputOf({"xdotool", "type", "--delay", "20", text});
-}
-
 }  // namespace kestrin

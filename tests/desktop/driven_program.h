@@ -31,11 +31,4 @@ class DrivenProgram {
   int output_ = -1;
 };
 
-/// Runs a command to its end; what it printed, without the last line end.
-std::string outputOf(const std::vector<std::string>& arguments);
-
-/// The user's hands: keys ("ctrl+s") and typed text reach whatever has the focus.
-void userPresses(const std::vector<std::string>& keys);
-void userTypesKeys(const std::string& text);
-
 }  // namespace kestrin

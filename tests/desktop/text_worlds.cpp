@@ -1,10 +1,7 @@
 #include "desktop/text_worlds.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <unistd.h>
 
 #include "platform/linux/atspi_accessibility.h"
 
@@ -32,11 +29,6 @@ void QtWorld::open(const std::string& text, TextRange selection) {
                std::to_string(selection.location + selection.length));
 }
 
-std::string sessionFolder() {
-  const char* folder = std::getenv("DESKTOP_SESSION_DIR");
-  return folder ? folder : "/tmp";
-}
-
 namespace {
 
 std::string pageAddress(const std::string& page) {
@@ -47,8 +39,7 @@ std::string pageAddress(const std::string& page) {
 
 std::vector<std::string> BrowserWorld::command(PageMode mode) const {
   static int count = 0;
-  const auto profile =
-      sessionFolder() + "/" + family_ + std::to_string(getpid()) + "-" + std::to_string(++count);
+  const auto profile = scratchFile(family_ + std::to_string(++count));
   if (family_ == "firefox") {
     // First-run pages would open in tabs of their own.
     std::filesystem::create_directories(profile);
@@ -79,7 +70,7 @@ void BrowserWorld::openField(const std::string& field, PageMode mode) {
 }
 
 std::string BrowserWorld::text() {
-  const auto title = outputOf({"xdotool", "getactivewindow", "getwindowname"});
+  const auto title = activeTitle();
   const std::string start = "fields ";
   if (title.rfind(start, 0) != 0) return {};
   for (const std::string end : {" — Mozilla Firefox", " - Chromium"}) {
@@ -91,8 +82,8 @@ std::string BrowserWorld::text() {
 
 void EditorWorld::open(const std::string& text, TextRange selection) {
   static int count = 0;
-  path_ = sessionFolder() + "/letter" + std::to_string(getpid()) + "-" + std::to_string(++count);
-  std::ofstream(path_) << text;
+  path_ = scratchFile("letter" + std::to_string(++count));
+  writeFile(path_, text);
   auto arguments = command_;
   arguments.push_back(path_);
   const auto shown = [&] {
@@ -109,22 +100,20 @@ void EditorWorld::open(const std::string& text, TextRange selection) {
   const auto steps = [&](int from, int to) {
     return text::characterCount(text::utf16Slice(text, from, to));
   };
-  std::vector<std::string> keys{"ctrl+Home"};
-  keys.insert(keys.end(), steps(0, selection.location), "Right");
-  keys.insert(keys.end(), steps(selection.location, selection.location + selection.length),
-              "shift+Right");
+  std::string keys = "ctrl+Home";
+  for (size_t n = steps(0, selection.location); n > 0; --n) keys += " Right";
+  const int end = selection.location + selection.length;
+  for (size_t n = steps(selection.location, end); n > 0; --n) keys += " shift+Right";
   userPresses(keys);
 }
 
 std::string EditorWorld::text() {
   const auto content = [&] {
-    std::ostringstream read;
-    read << std::ifstream(path_).rdbuf();
-    auto text = read.str();
+    auto text = readFile(path_);
     if (!text.empty() && text.back() == '\n') text.pop_back();
     return text;
   };
-  userPresses({"ctrl+s"});
+  userPresses("ctrl+s");
   auto shown = accessibility().value(field()).value_or("");
   if (!shown.empty() && shown.back() == '\n') shown.pop_back();
   eventually([&] { return content() == shown; }, std::chrono::seconds(5));

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "desktop/driven_program.h"
+#include "desktop/session.h"
 #include "platform/accessibility_contract.h"
 #include "platform/dispatch/threads.h"
 #include "platform/linux/atspi_bus.h"
@@ -71,9 +72,6 @@ class EditorWorld : public RealWorld {
   std::vector<std::string> command_;
   std::string path_;
 };
-
-/// A folder that goes away with the session.
-std::string sessionFolder();
 
 /// How a page is shown: in a tab with its content on the accessibility bus, in a tab of a browser
 /// as a user starts it (Chromium then hides the content), or in a window without tabs, as Electron

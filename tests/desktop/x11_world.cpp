@@ -1,38 +1,12 @@
 #include "desktop/x11_world.h"
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <signal.h>
 #include <thread>
 
 #include "platform/linux/x11_keyboard.h"
 
 namespace kestrin {
-
-std::string shell(const std::string& line) {
-  std::string output;
-  FILE* pipe = popen(line.c_str(), "r");
-  char buffer[4096];
-  while (const size_t n = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
-  pclose(pipe);
-  return output;
-}
-
-std::string scratchFile(const std::string& name) {
-  const char* folder = std::getenv("DESKTOP_SESSION_DIR");
-  return std::string(folder ? folder : "/tmp") + "/" + name;
-}
-
-void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 BackgroundProgram::BackgroundProgram(const std::string& line)
     : pid_(std::atoi(shell("exec 3>&1; " + line + " >/dev/null 2>&1 3>&- & echo $!").c_str())) {}

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "desktop/session.h"
 #include "platform/desktop_contract.h"
 #include "platform/linux/x11_key_monitor.h"
 #include "platform/linux/x11_pasteboard.h"
@@ -12,13 +13,6 @@
 #include "platform/linux/x11_workspace.h"
 
 namespace kestrin {
-
-/// Runs a line of the shell to its end and returns what it printed.
-std::string shell(const std::string& line);
-/// A folder that goes away with the session.
-std::string scratchFile(const std::string& name);
-void writeFile(const std::string& path, const std::string& content);
-std::string readFile(const std::string& path);
 
 /// Starts a program in the background and ends it with its owner.
 class BackgroundProgram {

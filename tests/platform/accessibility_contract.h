@@ -121,6 +121,17 @@ inline void insertsInOrderAndLeavesTheUserAlone(TextWorld& world) {
   EXPECT_EQ(world.field(), field);
 }
 
+inline void insertsLines(TextWorld& world) {
+  world.open(contractText, {0, 0});
+  auto& ax = world.accessibility();
+  const auto field = world.field();
+  ForeignChanges foreign(ax, field);
+  ASSERT_EQ(ax.insertText(field, 6, ".\n\nDear"), InsertOutcome::delivered);
+  ASSERT_EQ(ax.insertText(field, 13, "\n"), InsertOutcome::delivered);
+  EXPECT_EQ(foreign.all(), std::vector<TextChange>());
+  EXPECT_EQ(ax.value(field).value_or(""), "one 🎉.\n\nDear\n two");
+}
+
 inline void movesTheUsersCaretWithTheText(TextWorld& world) {
   world.open(contractText, {6, 0});
   auto& ax = world.accessibility();

@@ -62,6 +62,13 @@ TEST(TextModel, TakesARewriteOfTheWholeFieldForTheInsert) {
   EXPECT_EQ(user.foreign, (TextChange{3, 4, 3})) << "somebody else set the text";
 }
 
+TEST(TextModel, TakesQtsParagraphSeparatorForALineFeed) {
+  TextModel model(qt, "ab");
+  const auto ours = model.expect(1, "x\ny");
+  EXPECT_EQ(model.apply(insertion(1, 3, "x\u2029y")).own, ours);
+  EXPECT_FALSE(model.resync("ax\nyb").foreign);
+}
+
 TEST(TextModel, EventsThatCannotBeAskForAReading) {
   TextModel model(gtk3, "abc");
   EXPECT_TRUE(model.apply(insertion(9, 1, "x")).unsure);

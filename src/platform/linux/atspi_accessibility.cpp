@@ -133,7 +133,7 @@ class AtspiAccessibility final : public Accessibility {
 
   InsertOutcome insertText(const AxElement& element, int offset, const std::string& text) override {
     auto session = openSession(element);
-    const auto outcome = session ? (*session)->insert(offset, text) : InsertOutcome::refused;
+    const auto outcome = session ? (*session)->insert(offset, fit(text)) : InsertOutcome::refused;
     dropIdleSessions();
     return outcome;
   }
@@ -154,6 +154,15 @@ class AtspiAccessibility final : public Accessibility {
  private:
   using Key = std::pair<std::string, std::string>;
   static Key keyOf(const AxElement& element) { return {element.bus, element.path}; }
+
+  /// Text that the bus carries and every toolkit keeps as it is: valid, no zero bytes (they end a
+  /// string there), line feeds only (Qt makes one line end of a carriage return and a line feed).
+  static std::string fit(const std::string& text) {
+    auto fitting = text::replaceAll(text::replaceInvalidUtf8(text), "\r\n", "\n");
+    std::replace(fitting.begin(), fitting.end(), '\r', '\n');
+    std::erase(fitting, '\0');
+    return fitting;
+  }
 
   Result<std::string> getText(const AxElement& element, int begin, int end, const Budget& budget) {
     return bus_->call<std::string>(element, textInterface, "GetText", budget, int32_t{begin},

@@ -6,7 +6,15 @@
 namespace kestrin::atspi {
 namespace {
 
-icu::UnicodeString utf16(const std::string& text) { return icu::UnicodeString::fromUTF8(text); }
+icu::UnicodeString utf16(const std::string& text) {
+  auto converted = icu::UnicodeString::fromUTF8(text);
+  // Qt's events tell line ends as paragraph separators, its text and everybody else's as line
+  // feeds.
+  for (int i = 0; i < converted.length(); ++i) {
+    if (converted[i] == 0x2028 || converted[i] == 0x2029) converted.setCharAt(i, u'\n');
+  }
+  return converted;
+}
 
 /// The smallest replacement that turns `before` into `after`, on whole code points.
 TextChange difference(const icu::UnicodeString& before, const icu::UnicodeString& after) {

@@ -138,7 +138,7 @@ void TextSession::onEvent(Shared& state, const TextEvent& event) {
 void TextSession::onGone(Shared& state) {
   const std::lock_guard lock(state.mutex);
   state.gone = true;
-  if (!state.late.empty()) state.lateResult = InsertOutcome::refused;
+  state.lateResult = InsertOutcome::refused;
   state.late.clear();
   state.changed.notify_all();
 }
@@ -179,8 +179,7 @@ SubscriptionHandle TextSession::watch(std::function<void(TextChange)> onForeignC
 
 bool TextSession::isIdle() {
   const std::lock_guard lock(state_->mutex);
-  const bool newsUnread = state_->lateResult == InsertOutcome::delivered || !state_->late.empty();
-  return state_->watchers.empty() && !newsUnread;
+  return state_->watchers.empty() && state_->lateResult == InsertOutcome::refused;
 }
 
 InsertOutcome TextSession::insert(int utf16Offset, const std::string& text) {
@@ -194,6 +193,7 @@ InsertOutcome TextSession::insert(int utf16Offset, const std::string& text) {
   {
     const std::lock_guard lock(state_->mutex);
     if (state_->gone) return InsertOutcome::refused;
+    if (state_->late.empty()) state_->lateResult = InsertOutcome::refused;
     at = state_->model->toUnits(utf16Offset);
     number = state_->model->expect(utf16Offset, text);
     if (before) textBefore = state_->model->text();
@@ -228,8 +228,9 @@ InsertOutcome TextSession::confirm(uint64_t number, const Budget& budget) {
   const std::lock_guard lock(state_->mutex);
   if (!state_->model->isExpected(number)) return InsertOutcome::delivered;
   state_->model->withdraw(number);
-  // A text that changed in another way than asked may hold part of ours.
-  return effect->foreign ? InsertOutcome::unknown : InsertOutcome::refused;
+  if (!effect->foreign) return InsertOutcome::refused;
+  // A text that changed in another way than asked may hold part of ours: nobody will ever know.
+  return state_->lateResult = InsertOutcome::unknown;
 }
 
 /// Qt announces a rewritten single-line field as it was asked to be, before it cuts the text to
@@ -240,7 +241,8 @@ InsertOutcome TextSession::readBack(const std::string& textBefore, const Budget&
   const std::lock_guard lock(state_->mutex);
   if (*text == state_->model->text()) return InsertOutcome::delivered;
   state_->model->resync(*text);
-  return *text == textBefore ? InsertOutcome::refused : InsertOutcome::unknown;
+  if (*text == textBefore) return InsertOutcome::refused;
+  return state_->lateResult = InsertOutcome::unknown;
 }
 
 InsertOutcome TextSession::outcomeOf(const Error& error, uint64_t number) {
@@ -248,19 +250,20 @@ InsertOutcome TextSession::outcomeOf(const Error& error, uint64_t number) {
   if (error.code == dbus::timeout && !state_->gone) {
     // It stays announced: a program that wakes up still does what it was asked.
     state_->late.insert(number);
-    state_->lateResult = InsertOutcome::unknown;
-    return InsertOutcome::unknown;
+    return state_->lateResult = InsertOutcome::unknown;
   }
   state_->model->withdraw(number);
-  const bool unchanged = error.code == dbus::unreachable || error.code == dbus::refused;
-  return unchanged ? InsertOutcome::refused : InsertOutcome::unknown;
+  if (error.code == dbus::unreachable || error.code == dbus::refused) return InsertOutcome::refused;
+  if (!state_->gone && error.code != dbus::died) state_->lateResult = InsertOutcome::unknown;
+  return InsertOutcome::unknown;
 }
 
 InsertOutcome TextSession::lateOutcome(Duration timeout) {
   std::unique_lock lock(state_->mutex);
   state_->changed.wait_for(lock, timeout, [&] { return state_->late.empty(); });
-  return std::exchange(state_->lateResult,
-                       state_->late.empty() ? InsertOutcome::refused : InsertOutcome::unknown);
+  if (state_->lateResult != InsertOutcome::delivered) return state_->lateResult;
+  // Told once; then nothing is outstanding.
+  return std::exchange(state_->lateResult, InsertOutcome::refused);
 }
 
 std::optional<TextSession::Caret> TextSession::caret(const Budget& budget) {

@@ -50,6 +50,7 @@ class TextSession : public std::enable_shared_from_this<TextSession> {
     bool gone = false;
     bool rereading = false;
     std::set<uint64_t> late;  ///< inserts that timed out and may still happen
+    /// What is known of inserts that ended unknown; refused: nothing is outstanding.
     InsertOutcome lateResult = InsertOutcome::refused;
     std::vector<std::shared_ptr<Watcher>> watchers;
     QueueRef queue;

@@ -24,7 +24,7 @@ class TerminalWorld : public RealWorld {
   std::string role() override { return "AXTerminal"; }
   void open(const std::string&, TextRange) override {
     static int count = 0;
-    path_ = sessionFolder() + "/terminal" + std::to_string(++count);
+    path_ = scratchFile("terminal" + std::to_string(++count));
     auto arguments = command_;
     // Unbuffered and without the line discipline: each byte arrives as it is pasted.
     arguments.push_back("sh -c 'stty raw -echo; cat > " + path_ + "'");
@@ -33,8 +33,7 @@ class TerminalWorld : public RealWorld {
   }
   void userTypes(const std::string& text) override { userTypesKeys(text); }
   std::string text() override {
-    std::ifstream file(path_);
-    auto text = std::string(std::istreambuf_iterator<char>(file), {});
+    auto text = readFile(path_);
     for (const std::string bracket : {"\033[200~", "\033[201~"})
       text = text::replaceAll(text, bracket, "");
     return text;
@@ -158,7 +157,7 @@ Measured measure(RealWorld& world) {
       },
       15s);
   // A window that shows nothing on the bus may still be about to open its page.
-  world.eventually([&] { return !outputOf({"xdotool", "getactivewindow"}).empty(); }, 15s);
+  world.eventually([&] { return !activeTitle().empty(); }, 15s);
   if (field.valid()) {
     result.toolkit = ax.toolkit(field).value_or("");
     result.role = ax.role(field).value_or("");
@@ -194,7 +193,7 @@ int printTable() {
                       : measured.inserts && !denied        ? "background insert"
                       : pastes                             ? "paste at the end"
                                                            : "clipboard, saying so";
-    const auto version = outputOf({"dpkg-query", "-W", "-f", "${Version}", row.package});
+    const auto version = shell("dpkg-query -W -f '${Version}' " + row.package);
     std::printf("| %s | %s | %s | %s | %s | %s | %s | %s |\n", row.program.c_str(), version.c_str(),
                 measured.toolkit.c_str(), row.field.c_str(), measured.role.c_str(),
                 measured.insert.c_str(), measured.paste.c_str(), use);
