@@ -385,27 +385,22 @@ TEST_F(RealHttp, RequestsGoOutAsWritten) {
 }
 
 TEST_F(RealHttp, MalformedAnswersAreErrors) {
-  std::string raw;
-  LoopbackServer server([&](LoopbackServer::Peer& peer) {
-    peer.request();
-    peer.send(raw);
-  });
+  const auto kindOf = [this](const std::string& raw) {
+    LoopbackServer server([raw](LoopbackServer::Peer& peer) {
+      peer.request();
+      peer.send(raw);
+    });
+    return ask(request(server.url())).substr(0, 3);
+  };
   const std::string head = "HTTP/1.1 200 OK\r\n";
-  for (const std::string& bad :
-       {head + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", std::string("SSH-2.0 hello\r\n\r\n"),
-        head + "X: " + std::string(300'000, 'x') + "\r\n\r\n", head + [] {
-          std::string many;
-          for (int i = 0; i < 10'000; ++i)
-            many += "X-Header-" + std::to_string(i) + ": 0123456789\r\n";
-          return many;
-        }() + "\r\n"}) {
-    raw = bad;
-    EXPECT_EQ(ask(request(server.url())).substr(0, 3), "!6 ") << bad.substr(0, 60);
-  }
-  raw = head + "Content-Length: 10\r\n\r\nshort";
-  EXPECT_EQ(ask(request(server.url())).substr(0, 3), "!4 ");
-  raw = "";
-  EXPECT_EQ(ask(request(server.url())).substr(0, 3), "!4 ");
+  std::string many = head;
+  for (int i = 0; i < 10'000; ++i) many += "X-Header-" + std::to_string(i) + ": 0123456789\r\n";
+  EXPECT_EQ(kindOf(head + "Transfer-Encoding: chunked\r\n\r\nzz\r\n"), "!6 ");
+  EXPECT_EQ(kindOf("SSH-2.0 hello\r\n\r\n"), "!6 ");
+  EXPECT_EQ(kindOf(head + "X: " + std::string(300'000, 'x') + "\r\n\r\n"), "!6 ");
+  EXPECT_EQ(kindOf(many + "\r\n"), "!6 ");
+  EXPECT_EQ(kindOf(head + "Content-Length: 10\r\n\r\nshort"), "!4 ");
+  EXPECT_EQ(kindOf(""), "!4 ");
 }
 
 TEST_F(RealHttp, RedirectsAreFollowedForGetOnlyAFewTimesAndToHttpOnly) {
@@ -474,10 +469,11 @@ TEST_F(RealHttp, StoppingTheNetworkEndsWhatRuns) {
 
 TEST_F(RealHttp, ManyStreamsAtOnceLoseNothing) {
   LoopbackServer server([](LoopbackServer::Peer& peer) {
-    peer.request();
-    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n");
-    for (int i = 0; i < 1000; ++i) peer.send(std::to_string(1000 + i));
-    peer.waitUntilClosed();
+    // A late stream may come over the connection of one that has ended.
+    while (peer.request()) {
+      peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4000\r\n\r\n");
+      for (int i = 0; i < 1000; ++i) peer.send(std::to_string(1000 + i));
+    }
   });
   HttpSessionConfiguration wide;
   wide.maximumConnectionsPerHost = 64;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <future>
+#include <list>
 #include <mutex>
 #include <poll.h>
 #include <signal.h>
@@ -132,7 +133,7 @@ class ProcessLoop : public std::enable_shared_from_this<ProcessLoop> {
   std::mutex mutex_;  ///< guards orders_
   std::vector<std::shared_ptr<Order>> orders_;
   std::atomic<bool> stopped_{false};
-  std::vector<Child> children_;  ///< the thread's own
+  std::list<Child> children_;  ///< the thread's own
   std::thread thread_;
 };
 
@@ -145,9 +146,9 @@ void ProcessLoop::run() {
     spawnOrdered();
     for (Child& child : children_) writeInput(child);
     wait();
-    children_.erase(std::remove_if(children_.begin(), children_.end(),
-                                   [this](Child& child) { return serve(child); }),
-                    children_.end());
+    for (auto child = children_.begin(); child != children_.end();) {
+      child = serve(*child) ? children_.erase(child) : std::next(child);
+    }
   }
   // Nobody reads any more. Those that die with their parent get their signal as this thread ends.
 }
