@@ -21,7 +21,16 @@ void X11World::openPrograms() {
       std::make_unique<BackgroundProgram>("mousepad --disable-server " + scratchFile("editor.txt"));
   other_ =
       std::make_unique<BackgroundProgram>("mousepad --disable-server " + scratchFile("other.txt"));
-  ASSERT_TRUE(eventually([&] { return windowOf(editorPid()) && windowOf(otherPid()); }));
+  // The title names the file once it is loaded; what is pasted before that is lost with the empty
+  // text.
+  const auto isLoaded = [&](int pid, const char* name) {
+    for (const WindowInfo& window : workspace().windows()) {
+      if (window.pid == pid && text::contains(window.title, name)) return true;
+    }
+    return false;
+  };
+  ASSERT_TRUE(eventually(
+      [&] { return isLoaded(editorPid(), "editor.txt") && isLoaded(otherPid(), "other.txt"); }));
 }
 
 std::string X11World::editorText() {
