@@ -38,12 +38,12 @@ struct ParsedLogLine {
 /// Guesses level and source of a printed line from its words.
 ParsedLogLine parseLogMessage(std::string_view line, bool isStandardError);
 
-/// The application's log: a bounded list in memory that every subsystem writes to. Readers run side by
-/// side, writers exclude them. Thread-safe; no call waits for a slow reader, except `getEntries`, which
-/// waits for the lines before it.
+/// The application's log: a bounded list in memory that every subsystem writes to. Readers run side
+/// by side, writers exclude them. Thread-safe; no call waits for a slow reader, except
+/// `getEntries`, which waits for the lines before it.
 ///
-/// "logEntriesBatchAdded" (user info `count`) is posted on the main queue 0.15 s after the last line of a
-/// burst, "logsCleared" after `clear`.
+/// "logEntriesBatchAdded" (user info `count`) is posted on the main queue 0.15 s after the last
+/// line of a burst, "logsCleared" after `clear`.
 class Logger {
  public:
   static constexpr size_t maxEntries = 5000;
@@ -58,13 +58,13 @@ class Logger {
   /// Adds one entry. Prints nothing.
   void log(std::string_view source, LogLevel level, std::string_view message);
 
-  /// What the product prints: one entry (level and source read from the line) and one line on the sink.
-  /// A line that is blank after trimming goes to the sink only.
+  /// What the product prints: one entry (level and source read from the line) and one line on the
+  /// sink. A line that is blank after trimming goes to the sink only.
   void print(std::string_view line);
 
-  /// Where printed lines go besides the log: standard error in the terminal programs, the dated file in
-  /// the application. Called with whole lines without their end, one at a time. Set it before the first
-  /// line; without one, lines go to the log alone. It must not print.
+  /// Where printed lines go besides the log: standard error in the terminal programs, the dated
+  /// file in the application. Called with whole lines without their end, one at a time. Set it
+  /// before the first line; without one, lines go to the log alone. It must not print.
   void setSink(std::function<void(std::string_view line)> sink);
 
   /// Entries of at least `level` whose message or source holds `filter` (any case), oldest first.

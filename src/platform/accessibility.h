@@ -13,7 +13,8 @@
 
 namespace kestrin {
 
-/// An accessible object of another program. A value that may outlive the object: calls on it then fail.
+/// An accessible object of another program. A value that may outlive the object: calls on it then
+/// fail.
 struct AxElement {
   std::string bus;   ///< connection of the program on the accessibility bus
   std::string path;  ///< object path
@@ -44,12 +45,13 @@ struct TextChange {
   bool operator==(const TextChange&) const = default;
 };
 
-/// The accessibility interface of other programs. Every call may block up to its deadline (2 s at most),
-/// so call it off the main queue. Thread-safe. Errors: domain "Accessibility".
+/// The accessibility interface of other programs. Every call may block up to its deadline (2 s at
+/// most), so call it off the main queue. Thread-safe. Errors: domain "Accessibility".
 ///
-/// Roles are given in the product's words: "AXTextField", "AXTextArea", "AXComboBox", "AXSearchField",
-/// "AXSecureTextField", "AXWebArea", "AXGroup", "AXTerminal", "AXWindow", "AXButton", ... ; a role
-/// without a word of its own reads "AX" plus the bus's role name without blanks.
+/// Roles are given in the product's words: "AXTextField", "AXTextArea", "AXComboBox",
+/// "AXSearchField", "AXSecureTextField", "AXWebArea", "AXGroup", "AXTerminal", "AXWindow",
+/// "AXButton", ... ; a role without a word of its own reads "AX" plus the bus's role name without
+/// blanks.
 class Accessibility {
  public:
   virtual ~Accessibility() = default;
@@ -58,15 +60,16 @@ class Accessibility {
   virtual Status available() = 0;
 
   virtual Result<AxElement> focusedWindow(int pid) = 0;
-  /// The element with the keyboard focus in that program (the focused and, where there are several, the
-  /// editable one).
+  /// The element with the keyboard focus in that program (the focused and, where there are several,
+  /// the editable one).
   virtual Result<AxElement> focusedElement(int pid) = 0;
   /// The focused descendant of a document or panel.
   virtual Result<AxElement> focusedDescendant(const AxElement& root) = 0;
 
   virtual Result<std::string> role(const AxElement& element) = 0;
   virtual Result<std::string> title(const AxElement& element) = 0;
-  /// Toolkit name of the element's program: "gtk", "GTK", "Qt", "Gecko", "Chromium", ...; may be empty.
+  /// Toolkit name of the element's program: "gtk", "GTK", "Qt", "Gecko", "Chromium", ...; may be
+  /// empty.
   virtual Result<std::string> toolkit(const AxElement& element) = 0;
   /// Whole text. Fails when the element has no text.
   virtual Result<std::string> value(const AxElement& element) = 0;
@@ -79,18 +82,19 @@ class Accessibility {
   /// Whether the element offers editable text and is enabled.
   virtual Result<bool> isEditable(const AxElement& element) = 0;
 
-  /// Inserts at a UTF-16 offset without moving focus, and leaves the user's caret and selection alone (puts
-  /// them back where the toolkit moves them). Confirms the result: see InsertOutcome. The error of an
-  /// unreachable target maps to `refused` or `unknown`.
-  virtual InsertOutcome insertText(const AxElement& element, int offset, const std::string& text) = 0;
+  /// Inserts at a UTF-16 offset without moving focus, and leaves the user's caret and selection
+  /// alone (puts them back where the toolkit moves them). Confirms the result: see InsertOutcome.
+  /// The error of an unreachable target maps to `refused` or `unknown`.
+  virtual InsertOutcome insertText(const AxElement& element, int offset,
+                                   const std::string& text) = 0;
 
-  /// After an insert that ended `unknown`: waits, at most `timeout`, until its end is known. `delivered` once
-  /// its own change event came, `refused` once the program is gone (or nothing is outstanding), else still
-  /// `unknown`.
+  /// After an insert that ended `unknown`: waits, at most `timeout`, until its end is known.
+  /// `delivered` once its own change event came, `refused` once the program is gone (or nothing is
+  /// outstanding), else still `unknown`.
   virtual InsertOutcome lateOutcome(const AxElement& element, Duration timeout) = 0;
 
-  /// Calls back, on any thread, for each change of the element's text that `insertText` of this process
-  /// did not make.
+  /// Calls back, on any thread, for each change of the element's text that `insertText` of this
+  /// process did not make.
   virtual Result<SubscriptionHandle> watchText(const AxElement& element,
                                                std::function<void(TextChange)> onForeignChange) = 0;
 };

@@ -20,15 +20,15 @@ struct FileInfo {
   Date modified;
 };
 
-/// The file system and the user's folders. Blocking; thread-safe. Errors: domain "Files", code = errno,
-/// description with the path.
+/// The file system and the user's folders. Blocking; thread-safe. Errors: domain "Files", code =
+/// errno, description with the path.
 class Files {
  public:
   virtual ~Files() = default;
 
   virtual Result<Bytes> read(const std::string& path) = 0;
-  /// Writes a temporary file beside `path`, syncs it and renames it over: a reader or a crash sees the old
-  /// content or the new one. Creates missing folders (0700). The file gets mode 0600.
+  /// Writes a temporary file beside `path`, syncs it and renames it over: a reader or a crash sees
+  /// the old content or the new one. Creates missing folders (0700). The file gets mode 0600.
   virtual Status writeAtomic(const std::string& path, std::string_view content) = 0;
   virtual Status append(const std::string& path, std::string_view content) = 0;
   virtual std::optional<FileInfo> info(const std::string& path) = 0;

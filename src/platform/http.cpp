@@ -37,8 +37,8 @@ std::string urlEncode(std::string_view text) {
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
     const bool unreserved = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                            (byte >= '0' && byte <= '9') || std::string_view("-._~").find(c) !=
-                                                                std::string_view::npos;
+                            (byte >= '0' && byte <= '9') ||
+                            std::string_view("-._~").find(c) != std::string_view::npos;
     if (unreserved) {
       out += c;
     } else {
@@ -57,9 +57,8 @@ bool isHttpUrl(std::string_view url) {
   if (!sameName(scheme, "http") && !sameName(scheme, "https")) return false;
   const std::string_view rest = url.substr(colon + 3);
   const std::string_view host = rest.substr(0, rest.find_first_of("/?#"));
-  return !host.empty() && std::none_of(url.begin(), url.end(), [](unsigned char c) {
-    return c <= ' ' || c == 0x7f;
-  });
+  return !host.empty() && std::none_of(url.begin(), url.end(),
+                                       [](unsigned char c) { return c <= ' ' || c == 0x7f; });
 }
 
 }  // namespace kestrin

@@ -78,8 +78,8 @@ struct HttpStreamHandlers {
 };
 
 /// Reuses connections; delivers every callback on its own serial `queue()`, in order. Thread-safe.
-/// Requests go to http and https addresses only. A request still running when the session is destroyed
-/// is cancelled, without a callback.
+/// Requests go to http and https addresses only. A request still running when the session is
+/// destroyed is cancelled, without a callback.
 class HttpSession {
  public:
   virtual ~HttpSession() = default;
@@ -88,8 +88,8 @@ class HttpSession {
                            std::function<void(Result<HttpResponse>)> completion) = 0;
   virtual HttpTaskRef stream(HttpRequest request, HttpStreamHandlers handlers) = 0;
   /// Writes the body of a 2xx answer to `path` (atomically, once complete) and leaves it out of the
-  /// response; any other answer writes nothing and keeps its body. `onProgress` gets received and total
-  /// bytes of the file (total 0 when unknown).
+  /// response; any other answer writes nothing and keeps its body. `onProgress` gets received and
+  /// total bytes of the file (total 0 when unknown).
   virtual HttpTaskRef download(HttpRequest request, std::string path,
                                std::function<void(int64_t, int64_t)> onProgress,
                                std::function<void(Result<HttpResponse>)> completion) = 0;
@@ -98,7 +98,8 @@ class HttpSession {
 class Http {
  public:
   virtual ~Http() = default;
-  virtual std::shared_ptr<HttpSession> makeSession(const HttpSessionConfiguration& configuration) = 0;
+  virtual std::shared_ptr<HttpSession> makeSession(
+      const HttpSessionConfiguration& configuration) = 0;
 };
 
 /// "a b&c" to "a%20b%26c": for one path segment or query value.

@@ -5,11 +5,11 @@
 
 namespace kestrin {
 
-/// Guards closures that outlive their owner: put a `Lifetime` last among an object's members and wrap
-/// every callback in `guard`. Once the owner is gone the callback does nothing.
+/// Guards closures that outlive their owner: put a `Lifetime` last among an object's members and
+/// wrap every callback in `guard`. Once the owner is gone the callback does nothing.
 ///
-/// The owner must be destroyed on the queue on which its guarded closures run (or after that queue has
-/// stopped): the guard tests that the owner lives, it does not keep it alive.
+/// The owner must be destroyed on the queue on which its guarded closures run (or after that queue
+/// has stopped): the guard tests that the owner lives, it does not keep it alive.
 class Lifetime {
  public:
   Lifetime() : token_(std::make_shared<char>('\0')) {}

@@ -9,9 +9,9 @@
 
 namespace kestrin {
 
-/// The clipboard. What we put there is served by a thread of our own, so other programs can read it while
-/// the main queue is busy, and stays until somebody else owns the clipboard. Blocking calls have a
-/// deadline of 1 s; call off the main queue. Thread-safe. Errors: domain "Pasteboard".
+/// The clipboard. What we put there is served by a thread of our own, so other programs can read it
+/// while the main queue is busy, and stays until somebody else owns the clipboard. Blocking calls
+/// have a deadline of 1 s; call off the main queue. Thread-safe. Errors: domain "Pasteboard".
 class Pasteboard {
  public:
   virtual ~Pasteboard() = default;

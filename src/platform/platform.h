@@ -19,8 +19,8 @@
 
 namespace kestrin {
 
-/// Every port that a program uses. The composition root (or a test) owns the backends and fills this
-/// with references; services take from it just what they use.
+/// Every port that a program uses. The composition root (or a test) owns the backends and fills
+/// this with references; services take from it just what they use.
 struct Platform {
   Dispatch& dispatch;
   Http& http;

@@ -48,8 +48,8 @@ using ChildProcessRef = std::shared_ptr<ChildProcess>;
 class Processes {
  public:
   virtual ~Processes() = default;
-  /// Waits for the end, so call it off the main queue. At the time-out the child's group is killed and
-  /// the error has code ETIMEDOUT. Output is bounded to 64 MiB each.
+  /// Waits for the end, so call it off the main queue. At the time-out the child's group is killed
+  /// and the error has code ETIMEDOUT. Output is bounded to 64 MiB each.
   virtual Result<ProcessOutput> run(const ProcessSpec& spec, Duration timeout) = 0;
   /// `onLine(line, isStandardError)` and then `onExit(exitCode)` arrive on `queue`.
   virtual Result<ChildProcessRef> start(const ProcessSpec& spec, QueueRef queue,

@@ -6,8 +6,8 @@
 
 namespace kestrin {
 
-/// A failure as a value. `domain` names the class that found it ("LocalASRService"), `code` is small
-/// and stable within the domain, `description` is what the user reads.
+/// A failure as a value. `domain` names the class that found it ("LocalASRService"), `code` is
+/// small and stable within the domain, `description` is what the user reads.
 struct Error {
   std::string domain;
   int code = 0;

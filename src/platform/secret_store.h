@@ -14,7 +14,8 @@ class SecretStore {
  public:
   virtual ~SecretStore() = default;
   virtual std::optional<Bytes> load(const std::string& service, const std::string& account) = 0;
-  virtual Status save(const std::string& service, const std::string& account, const Bytes& value) = 0;
+  virtual Status save(const std::string& service, const std::string& account,
+                      const Bytes& value) = 0;
   virtual Status remove(const std::string& service, const std::string& account) = 0;
   virtual bool persistent() = 0;
 };

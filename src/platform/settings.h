@@ -11,15 +11,16 @@
 
 namespace kestrin {
 
-/// The user settings store: one flat map from key to JSON value, shared by all processes of the user. Read at the
-/// point of use, each reader with its own fall-back. Reads never touch the disk; a change by another
-/// process is picked up. Thread-safe.
+/// The user settings store: one flat map from key to JSON value, shared by all processes of the
+/// user. Read at the point of use, each reader with its own fall-back. Reads never touch the disk;
+/// a change by another process is picked up. Thread-safe.
 class SettingsStore {
  public:
   virtual ~SettingsStore() = default;
 
   virtual std::optional<Json> get(std::string_view key) const = 0;
-  /// Stored at once (atomic replace); a failure to write keeps the value for this run and is logged.
+  /// Stored at once (atomic replace); a failure to write keeps the value for this run and is
+  /// logged.
   virtual void set(std::string_view key, Json value) = 0;
   virtual void remove(std::string_view key) = 0;
   /// Sorted by key.

@@ -6,8 +6,8 @@
 
 namespace kestrin {
 
-/// Effects on the whole desktop. Blocking, with deadlines. Errors: domain "SystemControls", with what is missing
-/// here.
+/// Effects on the whole desktop. Blocking, with deadlines. Errors: domain "SystemControls", with
+/// what is missing here.
 class SystemControls {
  public:
   virtual ~SystemControls() = default;

@@ -28,9 +28,9 @@ struct InstalledApplication {
   std::string executable;
 };
 
-/// Running applications and their windows. Calls take some milliseconds; those that change something wait
-/// for the effect under a deadline, so call them off the main queue. Thread-safe. Errors: domain
-/// "Workspace".
+/// Running applications and their windows. Calls take some milliseconds; those that change
+/// something wait for the effect under a deadline, so call them off the main queue. Thread-safe.
+/// Errors: domain "Workspace".
 class Workspace {
  public:
   virtual ~Workspace() = default;

@@ -1,11 +1,10 @@
 #include "platform/dates/dates.h"
 
+#include <cctype>
+#include <memory>
 #include <unicode/calendar.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
-
-#include <cctype>
-#include <memory>
 
 #include "platform/text/text.h"
 
@@ -24,7 +23,8 @@ std::unique_ptr<icu::TimeZone> timeZone(std::string_view zone) {
 
 std::unique_ptr<icu::SimpleDateFormat> formatter(std::string_view pattern, std::string_view zone) {
   UErrorCode status = U_ZERO_ERROR;
-  auto out = std::make_unique<icu::SimpleDateFormat>(toUtf16(pattern), icu::Locale::getUS(), status);
+  auto out =
+      std::make_unique<icu::SimpleDateFormat>(toUtf16(pattern), icu::Locale::getUS(), status);
   if (U_FAILURE(status)) return nullptr;
   out->adoptTimeZone(timeZone(zone).release());
   return out;
@@ -32,7 +32,8 @@ std::unique_ptr<icu::SimpleDateFormat> formatter(std::string_view pattern, std::
 
 double toMilliseconds(Date date) {
   using Milliseconds = std::chrono::duration<double, std::milli>;
-  return Milliseconds(std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch())).count();
+  return Milliseconds(std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch()))
+      .count();
 }
 
 Date fromMilliseconds(double milliseconds) {
@@ -63,7 +64,8 @@ std::optional<Date> parse(std::string_view text, std::string_view pattern, std::
 }
 
 std::string iso8601(Date date, bool fractional) {
-  return format(date, fractional ? "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" : "yyyy-MM-dd'T'HH:mm:ss'Z'", "UTC");
+  return format(date, fractional ? "yyyy-MM-dd'T'HH:mm:ss.SSS'Z'" : "yyyy-MM-dd'T'HH:mm:ss'Z'",
+                "UTC");
 }
 
 std::optional<Date> parseIso8601(std::string_view text) {

@@ -16,11 +16,13 @@ namespace dates {
 /// system's. English names; U+202F before AM/PM becomes a plain blank. Thread-safe.
 std::string format(Date date, std::string_view pattern, std::string_view zone = {});
 /// Parses by the same kind of pattern; nothing when it does not match whole.
-std::optional<Date> parse(std::string_view text, std::string_view pattern, std::string_view zone = {});
+std::optional<Date> parse(std::string_view text, std::string_view pattern,
+                          std::string_view zone = {});
 
 /// "2026-03-01T09:30:00Z"; with fractional seconds (3 digits) on request.
 std::string iso8601(Date date, bool fractional = false);
-/// Accepts "Z" and "+02:00" offsets, and fractions of any length; a text without offset counts as UTC.
+/// Accepts "Z" and "+02:00" offsets, and fractions of any length; a text without offset counts as
+/// UTC.
 std::optional<Date> parseIso8601(std::string_view text);
 
 /// The identifier of the system's time zone, such as "Europe/Paris".

@@ -10,15 +10,19 @@ using Ordered = nlohmann::ordered_json;
 
 Json fromLibrary(const Ordered& value) {
   switch (value.type()) {
-    case Ordered::value_t::boolean: return value.get<bool>();
-    case Ordered::value_t::number_integer: return value.get<int64_t>();
+    case Ordered::value_t::boolean:
+      return value.get<bool>();
+    case Ordered::value_t::number_integer:
+      return value.get<int64_t>();
     case Ordered::value_t::number_unsigned: {
       const auto number = value.get<uint64_t>();
       if (number <= INT64_MAX) return static_cast<int64_t>(number);
       return static_cast<double>(number);
     }
-    case Ordered::value_t::number_float: return value.get<double>();
-    case Ordered::value_t::string: return value.get<std::string>();
+    case Ordered::value_t::number_float:
+      return value.get<double>();
+    case Ordered::value_t::string:
+      return value.get<std::string>();
     case Ordered::value_t::array: {
       Json::Array items;
       items.reserve(value.size());
@@ -30,7 +34,8 @@ Json fromLibrary(const Ordered& value) {
       for (const auto& [key, member] : value.items()) out.set(key, fromLibrary(member));
       return out;
     }
-    default: return nullptr;
+    default:
+      return nullptr;
   }
 }
 

@@ -1,14 +1,13 @@
 #include "platform/text/text.h"
 
+#include <algorithm>
+#include <memory>
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utext.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
-#include <unicode/utext.h>
-
-#include <algorithm>
-#include <memory>
 
 namespace kestrin::text {
 namespace {
@@ -115,7 +114,8 @@ std::string prefix(std::string_view text, size_t count) {
 }
 
 std::string suffix(std::string_view text, size_t count) {
-  if (isPlainAscii(text)) return std::string(text.substr(text.size() - std::min(count, text.size())));
+  if (isPlainAscii(text))
+    return std::string(text.substr(text.size() - std::min(count, text.size())));
   const auto boundaries = characterBoundaries(text);
   if (count + 1 >= boundaries.size()) return std::string(text);
   return std::string(text.substr(boundaries[boundaries.size() - 1 - count]));

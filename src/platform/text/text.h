@@ -8,8 +8,8 @@
 namespace kestrin::text {
 
 // All text is UTF-8. A "character" is what a person counts as one (an extended grapheme cluster);
-// UTF-16 units are what accessibility and the tracked caret count in. Invalid bytes never crash: each
-// counts as U+FFFD. All functions are thread-safe.
+// UTF-16 units are what accessibility and the tracked caret count in. Invalid bytes never crash:
+// each counts as U+FFFD. All functions are thread-safe.
 
 std::string lower(std::string_view text);
 std::string upper(std::string_view text);
@@ -25,8 +25,8 @@ std::string suffix(std::string_view text, size_t count);
 
 size_t utf16Length(std::string_view text);
 size_t codePointCount(std::string_view text);
-/// UTF-16 offset to code point offset and back within `text`; an offset inside a surrogate pair or past
-/// the end is moved to the next boundary / the end.
+/// UTF-16 offset to code point offset and back within `text`; an offset inside a surrogate pair or
+/// past the end is moved to the next boundary / the end.
 size_t utf16ToCodePoints(std::string_view text, size_t utf16Offset);
 size_t codePointsToUtf16(std::string_view text, size_t codePointOffset);
 /// The part from UTF-16 offset `begin` up to `end` (clamped; never splits a code point).
@@ -35,8 +35,8 @@ std::string utf16Slice(std::string_view text, size_t begin, size_t end);
 bool isValidUtf8(std::string_view bytes);
 /// Invalid sequences replaced by U+FFFD.
 std::string replaceInvalidUtf8(std::string_view bytes);
-/// Length of an incomplete but so far valid UTF-8 sequence at the end of `bytes` (0 to 3): these bytes may
-/// be completed by the next delivery.
+/// Length of an incomplete but so far valid UTF-8 sequence at the end of `bytes` (0 to 3): these
+/// bytes may be completed by the next delivery.
 size_t incompleteUtf8Tail(std::string_view bytes);
 
 std::vector<std::string> split(std::string_view text, std::string_view separator);

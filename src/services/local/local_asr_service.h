@@ -64,15 +64,15 @@ struct LocalASRResult {
   std::vector<VoiceEntity> entities;
 };
 
-/// Reads a recogniser's answer, tolerantly: what is absent or of another type is left out. Fails on a
-/// body that is no JSON (the parser's error) or no object ("LocalASRService", code 4).
+/// Reads a recogniser's answer, tolerantly: what is absent or of another type is left out. Fails on
+/// a body that is no JSON (the parser's error) or no object ("LocalASRService", code 4).
 Result<LocalASRResult> parseASRResponse(std::string_view body);
 
-/// The client of the speech recogniser. Keeps no state: every call is one independent request. Callable
-/// from any thread; the completion runs once, on the session's queue (at once, on the caller's thread,
-/// for input that is never sent). No retry here. Errors: domain "LocalASRService" (1 "Invalid ASR URL",
-/// "No audio data", 2 "Failed to read audio file", 3 "No data received from ASR", 4 "Invalid JSON
-/// response from ASR"), or the transport's, unchanged.
+/// The client of the speech recogniser. Keeps no state: every call is one independent request.
+/// Callable from any thread; the completion runs once, on the session's queue (at once, on the
+/// caller's thread, for input that is never sent). No retry here. Errors: domain "LocalASRService"
+/// (1 "Invalid ASR URL", "No audio data", 2 "Failed to read audio file", 3 "No data received from
+/// ASR", 4 "Invalid JSON response from ASR"), or the transport's, unchanged.
 class LocalASRService {
  public:
   using Completion = std::function<void(Result<LocalASRResult>)>;

@@ -35,7 +35,10 @@ TEST(Text, InvalidBytesAreHarmless) {
   EXPECT_FALSE(text::isValidUtf8(torn));
   EXPECT_TRUE(text::isValidUtf8(text::replaceInvalidUtf8("\xFF\xC0 ok \x80")));
   EXPECT_EQ(text::trim("\u00A0\n a b \t"), "a b");
-  EXPECT_EQ(Json("\xFF" "a").dump(), "\"\uFFFDa\"");
+  EXPECT_EQ(Json("\xFF"
+                 "a")
+                .dump(),
+            "\"\uFFFDa\"");
 }
 
 TEST(Text, Base64IsStrict) {
@@ -60,7 +63,8 @@ TEST(Dates, ReadAndWriteTheFormsOfTheWire) {
 }
 
 TEST(Json, ReadsTolerantlyAndKeepsOrder) {
-  const auto value = Json::parse(R"({"b":1,"a":{"x":true},"list":[{"k":1},2,"s"],"n":1.5,"big":1e3})");
+  const auto value =
+      Json::parse(R"({"b":1,"a":{"x":true},"list":[{"k":1},2,"s"],"n":1.5,"big":1e3})");
   ASSERT_TRUE(value);
   EXPECT_EQ(value->members().front().first, "b");
   EXPECT_FALSE(value->stringAt("b"));
