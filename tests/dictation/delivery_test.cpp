@@ -225,12 +225,14 @@ TEST(Paste, WhatCannotBeDeliveredIsOnTheClipboardAndKept) {
 }
 
 TEST(Paste, OldClipboardContentIsNeverPasted) {
+  // Outlives the desk, whose end runs what is still queued.
+  std::function<void()> thief;
   Desk desk;
   desk.field().acceptsInsert = false;
   desk.capture();
   desk.chunk("Hello");
   // Another program takes the clipboard again each time that something is put there.
-  std::function<void()> thief = [&] {
+  thief = [&] {
     if (desk.desktop.clipboard().ours) desk.desktop.userCopies("secret");
     desk.dispatch.globalQueue()->postAfter(1ms, thief);
   };
