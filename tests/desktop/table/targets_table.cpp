@@ -141,7 +141,7 @@ std::string paste(RealWorld& world, bool terminal) {
       terminal ? std::vector<std::string>{"control", "shift"} : std::vector<std::string>{"control"},
       "v");
   const bool fetched = pasteboard.waitForFetch(seen, 3s);
-  if (world.eventually([&] { return text::contains(world.text(), piece); }, 3s)) return "yes";
+  if (world.eventually([&] { return text::contains(world.text(), piece); }, 10s)) return "yes";
   return fetched ? "no (fetched, not shown)" : "no";
 }
 
