@@ -111,7 +111,8 @@ class Group {
   void leave();
   /// True when the count reached zero, false at the time-out (negative: no limit).
   bool wait(Duration timeout);
-  /// Runs `job` on `queue` when the count is next zero (at once if it is zero now).
+  /// Runs `job` on `queue` when the count is next zero (at once if it is zero now). It is posted
+  /// before a `wait` for the same zero returns.
   void notify(QueueRef queue, Job job);
 
  private:

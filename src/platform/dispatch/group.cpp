@@ -43,8 +43,9 @@ void Group::leave() {
     waiters.swap(state->waiters);
     notices.swap(state->notices);
   }
-  for (auto& waiter : waiters) waiter->signal();
+  // Whoever waited may post to the same queue next, and comes after the notice.
   for (auto& notice : notices) notice.queue->post(std::move(notice.job));
+  for (auto& waiter : waiters) waiter->signal();
 }
 
 bool Group::wait(Duration timeout) {
