@@ -69,7 +69,7 @@ TEST(DBus, AHungPeerHoldsUpOnlyItsCaller) {
   PrivateBus bus;
   auto client = bus.connect();
   Peer peer(bus);
-  auto hung = std::async(std::launch::async, [&] { return client->call(service, "Stall", 300ms); });
+  auto hung = std::async(std::launch::async, [&] { return client->call(service, "Stall", 3s); });
   peer.stalled.get_future().wait();
   EXPECT_TRUE(client->processId(service.service, 5s).has_value());
   EXPECT_EQ(hung.wait_for(0s), std::future_status::timeout);
