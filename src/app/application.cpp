@@ -6,6 +6,7 @@ namespace kestrin {
 namespace {
 
 constexpr const char* holdKeySetting = "pref_holdKey";
+/// The highest tier that the user may raise a run to; it raises nothing by itself.
 constexpr const char* actionTierSetting = "pref_actionTier";
 
 std::string chosenHoldKey(Platform& platform) {
@@ -60,12 +61,13 @@ Application::Application(Platform& platform, Options options)
                            }))] { main->post(update); };
   subscriptions_.push_back(platform.notifications.observe(
       "ExecuteAction", lifetime_.guard([this](const Json& action) { actions_.execute(action); })));
-  const std::function<void()> takeTier = lifetime_.guard([this] { takeActionTier(); });
+  const std::function<void()> keepTier = lifetime_.guard([this] {
+    if (!mayElevate()) setActionTier(SafetyTier::safe);
+  });
   subscriptions_.push_back(platform.settings.observe(
-      [main = platform.dispatch.mainQueue(), takeTier](const std::string& key) {
-        if (key == actionTierSetting) main->post(takeTier);
+      [main = platform.dispatch.mainQueue(), keepTier](const std::string& key) {
+        if (key == actionTierSetting) main->post(keepTier);
       }));
-  takeActionTier();
 }
 
 Application::~Application() { stop(); }
@@ -146,6 +148,12 @@ void Application::obey(ControlCommand command) {
         mainWindow_.updateStatus("Nothing to send again", StatusColor::orange);
       }
       return;
+    case ControlCommand::elevate:
+      if (mayElevate()) return setActionTier(SafetyTier::elevated);
+      return mainWindow_.updateStatus("Key presses and scripts are switched off in the settings",
+                                      StatusColor::orange);
+    case ControlCommand::lower:
+      return setActionTier(SafetyTier::safe);
     case ControlCommand::show:
       if (onShow) onShow();
       return;
@@ -155,8 +163,19 @@ void Application::obey(ControlCommand command) {
   }
 }
 
-void Application::takeActionTier() {
-  actions_.currentTier = safetyTierFromText(platform_.settings.string(actionTierSetting, "safe"));
+bool Application::mayElevate() const {
+  return safetyTierFromText(platform_.settings.string(actionTierSetting, "elevated")) ==
+         SafetyTier::elevated;
+}
+
+void Application::setActionTier(SafetyTier tier) {
+  if (std::exchange(actions_.currentTier, tier) == tier) return;
+  const bool elevated = tier == SafetyTier::elevated;
+  const std::string line = elevated ? "Actions may press keys and run scripts until Kestrin ends"
+                                    : "Actions press no keys and run no scripts";
+  core_.logger.log("App", LogLevel::warning, line);
+  mainWindow_.updateStatus(line, elevated ? StatusColor::orange : StatusColor::primary);
+  changed();
 }
 
 void Application::changed() {
@@ -164,6 +183,7 @@ void Application::changed() {
                .recording = delegate_.isRecording(),
                .active = manager_->activeRequestCount(),
                .statusLine = mainWindow_.status().text,
+               .actionTier = std::string(safetyTierText(actions_.currentTier)),
                .services = readiness_.services()});
   if (onChange) onChange();
 }

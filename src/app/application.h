@@ -54,6 +54,8 @@ class Application {
   const std::string& holdKeyName() const { return holdKeyName_; }
   bool hasUndelivered() const { return !undelivered_.empty(); }
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }
+  /// Elevated only in a run in which the user said so ("elevate"); models cannot.
+  SafetyTier actionTier() const { return actions_.currentTier; }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
   OverlayWindow& overlay() { return overlay_; }
@@ -72,7 +74,8 @@ class Application {
   void hostChanged(const ServiceHostStatus& status);
   void probeServices();
   void becomeReady(bool allAnswered);
-  void takeActionTier();
+  bool mayElevate() const;
+  void setActionTier(SafetyTier tier);
   void changed();
   DictationServices dictationServices();
 

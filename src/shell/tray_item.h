@@ -24,6 +24,7 @@ class TrayItem {
   QMenu menu_;
   QAction* statusAction_;
   QAction* sendAgainAction_;
+  QAction* elevateAction_;
   QSystemTrayIcon icon_;
   bool shownRecording_ = false;
   bool shownPreRoll_ = false;

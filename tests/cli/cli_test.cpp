@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -48,6 +49,7 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"settings"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
+                                             {"speak"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
     EXPECT_EQ(output.exitCode, 2) << text::join(arguments, " ");
@@ -61,7 +63,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "doctor", "settings"}) {
+                              "quit", "retry", "elevate", "lower", "speak", "doctor", "settings"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -100,6 +102,46 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
 }
 
+TEST(Cli, SpeakIsHeardAtTheVolumeOfRepliesAndEndsWithItsText) {
+  Terminal terminal;
+  const std::string script =
+      "parec --raw --rate=16000 --channels=1 --format=s16le -d speakers.monitor >heard & "
+      "recorder=$!; until [ -s heard ]; do sleep 0.02; done; " +
+      std::string(KESTRIN_BINARY_DIR) +
+      "/bin/kestrin speak -- --one two three; status=$?; kill $recorder; exit $status";
+  const auto heard = [&](const char* volume) {
+    EXPECT_EQ(terminal.run({"settings", "set", "pref_voiceVolume", volume}).exitCode, 0);
+    const auto output = terminal.processes->run(
+        {.program = std::string(KESTRIN_SOURCE_DIR) + "/scripts/private-sound",
+         .arguments = {"bash", "-c", script},
+         .environment = {{"XDG_CONFIG_HOME", terminal.folder.file("config")}},
+         .workingFolder = terminal.folder.path()},
+        std::chrono::seconds(60));
+    EXPECT_TRUE(output && output->exitCode == 0) << (output ? output->standardError : "");
+    double peak = 0;
+    for (const float sample :
+         wav::fromPcm16(LinuxFiles().read(terminal.folder.file("heard")).value_or(""))) {
+      peak = std::max(peak, std::fabs(double(sample)));
+    }
+    return peak;
+  };
+  const double loud = heard("100");
+  EXPECT_GT(loud, 0.2);
+  EXPECT_LT(heard("40"), loud * 0.7);
+  EXPECT_EQ(heard("0"), 0);
+}
+
+TEST(Cli, SpeakWithoutSoundOrWordsFailsAndSaysWhy) {
+  Terminal terminal;
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"speak", "hello"}, {"speak", " "}, {"speak", "-"}}) {
+    const auto output = terminal.run(arguments);
+    EXPECT_EQ(output.exitCode, 1);
+    EXPECT_EQ(output.standardOutput, "");
+    EXPECT_EQ(output.standardError.rfind("kestrin: ", 0), 0u) << output.standardError;
+  }
+}
+
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
   Terminal terminal;
   EXPECT_EQ(terminal.run({"settings", "get", "pref_holdKey"}).exitCode, 1);
@@ -119,7 +161,7 @@ TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {
   const auto status = terminal.run({"status", "--json"});
   EXPECT_EQ(status.exitCode, 0);
   EXPECT_EQ(Json::parse(status.standardOutput)->boolAt("ready"), false);
-  for (const char* command : {"press", "quit", "retry"}) {
+  for (const char* command : {"press", "quit", "retry", "elevate"}) {
     const auto output = terminal.run({command});
     EXPECT_EQ(output.exitCode, 1);
     EXPECT_NE(output.standardError, "");
