@@ -56,7 +56,7 @@ TranscriptionService::TranscriptionService(Dispatch& dispatch, Http& http, Setti
 
 TranscriptionService::~TranscriptionService() = default;
 
-void TranscriptionService::transcribePCMStreaming(const Bytes& pcmData, const std::string& mode,
+void TranscriptionService::transcribePCMStreaming(Bytes pcmData, const std::string& mode,
                                                   const CapturedContext& context,
                                                   const std::optional<std::string>& authToken,
                                                   ChunkHandler onStreamChunk,
@@ -66,15 +66,10 @@ void TranscriptionService::transcribePCMStreaming(const Bytes& pcmData, const st
   stream->context = context;
   stream->onStreamChunk = std::move(onStreamChunk);
   stream->completion = std::move(completion);
-  auto start = [self = shared_from_this(), stream, pcmData, authToken] {
-    self->startStream(stream, pcmData, authToken);
-  };
   // The first reading of the secret store may take seconds.
-  if (dispatch_.mainQueue()->isCurrent()) {
-    dispatch_.globalQueue()->post(std::move(start));
-  } else {
-    start();
-  }
+  if (!dispatch_.mainQueue()->isCurrent()) return startStream(stream, pcmData, authToken);
+  dispatch_.globalQueue()->post([self = shared_from_this(), stream, pcmData = std::move(pcmData),
+                                 authToken] { self->startStream(stream, pcmData, authToken); });
 }
 
 void TranscriptionService::startStream(const std::shared_ptr<Stream>& stream, const Bytes& pcmData,

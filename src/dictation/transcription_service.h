@@ -77,7 +77,7 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   /// `completion` (once) run on the thread that delivers the stream, never on the main queue.
   /// Errors: the recogniser's or the transport's, or "TranscriptionService" ("Invalid streaming
   /// URL").
-  void transcribePCMStreaming(const Bytes& pcmData, const std::string& mode,
+  void transcribePCMStreaming(Bytes pcmData, const std::string& mode,
                               const CapturedContext& context,
                               const std::optional<std::string>& authToken,
                               ChunkHandler onStreamChunk, Completion completion);
