@@ -14,6 +14,7 @@
 #include "platform/linux/json_settings.h"
 #include "platform/linux/linux_controls.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/linux_place.h"
 #include "platform/linux/portal_key_monitor.h"
 #include "platform/linux/posix_processes.h"
 #include "platform/linux/pulse_audio.h"
@@ -22,6 +23,7 @@
 #include "platform/linux/x11_pasteboard.h"
 #include "platform/linux/x11_synthetic_input.h"
 #include "platform/linux/x11_workspace.h"
+#include "platform/linux/xdg_login_item.h"
 #include "platform/unavailable.h"
 
 namespace kestrin {
@@ -109,6 +111,8 @@ struct LinuxPlatform::Backends {
   SecretService secrets;
   DesktopNotifications userNotifications;
   LinuxControls controls{files, *processes};
+  XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
+  LinuxPlaceService place{files, dbus::Connection::system, dates::systemTimeZone};
   std::unique_ptr<Platform> platform;
 };
 
@@ -118,7 +122,7 @@ LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
   b.platform.reset(new Platform{*b.dispatch, *b.http, b.files, b.random, b.settings,
                                 b.notifications, *b.processes, *b.keyMonitor, *b.input,
                                 *b.accessibility, *b.workspace, *b.pasteboard, *b.audio, *b.browser,
-                                b.secrets, b.userNotifications, b.controls});
+                                b.secrets, b.userNotifications, b.controls, b.loginItem, b.place});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

@@ -45,10 +45,12 @@ struct SimulatedWorld {
   SimulatedSecretStore secrets{&faults};
   SimulatedUserNotifications userNotifications{&faults};
   SimulatedSystemControls controls{&faults};
+  SimulatedLoginItem loginItem{&faults};
+  SimulatedPlaceService place{dispatch.clock(), &faults};
   Platform platform{dispatch,          http,       files,      random,  settings,
                     notifications,     processes,  keyMonitor, input,   accessibility,
                     workspace,         pasteboard, audio,      browser, secrets,
-                    userNotifications, controls};
+                    userNotifications, controls,   loginItem,  place};
 };
 
 }  // namespace kestrin
