@@ -25,6 +25,9 @@ Application::Application(Platform& platform, Options options)
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
       mainWindow_(platform.dispatch, platform.random),
+      preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
+      applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
+               core_.player, core_.logger),
       recorder_(platform.dispatch, platform.audio, platform.files, platform.settings, core_.logger),
       overlay_(platform.dispatch, core_.logger, manager_, undelivered_),
       paste_(InsertionPorts::from(platform), core_.logger, undelivered_),
@@ -92,7 +95,7 @@ DictationServices Application::dictationServices() {
 void Application::start() {
   core_.logger.log("App", LogLevel::info, "Application launched");
   core_.warmUp();
-  AudioRecorder::applyPreferences(platform_.settings);
+  applier_.start(windowEffects_);
   delegate_.setupGlobalEventTap();
   bringUpServices();
 }

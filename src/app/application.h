@@ -23,6 +23,8 @@
 #include "platform/lifetime.h"
 #include "platform/platform.h"
 #include "services/local/service_host.h"
+#include "usermodel/preferences/preference_changes.h"
+#include "usermodel/preferences/preferences_applier.h"
 
 namespace kestrin {
 
@@ -84,6 +86,10 @@ class Application {
   UndeliveredStore undelivered_;
   std::shared_ptr<StreamingRequestManager> manager_;
   MainWindowController mainWindow_;
+  /// Owns nothing: ends with this, so that whoever holds it weakly sees the window go.
+  std::shared_ptr<MainWindowEffects> windowEffects_{std::make_shared<char>(), &mainWindow_};
+  PreferenceChanges preferenceChanges_;
+  PreferencesApplier applier_;
   AudioRecorder recorder_;
   OverlayWindow overlay_;
   CaretPaste paste_;

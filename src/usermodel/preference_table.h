@@ -58,8 +58,8 @@ const std::map<std::string, PreferenceType, std::less<>>& otherSettings();
 
 inline constexpr std::string_view preferencePrefix = "pref_";
 
-/// `value` as it may be stored under the preference's key. Error (domain "Preferences"): wrong type,
-/// out of range or no such choice, with what would be right.
+/// `value` as it may be stored under the preference's key. Error (domain "Preferences"): wrong
+/// type, out of range or no such choice, with what would be right.
 Result<Json> checkedPreference(const Preference& preference, const Json& value);
 
 /// What a person typed for any key of the store. A key that begins with "pref_" must be a known one

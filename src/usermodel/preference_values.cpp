@@ -92,16 +92,16 @@ Result<Json> checkedPreference(const Preference& preference, const Json& value) 
     case PreferenceControl::slider: {
       const auto number = value.asNumber();
       if (number && *number >= preference.minimum && *number <= preference.maximum) return value;
-      return wrong(preference.key, "a number from " +
-                                       numberText(preference.minimum, preference.decimals) + " to " +
-                                       numberText(preference.maximum, preference.decimals));
+      return wrong(preference.key,
+                   "a number from " + numberText(preference.minimum, preference.decimals) + " to " +
+                       numberText(preference.maximum, preference.decimals));
     }
     case PreferenceControl::segmented: {
       const auto index = value.asInt();
       const auto count = static_cast<int64_t>(preference.choices.size());
       if (index && *index >= 0 && *index < count) return value;
-      return wrong(preference.key, "0 to " + std::to_string(count - 1) + " or one of " +
-                                       quotedChoices(preference));
+      return wrong(preference.key,
+                   "0 to " + std::to_string(count - 1) + " or one of " + quotedChoices(preference));
     }
     case PreferenceControl::dropdown: {
       const std::string* title = value.stringPtr();

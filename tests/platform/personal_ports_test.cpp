@@ -65,7 +65,8 @@ struct LocationPeer {
       : connection(bus.connect()) {
     EXPECT_TRUE(connection->requestName("org.freedesktop.GeoClue2"));
     const auto publish = [&](const std::string& path, auto declare) {
-      objects.push_back(connection->exportObject("/org/freedesktop/GeoClue2/" + path, declare).value());
+      objects.push_back(
+          connection->exportObject("/org/freedesktop/GeoClue2/" + path, declare).value());
     };
     publish("Manager", [](sdbus::IObject& o) {
       o.registerMethod("CreateClient")
@@ -96,7 +97,9 @@ struct LocationPeer {
       const char* location = "org.freedesktop.GeoClue2.Location";
       o.registerProperty("Latitude").onInterface(location).withGetter([=] { return latitude; });
       o.registerProperty("Longitude").onInterface(location).withGetter([=] { return longitude; });
-      o.registerProperty("Description").onInterface(location).withGetter([=] { return description; });
+      o.registerProperty("Description").onInterface(location).withGetter([=] {
+        return description;
+      });
     });
   }
   std::unique_ptr<dbus::Connection> connection;

@@ -55,17 +55,17 @@ Result<Place> LinuxPlaceService::located(Duration deadline) {
     return fail(coarse.error());
   }
   const auto told = std::make_shared<Told>();
-  const auto updates = (*bus)->subscribe(
-      "type='signal',interface='" + std::string(clientInterface) +
-          "',member='LocationUpdated',path='" + std::string(*client) + "'",
-      [told](sdbus::Message& message) {
-        using Paths = std::tuple<sdbus::ObjectPath, sdbus::ObjectPath>;
-        const auto paths = dbus::Connection::read<Paths>(message);
-        if (!paths) return;
-        const std::lock_guard lock(told->mutex);
-        told->path = std::get<1>(*paths);
-        told->arrived.signal();
-      });
+  const auto updates =
+      (*bus)->subscribe("type='signal',interface='" + std::string(clientInterface) +
+                            "',member='LocationUpdated',path='" + std::string(*client) + "'",
+                        [told](sdbus::Message& message) {
+                          using Paths = std::tuple<sdbus::ObjectPath, sdbus::ObjectPath>;
+                          const auto paths = dbus::Connection::read<Paths>(message);
+                          if (!paths) return;
+                          const std::lock_guard lock(told->mutex);
+                          told->path = std::get<1>(*paths);
+                          told->arrived.signal();
+                        });
   if (!updates) return fail(updates.error());
   if (auto started = (*bus)->call({service, *client, clientInterface}, "Start", end.left());
       !started) {

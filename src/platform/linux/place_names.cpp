@@ -33,8 +33,8 @@ double degrees(std::string_view text, size_t degreeDigits) {
   const auto part = [&](size_t at, size_t length) {
     return at < digits.size() ? std::strtod(digits.substr(at, length).c_str(), nullptr) : 0.0;
   };
-  const double value = part(0, degreeDigits) + part(degreeDigits, 2) / 60 +
-                       part(degreeDigits + 2, 2) / 3600;
+  const double value =
+      part(0, degreeDigits) + part(degreeDigits, 2) / 60 + part(degreeDigits + 2, 2) / 3600;
   return text[0] == '-' ? -value : value;
 }
 
@@ -42,8 +42,7 @@ double kilometres(double latitude1, double longitude1, double latitude2, double 
   const double radian = std::acos(-1.0) / 180;
   const double a = std::sin((latitude2 - latitude1) * radian / 2);
   const double b = std::sin((longitude2 - longitude1) * radian / 2);
-  const double h =
-      a * a + std::cos(latitude1 * radian) * std::cos(latitude2 * radian) * b * b;
+  const double h = a * a + std::cos(latitude1 * radian) * std::cos(latitude2 * radian) * b * b;
   return 2 * earthRadiusKilometres * std::asin(std::sqrt(std::min(1.0, h)));
 }
 
@@ -52,7 +51,8 @@ double kilometres(double latitude1, double longitude1, double latitude2, double 
 std::optional<Place> placeOfTimeZone(const std::string& zone) {
   std::array<char, 8> region{};
   UErrorCode status = U_ZERO_ERROR;
-  icu::TimeZone::getRegion(icu::UnicodeString::fromUTF8(zone), region.data(), region.size(), status);
+  icu::TimeZone::getRegion(icu::UnicodeString::fromUTF8(zone), region.data(), region.size(),
+                           status);
   // "001" is the world: no country.
   if (U_FAILURE(status) || std::string_view(region.data()) == "001" ||
       zone.find('/') == zone.npos) {
@@ -74,8 +74,8 @@ std::optional<Place> placeNear(double latitude, double longitude, std::string_vi
                                    degrees(at.substr(second), 3));
     if (nearest && away >= best) continue;
     best = away;
-    nearest = Place{away <= sameCityKilometres ? cityOf(fields[2]) : "", "",
-                    countryName(fields[0]), fields[2]};
+    nearest = Place{away <= sameCityKilometres ? cityOf(fields[2]) : "", "", countryName(fields[0]),
+                    fields[2]};
   }
   return nearest;
 }

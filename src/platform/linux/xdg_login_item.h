@@ -11,8 +11,7 @@ namespace kestrin {
 class XdgLoginItem final : public LoginItem {
  public:
   /// `program`: full path of what the desktop starts, or a name that its PATH finds.
-  XdgLoginItem(Files& files, std::string program)
-      : files_(files), program_(std::move(program)) {}
+  XdgLoginItem(Files& files, std::string program) : files_(files), program_(std::move(program)) {}
 
   Status setEnabled(bool enabled) override;
   bool isEnabled() override;
