@@ -15,6 +15,7 @@
 #include "platform/simulated/simulated_pasteboard.h"
 #include "platform/simulated/simulated_processes.h"
 #include "platform/simulated/simulated_settings.h"
+#include "platform/simulated/simulated_speech.h"
 #include "platform/simulated/simulated_system.h"
 #include "platform/simulated/simulated_workspace.h"
 
@@ -47,10 +48,11 @@ struct SimulatedWorld {
   SimulatedSystemControls controls{&faults};
   SimulatedLoginItem loginItem{&faults};
   SimulatedPlaceService place{dispatch.clock(), &faults};
-  Platform platform{dispatch,          http,       files,      random,  settings,
-                    notifications,     processes,  keyMonitor, input,   accessibility,
-                    workspace,         pasteboard, audio,      browser, secrets,
-                    userNotifications, controls,   loginItem,  place};
+  SimulatedSpeech speech{&faults};
+  Platform platform{dispatch,          http,       files,      random,    settings,
+                    notifications,     processes,  keyMonitor, input,     accessibility,
+                    workspace,         pasteboard, audio,      browser,   secrets,
+                    userNotifications, controls,   speech,     loginItem, place};
 };
 
 }  // namespace kestrin

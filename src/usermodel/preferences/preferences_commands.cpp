@@ -44,8 +44,8 @@ void PreferencesView::perform(PreferenceAction action) {
             if (!opened) services_.logger.print("⚠️ " + opened.error().description);
           });
     case PreferenceAction::manageAccount:
-      return services_.platform.notifications.post(
-          "NavigateToSettings", Json::object({{"section", "integration"}}));
+      return services_.platform.notifications.post("NavigateToSettings",
+                                                   Json::object({{"section", "integration"}}));
     case PreferenceAction::syncNow:
       return syncNow();
     case PreferenceAction::exportLogs:
@@ -122,9 +122,8 @@ void PreferencesView::clearHistory() {
       [this](size_t button) {
         if (button != 0) return;
         if (services_.forgetHistory) services_.forgetHistory();
-        emptyThenTell(historyFolder(), {"History Cleared",
-                                        "All transcription history has been deleted.",
-                                        {"OK"}});
+        emptyThenTell(historyFolder(),
+                      {"History Cleared", "All transcription history has been deleted.", {"OK"}});
       });
 }
 

@@ -6,18 +6,13 @@
 namespace kestrin {
 namespace {
 
-
 PreferenceRow valueRow(const char* id, const char* label, std::string value) {
   return {.id = id, .label = label, .value = std::move(value)};
 }
 
 PreferenceRow buttonRow(const char* id, const char* label, PreferenceAction action,
                         const char* button, std::string value = {}) {
-  return {.id = id,
-          .label = label,
-          .action = action,
-          .button = button,
-          .value = std::move(value)};
+  return {.id = id, .label = label, .action = action, .button = button, .value = std::move(value)};
 }
 
 std::string countOf(int64_t count, const char* unit) {
@@ -104,8 +99,8 @@ std::vector<PreferenceRow> PreferencesView::fixedRows(const std::string& header)
     return {buttonRow("testVoice", "Test voice", PreferenceAction::testVoice, "Play Sample")};
   }
   if (header == "Data & Privacy") {
-    return {buttonRow("clearHistory", "Clear history", PreferenceAction::clearHistory,
-                      "Clear All")};
+    return {
+        buttonRow("clearHistory", "Clear history", PreferenceAction::clearHistory, "Clear All")};
   }
   if (header == "Storage") {
     return {valueRow("historyStorage", "History storage", historySize_),
@@ -116,13 +111,14 @@ std::vector<PreferenceRow> PreferencesView::fixedRows(const std::string& header)
     return {valueRow("microphone", "Microphone", permissions_.microphone),
             valueRow("screenRecording", "Screen recording", permissions_.screenRecording),
             valueRow("accessibility", "Accessibility", permissions_.accessibility),
-            buttonRow("managePermissions", "Manage permissions", PreferenceAction::managePermissions,
-                      "Open Settings")};
+            buttonRow("managePermissions", "Manage permissions",
+                      PreferenceAction::managePermissions, "Open Settings")};
   }
   if (header == "Connected Accounts") {
-    return {buttonRow("google", "Google", PreferenceAction::manageAccount, "Manage", googleAccount_),
-            valueRow("gmail", "Gmail", connected(settings_.boolean("hasGmailAccess"))),
-            valueRow("calendar", "Calendar", connected(settings_.boolean("hasCalendarAccess")))};
+    return {
+        buttonRow("google", "Google", PreferenceAction::manageAccount, "Manage", googleAccount_),
+        valueRow("gmail", "Gmail", connected(settings_.boolean("hasGmailAccess"))),
+        valueRow("calendar", "Calendar", connected(settings_.boolean("hasCalendarAccess")))};
   }
   if (header == "Sync") {
     return {valueRow("lastSynced", "Last synced", lastSynced()),
@@ -133,9 +129,9 @@ std::vector<PreferenceRow> PreferencesView::fixedRows(const std::string& header)
             buttonRow("resetAll", "Reset to defaults", PreferenceAction::resetAll, "Reset All")};
   }
   if (header == "About") {
-    return {valueRow("version", "Version", applicationVersion),
-            buttonRow("updates", "Check for updates", PreferenceAction::checkForUpdates,
-                      "Check Now")};
+    return {
+        valueRow("version", "Version", applicationVersion),
+        buttonRow("updates", "Check for updates", PreferenceAction::checkForUpdates, "Check Now")};
   }
   return {};
 }
@@ -145,7 +141,8 @@ std::string PreferencesView::lastSynced() const {
   const auto at = dates::parseIso8601(settings_.string("lastSyncTime"));
   if (!at) return "Never";
   using namespace std::chrono;
-  const auto seconds = duration_cast<std::chrono::seconds>(dispatch_.clock().wallNow() - *at).count();
+  const auto seconds =
+      duration_cast<std::chrono::seconds>(dispatch_.clock().wallNow() - *at).count();
   if (seconds < 60) return "Just now";
   if (seconds < 3600) return countOf(seconds / 60, "minute");
   if (seconds < 86400) return countOf(seconds / 3600, "hour");

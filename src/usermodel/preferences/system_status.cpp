@@ -17,7 +17,7 @@ std::string microphoneState(Audio& audio) {
 
 /// The settings programs of the desktops, the more particular first.
 constexpr const char* settingsPrograms[] = {
-    "gnome-control-center",   "systemsettings",   "cinnamon-settings", "mate-control-center",
+    "gnome-control-center",   "systemsettings",         "cinnamon-settings", "mate-control-center",
     "xfce4-settings-manager", "io.elementary.settings", "lxqt-config"};
 
 }  // namespace

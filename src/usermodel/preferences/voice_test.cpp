@@ -8,8 +8,7 @@ std::vector<std::string> VoiceTest::voiceNames() {
   std::vector<std::string> names;
   for (const SpeechVoice& voice : speech_.voices().value_or(std::vector<SpeechVoice>{})) {
     if (names.size() == maxChoices) break;
-    names.push_back(
-        text::capitalizeFirst(text::lower(voice.id.substr(voice.id.rfind('.') + 1))));
+    names.push_back(text::capitalizeFirst(text::lower(voice.id.substr(voice.id.rfind('.') + 1))));
   }
   return names;
 }
