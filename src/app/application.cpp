@@ -158,6 +158,33 @@ void Application::obey(ControlCommand command) {
   }
 }
 
+PreferencesView& Application::preferences() {
+  if (!preferences_) {
+    preferences_ =
+        std::make_unique<PreferencesView>(PreferencesServices{.platform = platform_,
+                                                              .logger = core_.logger,
+                                                              .changes = preferenceChanges_,
+                                                              .geminiKey = core_.geminiKey,
+                                                              .deviceId = core_.deviceId,
+                                                              .player = core_.player,
+                                                              .endpoints = options_.endpoints,
+                                                              .holdKeyName = holdKeyName_,
+                                                              .window = windowEffects_,
+                                                              .forgetHistory =
+                                                                  [this] {
+                                                                    mainWindow_.clearHistory();
+                                                                    undelivered_.clear();
+                                                                  },
+                                                              .exportDebugLogs =
+                                                                  [this] {
+                                                                    if (onExportDebugLogs)
+                                                                      onExportDebugLogs();
+                                                                  }});
+    preferences_->loadSavedPreferences();
+  }
+  return *preferences_;
+}
+
 void Application::takeActionTier() {
   actions_.currentTier = safetyTierFromText(platform_.settings.string(actionTierSetting, "safe"));
 }

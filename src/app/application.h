@@ -25,6 +25,7 @@
 #include "services/local/service_host.h"
 #include "usermodel/preferences/preference_changes.h"
 #include "usermodel/preferences/preferences_applier.h"
+#include "usermodel/preferences/preferences_view.h"
 
 namespace kestrin {
 
@@ -58,6 +59,8 @@ class Application {
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
+  /// The settings window; made when it is first wanted.
+  PreferencesView& preferences();
   OverlayWindow& overlay() { return overlay_; }
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
@@ -68,6 +71,8 @@ class Application {
   /// "show" and "quit" of the session bus.
   std::function<void()> onShow;
   std::function<void()> onQuit;
+  /// "Export debug logs" of the settings window.
+  std::function<void()> onExportDebugLogs;
 
  private:
   void bringUpServices();
@@ -90,6 +95,7 @@ class Application {
   std::shared_ptr<MainWindowEffects> windowEffects_{std::make_shared<char>(), &mainWindow_};
   PreferenceChanges preferenceChanges_;
   PreferencesApplier applier_;
+  std::unique_ptr<PreferencesView> preferences_;
   AudioRecorder recorder_;
   OverlayWindow overlay_;
   CaretPaste paste_;

@@ -61,22 +61,33 @@ void addSettings(CLI::App& app, Chosen& chosen) {
   auto* settings = app.add_subcommand("settings", "Reads and changes the settings");
   settings->require_subcommand(1);
 
-  auto* get = settings->add_subcommand("get", "Prints a setting; status 1 when it is not set");
+  auto* get = settings->add_subcommand(
+      "get", "Prints a setting or its default; status 1 when it has neither");
   get->add_option("KEY", *key, "Name of the setting")->required();
   get->callback([&chosen, key] { chosen = [key] { return settingsGet(*key); }; });
 
-  auto* set = settings->add_subcommand("set", "Changes a setting");
+  auto* set = settings->add_subcommand(
+      "set",
+      "Changes a setting, in the running application too.\nA preference (pref_...) must be a "
+      "known one and its value of the right kind and range, or nothing is changed (status 1); "
+      "so must the kind of the application's other settings. Any other name may hold anything.");
   set->add_option("KEY", *key, "Name of the setting")->required();
-  set->add_option("VALUE", *value, "true, false, a number or any JSON value; else a text")
+  set->add_option("VALUE", *value,
+                  "true or false, a number, one of the setting's choices, a text; JSON for records")
       ->required();
   set->callback(
       [&chosen, key, value] { chosen = [key, value] { return settingsSet(*key, *value); }; });
 
   auto* list = settings->add_subcommand("list", "Prints every setting that is set");
+  auto everything = std::make_shared<bool>(false);
+  list->add_flag("--all", *everything, "Those that are not set as well, with their defaults");
   list->add_flag("--json", *json, "One JSON object");
-  list->callback([&chosen, json] { chosen = [json] { return settingsList(*json); }; });
+  list->callback([&chosen, everything, json] {
+    chosen = [everything, json] { return settingsList(*everything, *json); };
+  });
 
-  auto* reset = settings->add_subcommand("reset", "Puts a setting back to its default, or all");
+  auto* reset =
+      settings->add_subcommand("reset", "Puts a setting back to its default, or all preferences");
   auto* resetKey = reset->add_option("KEY", *key, "Name of the setting");
   reset->callback([&chosen, key, resetKey] {
     const bool one = resetKey->count() > 0;

@@ -24,8 +24,9 @@ int status(bool json);
 
 int settingsGet(const std::string& key);
 int settingsSet(const std::string& key, const std::string& value);
-int settingsList(bool json);
-/// Without a key: all of them.
+/// `everything`: those that are not set as well, with their defaults.
+int settingsList(bool everything, bool json);
+/// Without a key: all preferences; what is known of the user stays.
 int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);

@@ -110,8 +110,42 @@ TEST(Cli, SettingsAreKeptWithTheirKinds) {
   EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
             "{\"pref_holdKey\":\"Right Super\",\"pref_preRoll\":true,\"pref_voiceVolume\":35.5}\n");
   EXPECT_EQ(terminal.run({"settings", "reset", "pref_holdKey"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "set", "nibo_user_name", "42"}).exitCode, 0);
   EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
+            "{\"nibo_user_name\":\"42\"}\n");
+  EXPECT_EQ(terminal.run({"settings", "get", "pref_voiceVolume"}).standardOutput, "80.0\n");
+}
+
+TEST(Cli, AWrongSettingIsRefusedWithWhatWouldBeRightAndChangesNothing) {
+  Terminal terminal;
+  const auto refuses = [&](const char* key, const char* value, const char* why) {
+    const auto output = terminal.run({"settings", "set", key, value});
+    EXPECT_EQ(output.exitCode, 1) << key;
+    EXPECT_NE(output.standardError.find(why), std::string::npos) << output.standardError;
+  };
+  refuses("pref_voiceVolume", "101", "a number from 0 to 100");
+  refuses("pref_compactMode", "1", "true or false");
+  refuses("pref_volume", "5", "There is no setting pref_volume");
+  refuses("nibo_setup_completed", "yes", "true or false");
+  refuses("pref_geminiApiKey", "AIza", "no secret store");
   EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+  EXPECT_NE(terminal.run({"settings", "list", "--all"})
+                .standardOutput.find("pref_timeFormat = 12-hour\n"),
+            std::string::npos);
+  const auto entry = terminal.folder.file("config/autostart/kestrin.desktop");
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_launchAtLogin", "true"}).exitCode, 0);
+  EXPECT_TRUE(std::filesystem::exists(entry));
+  EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_FALSE(std::filesystem::exists(entry));
+}
+
+TEST(Cli, ASettingThatCannotBeStoredIsAFailure) {
+  Terminal terminal;
+  std::filesystem::create_directories(terminal.folder.file("config/kestrin/settings.json/in"));
+  const auto output = terminal.run({"settings", "set", "pref_compactMode", "true"});
+  EXPECT_EQ(output.exitCode, 1);
+  EXPECT_NE(output.standardError.find("settings.json"), std::string::npos) << output.standardError;
 }
 
 TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {

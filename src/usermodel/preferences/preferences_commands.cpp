@@ -100,7 +100,7 @@ void PreferencesView::refreshStatus() {
 void PreferencesView::testVoice() {
   inBackground(
       dispatch_, dispatch_.globalQueue(), lifetime_,
-      [voice = voice_, &settings = settings_]() mutable { return voice.speak(settings); },
+      [voice = voice_, &settings = settings_] { return voice.speak(settings); },
       [this](Result<Bytes>& sound) {
         if (sound) return services_.player.play(std::move(*sound));
         services_.logger.print("⚠️ Test voice: " + sound.error().description);

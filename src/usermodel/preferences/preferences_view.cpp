@@ -25,12 +25,13 @@ PreferencesView::PreferencesView(PreferencesServices services)
       account_(std::make_shared<AccountStatus>(services_.platform.http, services_.endpoints,
                                                services_.deviceId)),
       secretQueue_(dispatch_.makeQueue("com.kestrin.preferences.secret")),
-      loginQueue_(dispatch_.makeQueue("com.kestrin.preferences.login")),
-      changes_(services_.platform.notifications.observe(
-          preferencesChanged, lifetime_.guard([this](const Json& info) {
-            if (info.stringAt("key") == "pref_launchAtLogin") launchAtLoginShown_.reset();
-            changed();
-          }))) {}
+      loginQueue_(dispatch_.makeQueue("com.kestrin.preferences.login")) {
+  changes_ = services_.platform.notifications.observe(
+      preferencesChanged, lifetime_.guard([this](const Json& info) {
+        if (info.stringAt("key") == "pref_launchAtLogin") launchAtLoginShown_.reset();
+        changed();
+      }));
+}
 
 void PreferencesView::loadSavedPreferences() {
   loadGeminiKey();

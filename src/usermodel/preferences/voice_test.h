@@ -21,13 +21,13 @@ class VoiceTest {
 
   /// Names of the first ten voices: what stands behind an identifier's last dot, capitalised.
   /// Blocking.
-  std::vector<std::string> voiceNames();
+  std::vector<std::string> voiceNames() const;
   /// The sample as a sound, in the style that the settings ask for; its volume is the player's.
   /// Blocking.
-  Result<Bytes> speak(const SettingsStore& settings);
+  Result<Bytes> speak(const SettingsStore& settings) const;
 
  private:
-  std::string voiceFor(const std::string& style);
+  std::string voiceFor(const std::string& style) const;
 
   SystemSpeech& speech_;
 };
