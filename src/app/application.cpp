@@ -80,6 +80,11 @@ void Application::observe() {
                            }))] { main->post(update); };
   subscriptions_.push_back(platform_.notifications.observe(
       "ExecuteAction", lifetime_.guard([this](const Json& action) { actions_.execute(action); })));
+  subscriptions_.push_back(platform_.notifications.observe(
+      "BackgroundResearchStarted", lifetime_.guard([this](const Json& info) {
+        const auto& start = startSequence_.hooks.startBackgroundResearch;
+        if (start) start(info);
+      })));
   const std::function<void()> takeTier = lifetime_.guard([this] { takeActionTier(); });
   subscriptions_.push_back(platform_.settings.observe(
       [main = platform_.dispatch.mainQueue(), takeTier](const std::string& key) {
@@ -115,11 +120,11 @@ void Application::start() {
       [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
 }
 
-void Application::stop() {
+void Application::stop(std::function<void()> completion) {
   setup_.stop();
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
-  startSequence_.applicationWillTerminate({});
+  startSequence_.applicationWillTerminate(std::move(completion));
 }
 
 void Application::applicationShouldHandleReopen() {

@@ -45,8 +45,9 @@ class Application {
   /// Launches: first-run setup where something is missing, then hold key, services and the rest.
   /// Presses are refused until the services answer.
   void start();
-  /// Ends the recording and the services; nothing is running afterwards.
-  void stop();
+  /// Ends the recording and the services. `completion` runs once nothing is running any more, after
+  /// some seconds at most; at once when all was stopped before. It may be empty.
+  void stop(std::function<void()> completion = {});
   /// Somebody started the application again: shows the main window.
   void applicationShouldHandleReopen();
   /// "Setup & Permissions..." of the tray: looks again and tells by a notification.

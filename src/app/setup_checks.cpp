@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "services/local/docker_tool.h"
 #include "services/local/service_host.h"
 
 namespace kestrin {
@@ -67,11 +68,10 @@ SetupItem SetupChecks::serviceHost() {
     case ServiceHostKind::container:
       break;
   }
-  if (processes.find("docker") || processes.find("podman")) {
-    return {{State::ok, check, "container", ""}, true};
-  }
+  const DockerTool docker(core_.platform.files, processes);
+  if (docker.isInstalled()) return {{State::ok, check, "container", ""}, true};
   return {{State::missing, check, "Docker is not installed",
-           "install Docker or Podman, or set pref_serviceHost to companion"},
+           docker.installCommand() + ", or set pref_serviceHost to companion"},
           true};
 }
 
