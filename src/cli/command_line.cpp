@@ -103,6 +103,14 @@ void addDoctor(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
 }
 
+void addSetup(CLI::App& app, Chosen& chosen) {
+  auto yes = std::make_shared<bool>(false);
+  auto* command = app.add_subcommand(
+      "setup", "First-run setup: what is missing and how to mend it, your name, a language model");
+  command->add_flag("--yes", *yes, "Asks nothing and accepts everything as it stands");
+  command->callback([&chosen, yes] { chosen = [yes] { return setup(*yes); }; });
+}
+
 void describe(CLI::App& app, Chosen& chosen) {
   app.description(
       "Kestrin, a personal voice assistant: hold a key, speak, and the text arrives where you "
@@ -113,11 +121,13 @@ void describe(CLI::App& app, Chosen& chosen) {
   app.footer(
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
-      "are the base addresses of the services.");
+      "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
+      "e-mail account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
   addSettings(app, chosen);
+  addSetup(app, chosen);
   addDoctor(app, chosen);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -42,7 +43,9 @@ class SimulatedSecretStore final : public SecretStore {
     items_.erase({service, account});
     return {};
   }
-  bool persistent() override { return true; }
+  bool persistent() override { return !onlyInMemory; }
+
+  std::atomic<bool> onlyInMemory = false;  ///< as without a secret service
 
  private:
   FaultPlan* const faults_;
@@ -85,10 +88,11 @@ class SimulatedSystemControls final : public SystemControls {
   }
   Status suspend() override { return record("suspend"); }
   Status screenshot(const std::string& path) override { return record("screenshot " + path); }
-  Result<std::string> machineId() override { return std::string("0123456789abcdef"); }
+  Result<std::string> machineId() override { return machine; }
   std::string hostName() override { return "simulated"; }
 
   std::vector<std::string> asked;
+  Result<std::string> machine = "0123456789abcdef";
 
  private:
   Status record(std::string what) {
