@@ -30,6 +30,9 @@ int outcome(const Status& status) {
 /// What a program that is not the window has to do itself where a setting is more than a value.
 class Store {
  public:
+  Store() {
+    logger_.setSink([](std::string_view line) { warn(std::string(line)); });
+  }
   std::optional<Json> get(const std::string& key) {
     if (key != geminiKeySetting) return settings_.get(key);
     const std::string secret = geminiKey_.apiKey();
@@ -58,7 +61,7 @@ class Store {
     }
     geminiKey_.save(text);
     // Asked afresh: the helper answers from its own memory.
-    KeychainHelper again(platform_.secrets);
+    KeychainHelper again(platform_.secrets, logger_);
     if (GeminiKeyManager(again, settings_).apiKey() == text::trim(text)) return {};
     return fail("KeychainHelper", 2, "The secret store did not keep the key");
   }
@@ -66,7 +69,8 @@ class Store {
   LinuxPlatform backends_{warn};
   Platform& platform_ = backends_.platform();
   SettingsStore& settings_ = platform_.settings;
-  KeychainHelper keychain_{platform_.secrets};
+  Logger logger_{platform_.dispatch, platform_.notifications};
+  KeychainHelper keychain_{platform_.secrets, logger_};
   GeminiKeyManager geminiKey_{keychain_, settings_};
 };
 
