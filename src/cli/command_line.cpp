@@ -92,6 +92,22 @@ void addDoctor(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
 }
 
+void addServices(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* services = app.add_subcommand("services", "The local services: companion or container");
+  services->require_subcommand(1);
+  services
+      ->add_subcommand(
+          "up", "Starts what the setting pref_serviceHost chooses, and waits until it answers")
+      ->callback([&chosen] { chosen = servicesUp; });
+  services->add_subcommand("down", "Ends exactly what \"up\" has started")->callback([&chosen] {
+    chosen = servicesDown;
+  });
+  auto* status = services->add_subcommand("status", "Asks each of the four services");
+  status->add_flag("--json", *json, "One JSON object");
+  status->callback([&chosen, json] { chosen = [json] { return servicesStatus(*json); }; });
+}
+
 void describe(CLI::App& app, Chosen& chosen) {
   app.description(
       "Kestrin, a personal voice assistant: hold a key, speak, and the text arrives where you "
@@ -108,6 +124,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addStatus(app, chosen);
   addSettings(app, chosen);
   addDoctor(app, chosen);
+  addServices(app, chosen);
 }
 
 }  // namespace

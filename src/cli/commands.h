@@ -30,6 +30,12 @@ int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);
 
+/// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
+int servicesUp();
+/// Ends exactly what `servicesUp` started.
+int servicesDown();
+int servicesStatus(bool json);
+
 /// Shows the running desktop application, or starts it in this process's place.
 int desktop();
 
