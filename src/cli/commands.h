@@ -36,6 +36,9 @@ int servicesUp();
 int servicesDown();
 int servicesStatus(bool json);
 
+/// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
+int setup(bool acceptAsItStands);
+
 /// Shows the running desktop application, or starts it in this process's place.
 int desktop();
 
