@@ -107,7 +107,7 @@ DictationServices Application::dictationServices() {
           .paste = paste_,
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
-          .authToken = {},
+          .authToken = [this] { return core_.authToken(); },
           .forgetVoiceProfile = {}};
 }
 

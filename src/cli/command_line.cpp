@@ -110,7 +110,8 @@ void describe(CLI::App& app, Chosen& chosen) {
   app.footer(
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
-      "are the base addresses of the services.");
+      "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
+      "e-mail account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);

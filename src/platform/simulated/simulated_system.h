@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -37,7 +38,9 @@ class SimulatedSecretStore final : public SecretStore {
     items_.erase({service, account});
     return {};
   }
-  bool persistent() override { return true; }
+  bool persistent() override { return !onlyInMemory; }
+
+  std::atomic<bool> onlyInMemory = false;  ///< as without a secret service
 
  private:
   FaultPlan* const faults_;
@@ -80,10 +83,11 @@ class SimulatedSystemControls final : public SystemControls {
   }
   Status suspend() override { return record("suspend"); }
   Status screenshot(const std::string& path) override { return record("screenshot " + path); }
-  Result<std::string> machineId() override { return std::string("0123456789abcdef"); }
+  Result<std::string> machineId() override { return machine; }
   std::string hostName() override { return "simulated"; }
 
   std::vector<std::string> asked;
+  Result<std::string> machine = "0123456789abcdef";
 
  private:
   Status record(std::string what) {
