@@ -285,6 +285,33 @@ TEST(DockerASRService, WhateverIsAskedWhenTheLastWordCounts) {
   });
 }
 
+TEST(DockerASRService, AnyCallThatFailsOnceEndsInAStateFromWhichANewStartWorks) {
+  int calls = 1;
+  for (int failing = 0; failing < calls && !HasFailure(); ++failing) {
+    DockerWorld world;
+    world.servicesAnswer();
+    world.files.put(world.files.home() + "/.docker/config.json", R"({"credsStore":"gone"})");
+    world.faults.arm(failing);
+    world.start();
+    world.simulation->runFor(10min);
+    SCOPED_TRACE("call " + std::to_string(failing) + " fails");
+    if (failing == 0) calls = world.faults.count() + 1;
+    const auto reached = world.service->status().state;
+    EXPECT_TRUE(reached == DockerState::running || reached == DockerState::error ||
+                reached == DockerState::dockerStopped || reached == DockerState::stopped)
+        << static_cast<int>(reached);
+    world.faults.arm(0);
+    world.start();
+    world.simulation->runFor(1min);
+    EXPECT_EQ(world.service->status().state, DockerState::running);
+    bool stopped = false;
+    world.service->stopService([&] { stopped = true; });
+    world.simulation->runFor(1min);
+    EXPECT_TRUE(stopped);
+  }
+  EXPECT_GT(calls, 8);
+}
+
 TEST(DockerConfig, LosesOnlyAHelperThatIsMissing) {
   DockerWorld world;
   const std::string path = world.files.home() + "/.docker/config.json";
