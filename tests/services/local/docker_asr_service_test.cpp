@@ -1,6 +1,6 @@
 #include "services/local/docker_asr_service.h"
 
-#include "platform/json/json.h"
+#include "services/local/container_host.h"
 #include "services/local/docker_config.h"
 #include "services/local/docker_world.h"
 #include "support/seeds.h"
@@ -220,6 +220,25 @@ TEST(DockerASRService, AStopWaitsForTheStartThatIsUnderWay) {
   EXPECT_EQ(stopped, 1);
   EXPECT_EQ(world.states.back(), DockerState::stopped);
   EXPECT_TRUE(world.http.requests().empty());
+}
+
+TEST(ContainerHost, NobodyWhoQuitsWaitsForAToolThatHangs) {
+  DockerWorld world;
+  world.answers["info"] = DockerWorld::failing("down");
+  ContainerHost host(world.platform, world.logger, Endpoints::fromEnvironment());
+  std::vector<std::string> prompts;
+  host.start({.onPrompt = [&](const ServicePrompt& prompt) { prompts.push_back(prompt.command); }});
+  world.simulation->runFor(1s);
+  EXPECT_EQ(host.status().state, ServiceHostStatus::State::needsUser);
+  EXPECT_EQ(prompts.size(), 1u);
+  world.answers["stop"] = {.endless = true};
+  int ended = 0;
+  host.stop([&] { ++ended; });
+  world.simulation->runFor(21s);
+  EXPECT_EQ(ended, 1);
+  world.simulation->runFor(1min);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(host.status().state, ServiceHostStatus::State::stopped);
 }
 
 TEST(DockerASRService, WhateverIsAskedWhenTheLastWordCounts) {
