@@ -5,7 +5,7 @@ namespace {
 
 /// A desk whose services the companion runs.
 struct CompanionDesk : Desk {
-  CompanionDesk() {
+  explicit CompanionDesk(uint64_t seed = 1) : Desk(seed) {
     settings.set("pref_serviceHost", "companion");
     processes.on("kestrin-companion", [this](const ProcessSpec&) {
       return ScriptedProgram{.exitCode = 1, .endless = companionLives};
@@ -176,8 +176,10 @@ TEST(Start, TheLanguageModelIsKeptWarm) {
 }
 
 TEST(Start, QuittingAtAnyMomentEndsEverything) {
-  for (const auto moment : {0ms, 1ms, 5ms, 40ms, 200ms, 3000ms, 61'000ms, 63'000ms}) {
-    CompanionDesk desk;
+  uint64_t seed = 0;
+  for (const auto moment :
+       {0ms, 1ms, 5ms, 40ms, 200ms, 3000ms, 61'000ms, 63'000ms, 0ms, 1ms, 5ms, 0ms, 1ms, 5ms}) {
+    CompanionDesk desk(++seed);
     desk.http.on("GET", "127.0.0.1:8001/", ScriptedReply::refused());
     auto& app = desk.start();
     std::vector<std::string> order;
