@@ -103,6 +103,22 @@ void addDoctor(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
 }
 
+void addServices(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* services = app.add_subcommand("services", "The local services: companion or container");
+  services->require_subcommand(1);
+  services
+      ->add_subcommand(
+          "up", "Starts what the setting pref_serviceHost chooses, and waits until it answers")
+      ->callback([&chosen] { chosen = servicesUp; });
+  services->add_subcommand("down", "Ends exactly what \"up\" has started")->callback([&chosen] {
+    chosen = servicesDown;
+  });
+  auto* status = services->add_subcommand("status", "Asks each of the four services");
+  status->add_flag("--json", *json, "One JSON object");
+  status->callback([&chosen, json] { chosen = [json] { return servicesStatus(*json); }; });
+}
+
 void addSetup(CLI::App& app, Chosen& chosen) {
   auto yes = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
@@ -129,6 +145,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addSettings(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);
+  addServices(app, chosen);
 }
 
 }  // namespace

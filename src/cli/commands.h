@@ -31,6 +31,12 @@ int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);
 
+/// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
+int servicesUp();
+/// Ends exactly what `servicesUp` started.
+int servicesDown();
+int servicesStatus(bool json);
+
 /// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
 int setup(bool acceptAsItStands);
 

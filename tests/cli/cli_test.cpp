@@ -46,6 +46,8 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"dictate", "--wav"},
                                              {"dictate", "--nope"},
                                              {"settings"},
+                                             {"services"},
+                                             {"services", "sideways"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
                                              {"--nope"}}) {
@@ -61,7 +63,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "setup", "doctor", "settings"}) {
+                              "quit", "retry", "setup", "doctor", "settings", "services"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
