@@ -145,7 +145,7 @@ int main() {
     Status remove(const std::string&, const std::string&) override { return {}; }
     bool persistent() override { return false; }
   } secrets;
-  KeychainHelper keychain(secrets);
+  KeychainHelper keychain(secrets, logger);
   GeminiKeyManager geminiKey(keychain, settings);
   UserPreferences preferences(settings);
   const Endpoints endpoints{base, base, base, base};

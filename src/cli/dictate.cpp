@@ -101,7 +101,7 @@ int runDictation(LinuxPlatform& backends, const DictateOptions& options, Bytes p
   printer.status({"⏳ Processing... (1 stream)", StatusColor::blue});
   bool first = true;
   core.transcription->transcribePCMStreaming(
-      pcm, options.mode, context, std::nullopt,
+      pcm, options.mode, context, core.authToken(),
       [&, main](const std::string& text) {
         main->post([&, text] {
           if (std::exchange(first, false)) {

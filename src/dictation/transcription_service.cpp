@@ -120,10 +120,13 @@ std::string TranscriptionService::timezone() const {
   return stored.empty() ? dates::systemTimeZone() : stored;
 }
 
+std::optional<User> TranscriptionService::signedInUser() const {
+  return sources_.signedInUser ? sources_.signedInUser() : std::nullopt;
+}
+
 /// The keys about the user that the agent and the backend's log share.
-void TranscriptionService::addUser(Json& body) const {
-  const auto email = sources_.signedInEmail ? sources_.signedInEmail() : std::nullopt;
-  if (email) body.set("user_email", *email);
+void TranscriptionService::addUser(Json& body, const std::optional<User>& user) const {
+  if (user) body.set("user_email", user->email);
   for (const auto& [key, setting] :
        {std::pair{"user_name", UserPreferences::userNameKey},
         std::pair{"user_location", UserPreferences::userLocationKey}}) {
@@ -135,8 +138,9 @@ void TranscriptionService::addUser(Json& body) const {
 Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
   const CapturedContext& context = stream.context;
   const std::string device = deviceId_.deviceId();
+  const auto user = signedInUser();
   Json body = Json::object({{"mode", stream.requestedMode},
-                            {"user_id", device},
+                            {"user_id", user ? user->localId : device},
                             {"device_id", device},
                             {"user_timezone", timezone()},
                             {"stream", true},
@@ -145,7 +149,7 @@ Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
     if (!value.empty()) body.set(key, value);
   };
   if (context.audioDurationMs >= 1) body.set("audio_duration_ms", context.audioDurationMs);
-  addUser(body);
+  addUser(body, user);
   setText("user_personality", settings_.string(UserPreferences::userPersonalityKey));
   auto style = sources_.archetypeStylePrompt ? sources_.archetypeStylePrompt() : std::nullopt;
   if (!style) {
@@ -334,7 +338,7 @@ void TranscriptionService::logTranscriptionToCloudBackend(const Stream& stream) 
   if (stream.context.audioDurationMs >= 1) {
     body.set("audio_duration_ms", stream.context.audioDurationMs);
   }
-  addUser(body);
+  addUser(body, signedInUser());
   body.set("user_timezone", timezone());
   if (!stream.context.localFiles.empty()) body.set("local_files", localFiles(stream.context));
   if (stream.asr.metadata) body.set("voice_metadata", stream.asr.metadata->toJson());

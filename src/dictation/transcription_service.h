@@ -11,6 +11,7 @@
 #include "dictation/captured_context.h"
 #include "identity/device_id_manager.h"
 #include "identity/gemini_key_manager.h"
+#include "identity/user.h"
 #include "platform/http.h"
 #include "platform/notification_center.h"
 #include "services/local/endpoints.h"
@@ -44,8 +45,7 @@ struct RequestContextSources {
   std::function<std::string()> voiceProfileSummary;
   /// The style text of the cached archetype, when there is one.
   std::function<std::optional<std::string>()> archetypeStylePrompt;
-  /// E-mail address of the signed-in user.
-  std::function<std::optional<std::string>()> signedInEmail;
+  std::function<std::optional<User>()> signedInUser;
   /// Both deliver once, on any thread: the new personality text; the new archetype's name.
   std::function<void(const std::string& userId, const std::string& voiceProfileSummary,
                      std::function<void(Result<std::string>)>)>
@@ -88,7 +88,8 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   void startStream(const std::shared_ptr<Stream>& stream, const Bytes& pcmData,
                    const std::optional<std::string>& authToken);
   Json buildStaticRequestBody(const Stream& stream);
-  void addUser(Json& body) const;
+  std::optional<User> signedInUser() const;
+  void addUser(Json& body, const std::optional<User>& user) const;
   void processTranscriptStreamingFast(const std::shared_ptr<Stream>& stream);
   AgentEventHandlers eventHandlers(const std::shared_ptr<Stream>& stream);
   void finishStream(const std::shared_ptr<Stream>& stream, const std::optional<Error>& error);

@@ -7,13 +7,16 @@
 #include "platform/files.h"
 #include "platform/http.h"
 #include "platform/key_monitor.h"
+#include "platform/login_item.h"
 #include "platform/notification_center.h"
 #include "platform/pasteboard.h"
+#include "platform/place.h"
 #include "platform/processes.h"
 #include "platform/secret_store.h"
 #include "platform/settings.h"
 #include "platform/synthetic_input.h"
 #include "platform/system_controls.h"
+#include "platform/system_speech.h"
 #include "platform/user_notifications.h"
 #include "platform/workspace.h"
 
@@ -39,6 +42,9 @@ struct Platform {
   SecretStore& secrets;
   UserNotifications& userNotifications;
   SystemControls& controls;
+  SystemSpeech& speech;
+  LoginItem& loginItem;
+  PlaceService& place;
 };
 
 }  // namespace kestrin
