@@ -12,6 +12,9 @@
 namespace kestrin::cli {
 namespace {
 
+/// The text is there already; the history's copy of it is worth a moment.
+constexpr std::chrono::seconds reportTimeout{2};
+
 /// What the dictation prints. Main queue only.
 class Printer {
  public:
@@ -123,6 +126,7 @@ int runDictation(LinuxPlatform& backends, const DictateOptions& options, Bytes p
         });
       });
   const int status = backends.mainLoop().run();
+  core.transcription->waitForBackendReports(reportTimeout);
   backends.endJobs();
   return status;
 }

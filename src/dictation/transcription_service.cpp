@@ -52,7 +52,8 @@ TranscriptionService::TranscriptionService(Dispatch& dispatch, Http& http, Setti
       geminiKey_(geminiKey),
       endpoints_(endpoints),
       sources_(std::move(sources)),
-      backendSession_(http.makeSession({})) {}
+      backendSession_(http.makeSession({})),
+      backendReports_(dispatch, "reports to the backend") {}
 
 TranscriptionService::~TranscriptionService() = default;
 
@@ -304,13 +305,16 @@ void TranscriptionService::postToBackend(const std::string& path, const Json& bo
   request.setHeader("X-Device-Id", deviceId_.deviceId());
   request.timeout = backendTimeout;
   request.body = body.dump();
-  backendSession_->data(std::move(request), [weak = weak_from_this(), source,
-                                             failureLabel](const Result<HttpResponse>& answer) {
-    const auto self = weak.lock();
-    if (!answer && self) {
-      self->logger_.log(source, LogLevel::warning, failureLabel + answer.error().description);
-    }
-  });
+  backendReports_.enter();
+  backendSession_->data(
+      std::move(request), [weak = weak_from_this(), source, failureLabel,
+                           reports = backendReports_](const Result<HttpResponse>& answer) mutable {
+        reports.leave();
+        const auto self = weak.lock();
+        if (!answer && self) {
+          self->logger_.log(source, LogLevel::warning, failureLabel + answer.error().description);
+        }
+      });
 }
 
 void TranscriptionService::updateVoiceProfileInBackground(const Stream& stream) {

@@ -82,6 +82,10 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
                               const std::optional<std::string>& authToken,
                               ChunkHandler onStreamChunk, Completion completion);
 
+  /// Waits for the reports to the backend that are under way; false when the time ran out. For
+  /// programs that end after one dictation.
+  bool waitForBackendReports(Duration timeout) { return backendReports_.wait(timeout); }
+
  private:
   struct Stream;
 
@@ -114,6 +118,7 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   const Endpoints endpoints_;
   const RequestContextSources sources_;
   std::shared_ptr<HttpSession> backendSession_;
+  Group backendReports_;  ///< those under way
 
   std::mutex mutex_;  ///< guards what follows
   std::shared_ptr<SSEClient> sseClient_;

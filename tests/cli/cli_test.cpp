@@ -6,6 +6,7 @@
 #include "platform/linux/linux_files.h"
 #include "platform/linux/posix_processes.h"
 #include "platform/text/text.h"
+#include "support/loopback_server.h"
 #include "support/worlds.h"
 
 namespace kestrin::test {
@@ -13,7 +14,8 @@ namespace {
 
 /// Runs the built program with a home of its own and no services, display or bus.
 struct Terminal {
-  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {}) {
+  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {},
+                    const std::string& services = "http://127.0.0.1:9") {
     const auto output = processes->run(
         {.program = std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin",
          .arguments = std::move(arguments),
@@ -24,10 +26,10 @@ struct Terminal {
                          {"DISPLAY", ""},
                          {"WAYLAND_DISPLAY", ""},
                          {"PULSE_SERVER", "unix:" + folder.file("nosound")},
-                         {"KESTRIN_ASR_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_AGENT_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_LLM_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_BACKEND_URL", "http://127.0.0.1:9"}},
+                         {"KESTRIN_ASR_URL", services},
+                         {"KESTRIN_AGENT_URL", services},
+                         {"KESTRIN_LLM_URL", services},
+                         {"KESTRIN_BACKEND_URL", services}},
          .input = std::move(input)},
         std::chrono::seconds(60));
     return output ? *output
@@ -100,6 +102,28 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
     events.push_back(event->stringAt("event", ""));
   }
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
+}
+
+TEST(Cli, ADictationIsPrintedAndItsReportReachesTheBackendBeforeTheEnd) {
+  Log reported;
+  LoopbackServer services([&](LoopbackServer::Peer& peer) {
+    while (const auto request = peer.request()) {
+      if (request->starts_with("POST /transcribe/pcm")) {
+        peer.reply("{\"transcript\":\"hello there\"}");
+      } else if (request->starts_with("POST /process/stream")) {
+        peer.reply("data: {\"chunk\":\"Hello there.\"}\n\ndata: [DONE]\n\n");
+      } else if (request->starts_with("POST /log-transcription")) {
+        // A backend that takes its time, but not forever.
+        if (peer.pause(std::chrono::milliseconds(300)) && peer.reply("{}")) reported.add(*request);
+      }
+    }
+  });
+  Terminal terminal;
+  const auto output = terminal.run({"dictate", "--wav", "-"}, wav::write(Bytes(32000, '\1')),
+                                   "http://" + services.host());
+  EXPECT_EQ(output.exitCode, 0) << output.standardError;
+  EXPECT_EQ(output.standardOutput, "Hello there.\n");
+  EXPECT_TRUE(reported.has("\"processed_text\":\"Hello there.\"")) << reported.text();
 }
 
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
