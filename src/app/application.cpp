@@ -26,6 +26,9 @@ Application::Application(Platform& platform, Options options)
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
       mainWindow_(platform.dispatch, platform.random),
+      preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
+      applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
+               core_.player, core_.logger),
       recorder_(platform.dispatch, platform.audio, platform.files, platform.settings, core_.logger),
       overlay_(platform.dispatch, core_.logger, manager_, undelivered_),
       paste_(InsertionPorts::from(platform), core_.logger, undelivered_),
@@ -38,39 +41,61 @@ Application::Application(Platform& platform, Options options)
           std::make_shared<ContextCapture>(platform.workspace, platform.accessibility,
                                            platform.browser),
           std::make_shared<WorkspaceFileService>(platform.dispatch, platform.files, core_.logger)),
-      readiness_(platform.dispatch, platform.http, core_.logger, options_.endpoints),
-      host_(
-          makeServiceHost(platform, core_.logger, options_.endpoints, options_.companionProgram)) {
+      notices_(platform.dispatch, platform.userNotifications, platform.notifications, core_.logger),
+      setup_(core_, {.endpoints = options_.endpoints,
+                     .holdKey = holdKeyName_,
+                     .display = {},
+                     .keyTrial = Doctor::KeyTrial::looks,
+                     .companionProgram = options_.companionProgram}),
+      startSequence_({.platform = platform,
+                      .core = core_,
+                      .mainWindow = mainWindow_,
+                      .recorder = recorder_,
+                      .delegate = delegate_,
+                      .holdKeyName = holdKeyName_,
+                      .companionProgram = options_.companionProgram}) {
+  observe();
+}
+
+Application::~Application() { stop(); }
+
+void Application::observe() {
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
   recorder_.onPreRollChanged = tellChange;
-  readiness_.onServicesChange = tellChange;
-  readiness_.onStatus = lifetime_.guard([this](const StatusLine& line) {
-    if (!delegate_.isAppReady) mainWindow_.updateStatus(line.text, line.color);
-  });
+  startSequence_.onChange = tellChange;
+  setup_.onChange = tellChange;
+  setup_.onTell = lifetime_.guard([this] { showSetup(); });
+  startSequence_.hooks.onPrompt =
+      lifetime_.guard([this](const ServicePrompt& prompt) { showPrompt(prompt); });
+  notices_.startAnyway = lifetime_.guard([this] { setup_.accept(); });
+  notices_.open = lifetime_.guard([this] { applicationShouldHandleReopen(); });
   manager_->onRequestsChange = lifetime_.guard([this] {
     overlay_.updateStreamingRequestsUI();
     changed();
   });
   overlay_.onSendAgain = lifetime_.guard([this] { delegate_.retryUndelivered(); });
-  undelivered_.onChange = [main = platform.dispatch.mainQueue(),
+  undelivered_.onChange = [main = platform_.dispatch.mainQueue(),
                            update = std::function<void()>(lifetime_.guard([this] {
                              overlay_.updateStreamingRequestsUI();
                              changed();
                            }))] { main->post(update); };
-  subscriptions_.push_back(platform.notifications.observe(
+  subscriptions_.push_back(platform_.notifications.observe(
       "ExecuteAction", lifetime_.guard([this](const Json& action) { actions_.execute(action); })));
+  subscriptions_.push_back(platform_.notifications.observe(
+      "BackgroundResearchStarted", lifetime_.guard([this](const Json& info) {
+        const auto& start = startSequence_.hooks.startBackgroundResearch;
+        if (start) start(info);
+      })));
   const std::function<void()> keepTier = lifetime_.guard([this] {
     if (!mayElevate()) setActionTier(SafetyTier::safe);
   });
-  subscriptions_.push_back(platform.settings.observe(
-      [main = platform.dispatch.mainQueue(), keepTier](const std::string& key) {
+  subscriptions_.push_back(platform_.settings.observe(
+      [main = platform_.dispatch.mainQueue(), keepTier](const std::string& key) {
         if (key == actionTierSetting) main->post(keepTier);
       }));
 }
-
-Application::~Application() { stop(); }
 
 DictationServices Application::dictationServices() {
   return {.dispatch = platform_.dispatch,
@@ -87,50 +112,43 @@ DictationServices Application::dictationServices() {
           .paste = paste_,
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
-          .authToken = {},
+          .authToken = [this] { return core_.authToken(); },
           .forgetVoiceProfile = {}};
 }
 
 void Application::start() {
-  core_.logger.log("App", LogLevel::info, "Application launched");
+  core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
-  AudioRecorder::applyPreferences(platform_.settings);
-  delegate_.setupGlobalEventTap();
-  bringUpServices();
+  applier_.start(windowEffects_);
+  notices_.registerNotificationCategories();
+  setup_.begin(lifetime_.guard(
+      [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
 }
 
-void Application::bringUpServices() {
-  mainWindow_.updateStatus("Starting Kestrin Intelligence...", StatusColor::orange);
-  awaitingHost_ = true;
-  host_->start({.onStatus = lifetime_.guard(
-                    [this](const ServiceHostStatus& status) { hostChanged(status); })});
-}
-
-/// Whatever becomes of the services at first, readiness finds out what answers.
-void Application::hostChanged(const ServiceHostStatus& status) {
-  const bool settled = status.state == ServiceHostStatus::State::running ||
-                       status.state == ServiceHostStatus::State::failed;
-  if (settled && std::exchange(awaitingHost_, false)) probeServices();
-}
-
-void Application::probeServices() {
-  readiness_.start(lifetime_.guard([this](bool allAnswered) { becomeReady(allAnswered); }));
-}
-
-/// The application opens whatever the services do: each dictation reports its own error.
-void Application::becomeReady(bool allAnswered) {
-  delegate_.isAppReady = true;
-  if (allAnswered) {
-    mainWindow_.updateStatus(nameHoldKey("✅ Ready — Hold fn 🌐 to record", holdKeyName_),
-                             StatusColor::primary);
-  }
-  changed();
-}
-
-void Application::stop() {
+void Application::stop(std::function<void()> completion) {
+  setup_.stop();
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
-  host_->stop();
+  startSequence_.applicationWillTerminate(std::move(completion));
+}
+
+void Application::applicationShouldHandleReopen() {
+  if (onShow) onShow();
+}
+
+void Application::showSetup() {
+  const auto summary = setup_.summary();
+  UserNotification notification{.title = "Kestrin", .body = summary};
+  if (setup_.isShown()) {
+    notification.category = NotificationCategories::setup;
+    mainWindow_.updateStatus("⚠️ " + summary.substr(0, summary.find('\n')),
+                             StatusColor::orange);
+  }
+  notices_.show(std::move(notification), {});
+}
+
+void Application::showPrompt(const ServicePrompt& prompt) {
+  notices_.ask(prompt.title, prompt.text, prompt.acceptLabel, prompt.declineLabel, prompt.accept);
 }
 
 void Application::obey(ControlCommand command) {
@@ -155,8 +173,7 @@ void Application::obey(ControlCommand command) {
     case ControlCommand::lower:
       return setActionTier(SafetyTier::safe);
     case ControlCommand::show:
-      if (onShow) onShow();
-      return;
+      return applicationShouldHandleReopen();
     case ControlCommand::quit:
       if (onQuit) onQuit();
       return;
@@ -178,13 +195,40 @@ void Application::setActionTier(SafetyTier tier) {
   changed();
 }
 
+PreferencesView& Application::preferences() {
+  if (!preferences_) {
+    preferences_ =
+        std::make_unique<PreferencesView>(PreferencesServices{.platform = platform_,
+                                                              .logger = core_.logger,
+                                                              .changes = preferenceChanges_,
+                                                              .geminiKey = core_.geminiKey,
+                                                              .deviceId = core_.deviceId,
+                                                              .player = core_.player,
+                                                              .endpoints = options_.endpoints,
+                                                              .holdKeyName = holdKeyName_,
+                                                              .window = windowEffects_,
+                                                              .forgetHistory =
+                                                                  [this] {
+                                                                    mainWindow_.clearHistory();
+                                                                    undelivered_.clear();
+                                                                  },
+                                                              .exportDebugLogs =
+                                                                  [this] {
+                                                                    if (onExportDebugLogs)
+                                                                      onExportDebugLogs();
+                                                                  }});
+    preferences_->loadSavedPreferences();
+  }
+  return *preferences_;
+}
+
 void Application::changed() {
   report_.set({.ready = delegate_.isAppReady,
                .recording = delegate_.isRecording(),
                .active = manager_->activeRequestCount(),
                .statusLine = mainWindow_.status().text,
                .actionTier = std::string(safetyTierText(actions_.currentTier)),
-               .services = readiness_.services()});
+               .services = startSequence_.warmup().status()});
   if (onChange) onChange();
 }
 

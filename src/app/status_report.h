@@ -3,8 +3,8 @@
 #include <mutex>
 #include <string>
 
-#include "app/readiness.h"
 #include "platform/json/json.h"
+#include "services/local/connection_warmup_service.h"
 
 namespace kestrin {
 
@@ -15,7 +15,7 @@ struct ApplicationStatus {
   int active = 0;
   std::string statusLine;
   std::string actionTier = "safe";
-  ServiceStates services;
+  ServiceStatus services;
 
   Json toJson() const {
     return Json::object({{"ready", ready},
@@ -23,10 +23,10 @@ struct ApplicationStatus {
                          {"active", active},
                          {"status_line", statusLine},
                          {"action_tier", actionTier},
-                         {"services", Json::object({{"asr", services.asr},
-                                                    {"llm", services.llm},
-                                                    {"agent", services.agent},
-                                                    {"backend", services.backend}})}});
+                         {"services", Json::object({{"asr", services.asrReady},
+                                                    {"llm", services.llmReady},
+                                                    {"agent", services.agentReady},
+                                                    {"backend", services.backendReady}})}});
   }
 };
 

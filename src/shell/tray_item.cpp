@@ -10,6 +10,8 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
       statusAction_(menu_.addAction(QString())),
       sendAgainAction_(nullptr),
       elevateAction_(nullptr),
+      setupAction_(nullptr),
+      startAnywayAction_(nullptr),
       icon_(drawIcon(false, false)) {
   statusAction_->setEnabled(false);
   menu_.addAction("Hold key: " + QString::fromStdString(application.holdKeyName()))
@@ -22,6 +24,11 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
     application.obey(elevated ? ControlCommand::lower : ControlCommand::elevate);
   });
   elevateAction_->setCheckable(true);
+  menu_.addAction("Show Window", [&application] { application.applicationShouldHandleReopen(); });
+  setupAction_ =
+      menu_.addAction("Setup && Permissions...", [&application] { application.tellSetup(); });
+  startAnywayAction_ =
+      menu_.addAction("Start anyway", [&application] { application.setup().accept(); });
   menu_.addAction("Quit", std::move(quit));
   icon_.setContextMenu(&menu_);
   refresh();
@@ -34,6 +41,7 @@ void TrayItem::refresh() {
   sendAgainAction_->setEnabled(application_.hasUndelivered());
   const bool elevated = application_.actionTier() == SafetyTier::elevated;
   elevateAction_->setChecked(elevated);
+  startAnywayAction_->setVisible(application_.setup().isShown());
   const bool recording = application_.delegate().statusIcon() == AppDelegate::StatusIcon::recording;
   const bool preRoll = application_.isPreRollActive();
   if (recording != shownRecording_ || preRoll != shownPreRoll_) {

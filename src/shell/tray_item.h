@@ -25,6 +25,8 @@ class TrayItem {
   QAction* statusAction_;
   QAction* sendAgainAction_;
   QAction* elevateAction_;
+  QAction* setupAction_;
+  QAction* startAnywayAction_;
   QSystemTrayIcon icon_;
   bool shownRecording_ = false;
   bool shownPreRoll_ = false;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "services/local/container_host.h"
 #include "services/local/embedded_host.h"
 
 namespace kestrin {
@@ -43,6 +44,7 @@ std::unique_ptr<ServiceHost> makeServiceHost(Platform& platform, Logger& logger,
       return std::make_unique<EmbeddedHost>(platform.dispatch, platform.http, platform.processes,
                                             logger, endpoints, companionProgram);
     case ServiceHostKind::container:
+      return std::make_unique<ContainerHost>(platform, logger, endpoints);
     case ServiceHostKind::external:
       break;
   }

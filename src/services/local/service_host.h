@@ -49,7 +49,7 @@ struct ServiceHostEvents {
 };
 
 /// Whoever runs the local services. Main queue only; no call waits. After the destructor no event
-/// comes, and no child of ours is left.
+/// comes, and no child process of ours is left.
 class ServiceHost {
  public:
   virtual ~ServiceHost() = default;
