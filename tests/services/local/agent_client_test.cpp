@@ -90,7 +90,8 @@ TEST(AgentClient, OnlyASuccessWithTextIsText) {
 
 TEST(AgentClient, TheModelFieldsFollowTheSettings) {
   SimulatedWorld world;
-  KeychainHelper keychain(world.secrets);
+  Logger logger(world.dispatch, world.notifications);
+  KeychainHelper keychain(world.secrets, logger);
   GeminiKeyManager key(keychain, world.settings);
   Json body;
   setModelFields(body, world.settings, key);

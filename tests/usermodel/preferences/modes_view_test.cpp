@@ -43,7 +43,7 @@ struct Page : SimulatedWorld {
   Logger logger{dispatch, notifications};
   UserPreferences preferences{settings};
   DeviceIdManager deviceId{files, settings, random};
-  KeychainHelper keychain{secrets};
+  KeychainHelper keychain{secrets, logger};
   GeminiKeyManager geminiKey{keychain, settings};
   AgentClient agent{http, {"", "", "http://127.0.0.1:8765", ""}};
   ModesView view{{dispatch, settings, preferences, deviceId, geminiKey, agent, pasteboard, logger}};
