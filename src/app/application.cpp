@@ -91,7 +91,7 @@ DictationServices Application::dictationServices() {
 }
 
 void Application::start() {
-  core_.logger.log("App", LogLevel::info, "Application launched");
+  core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
   AudioRecorder::applyPreferences(platform_.settings);
   delegate_.setupGlobalEventTap();
