@@ -9,6 +9,7 @@
 #include "identity/device_id_manager.h"
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
+#include "identity/machine_identity.h"
 #include "platform/platform.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
@@ -29,6 +30,7 @@ struct CoreServices {
   const Endpoints endpoints;
   Logger logger;
   DeviceIdManager deviceId;
+  MachineIdentity machineIdentity;
   KeychainHelper keychain;
   GeminiKeyManager geminiKey;
   UserPreferences preferences;

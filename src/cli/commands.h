@@ -30,6 +30,9 @@ int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);
 
+/// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
+int setup(bool acceptAsItStands);
+
 /// Shows the running desktop application, or starts it in this process's place.
 int desktop();
 
