@@ -25,6 +25,9 @@ Application::Application(Platform& platform, Options options)
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
       mainWindow_(platform.dispatch, platform.random),
+      preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
+      applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
+               core_.player, core_.logger),
       recorder_(platform.dispatch, platform.audio, platform.files, platform.settings, core_.logger),
       overlay_(platform.dispatch, core_.logger, manager_, undelivered_),
       paste_(InsertionPorts::from(platform), core_.logger, undelivered_),
@@ -107,14 +110,14 @@ DictationServices Application::dictationServices() {
           .paste = paste_,
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
-          .authToken = {},
+          .authToken = [this] { return core_.authToken(); },
           .forgetVoiceProfile = {}};
 }
 
 void Application::start() {
   core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
-  AudioRecorder::applyPreferences(platform_.settings);
+  applier_.start(windowEffects_);
   notices_.registerNotificationCategories();
   setup_.begin(lifetime_.guard(
       [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
@@ -167,6 +170,33 @@ void Application::obey(ControlCommand command) {
       if (onQuit) onQuit();
       return;
   }
+}
+
+PreferencesView& Application::preferences() {
+  if (!preferences_) {
+    preferences_ =
+        std::make_unique<PreferencesView>(PreferencesServices{.platform = platform_,
+                                                              .logger = core_.logger,
+                                                              .changes = preferenceChanges_,
+                                                              .geminiKey = core_.geminiKey,
+                                                              .deviceId = core_.deviceId,
+                                                              .player = core_.player,
+                                                              .endpoints = options_.endpoints,
+                                                              .holdKeyName = holdKeyName_,
+                                                              .window = windowEffects_,
+                                                              .forgetHistory =
+                                                                  [this] {
+                                                                    mainWindow_.clearHistory();
+                                                                    undelivered_.clear();
+                                                                  },
+                                                              .exportDebugLogs =
+                                                                  [this] {
+                                                                    if (onExportDebugLogs)
+                                                                      onExportDebugLogs();
+                                                                  }});
+    preferences_->loadSavedPreferences();
+  }
+  return *preferences_;
 }
 
 void Application::takeActionTier() {

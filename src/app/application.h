@@ -24,6 +24,9 @@
 #include "platform/control_bus.h"
 #include "platform/lifetime.h"
 #include "platform/platform.h"
+#include "usermodel/preferences/preference_changes.h"
+#include "usermodel/preferences/preferences_applier.h"
+#include "usermodel/preferences/preferences_view.h"
 
 namespace kestrin {
 
@@ -63,6 +66,8 @@ class Application {
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
+  /// The settings window; made when it is first wanted.
+  PreferencesView& preferences();
   OverlayWindow& overlay() { return overlay_; }
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
@@ -76,6 +81,8 @@ class Application {
   /// "show" and "quit" of the session bus.
   std::function<void()> onShow;
   std::function<void()> onQuit;
+  /// "Export debug logs" of the settings window.
+  std::function<void()> onExportDebugLogs;
 
  private:
   void observe();
@@ -93,6 +100,11 @@ class Application {
   UndeliveredStore undelivered_;
   std::shared_ptr<StreamingRequestManager> manager_;
   MainWindowController mainWindow_;
+  /// Owns nothing: ends with this, so that whoever holds it weakly sees the window go.
+  std::shared_ptr<MainWindowEffects> windowEffects_{std::make_shared<char>(), &mainWindow_};
+  PreferenceChanges preferenceChanges_;
+  PreferencesApplier applier_;
+  std::unique_ptr<PreferencesView> preferences_;
   AudioRecorder recorder_;
   OverlayWindow overlay_;
   CaretPaste paste_;

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "diagnostics/logger.h"
 #include "dictation/audio_player_service.h"
 #include "dictation/transcription_service.h"
 #include "identity/device_id_manager.h"
+#include "identity/firebase_auth_service.h"
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
 #include "identity/machine_identity.h"
@@ -20,7 +22,11 @@ namespace kestrin {
 /// The services that need no desktop: what a dictation from a recording is made of. The terminal's
 /// programs make only these; the application makes the rest on top of them.
 struct CoreServices {
-  CoreServices(Platform& platform, const Endpoints& endpoints);
+  CoreServices(Platform& platform, const Endpoints& endpoints,
+               const AuthEndpoint& authEndpoint = AuthEndpoint::fromEnvironment());
+
+  /// Token of the signed-in user, if any.
+  std::optional<std::string> authToken() const;
 
   /// Reads what is otherwise read at the first request, on a background queue: the secret and the
   /// identity can keep a caller waiting.
@@ -33,6 +39,7 @@ struct CoreServices {
   MachineIdentity machineIdentity;
   KeychainHelper keychain;
   GeminiKeyManager geminiKey;
+  FirebaseAuthService auth;
   UserPreferences preferences;
   LocalASRService asr;
   AudioPlayerService player;

@@ -8,6 +8,7 @@
 #include "platform/dates/dates.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/files.h"
+#include "usermodel/preferences/main_window_effects.h"
 
 namespace kestrin {
 
@@ -21,8 +22,21 @@ struct HistoryEntry {
   std::string appContext;
 };
 
+/// How the main window looks, as the settings want it. The window that draws it follows.
+struct WindowState {
+  Appearance appearance = Appearance::light;
+  int level = normalWindowLevel;
+  double alpha = 1;
+  bool sidebarVisible = true;
+  bool compactMode = false;
+  bool taskbarEntry = true;
+  int redisplays = 0;  ///< each one asks for all windows to be drawn anew
+
+  bool operator==(const WindowState&) const = default;
+};
+
 /// What the main window shows and where it is. A view draws it. Main queue only.
-class MainWindowController {
+class MainWindowController final : public MainWindowEffects {
  public:
   static constexpr size_t maxHistoryEntries = 50;
 
@@ -36,12 +50,25 @@ class MainWindowController {
   void clearHistory();
   void navigateToTab(const std::string& tab);
 
+  void setAppearance(Appearance appearance) override {
+    setWindow(&WindowState::appearance, appearance);
+  }
+  void setWindowLevel(int level) override { setWindow(&WindowState::level, level); }
+  void setWindowAlpha(double alpha) override { setWindow(&WindowState::alpha, alpha); }
+  void setSidebarVisible(bool visible) override {
+    setWindow(&WindowState::sidebarVisible, visible);
+  }
+  void setCompactMode(bool compact) override { setWindow(&WindowState::compactMode, compact); }
+  void setTaskbarEntry(bool shown) override { setWindow(&WindowState::taskbarEntry, shown); }
+  void redisplay() override { setWindow(&WindowState::redisplays, window_.redisplays + 1); }
+
   const StatusLine& status() const { return status_; }
   /// Empty when there is none.
   const std::string& detectedMode() const { return detectedMode_; }
   /// Newest first.
   const std::deque<HistoryEntry>& historyEntries() const { return historyEntries_; }
   const std::string& currentTab() const { return currentTab_; }
+  const WindowState& window() const { return window_; }
 
   /// After every change; a view redraws.
   std::function<void()> onChange;
@@ -49,6 +76,12 @@ class MainWindowController {
   std::function<void(const StatusLine&)> onStatus;
 
  private:
+  template <class T>
+  void setWindow(T WindowState::*field, T value) {
+    if (window_.*field == value) return;
+    window_.*field = value;
+    changed();
+  }
   void changed() {
     if (onChange) onChange();
   }
@@ -59,6 +92,7 @@ class MainWindowController {
   std::string detectedMode_;
   std::deque<HistoryEntry> historyEntries_;
   std::string currentTab_ = "home";
+  WindowState window_;
 };
 
 }  // namespace kestrin

@@ -61,22 +61,33 @@ void addSettings(CLI::App& app, Chosen& chosen) {
   auto* settings = app.add_subcommand("settings", "Reads and changes the settings");
   settings->require_subcommand(1);
 
-  auto* get = settings->add_subcommand("get", "Prints a setting; status 1 when it is not set");
+  auto* get = settings->add_subcommand(
+      "get", "Prints a setting or its default; status 1 when it has neither");
   get->add_option("KEY", *key, "Name of the setting")->required();
   get->callback([&chosen, key] { chosen = [key] { return settingsGet(*key); }; });
 
-  auto* set = settings->add_subcommand("set", "Changes a setting");
+  auto* set = settings->add_subcommand(
+      "set",
+      "Changes a setting, in the running application too.\nA preference (pref_...) must be a "
+      "known one and its value of the right kind and range, or nothing is changed (status 1); "
+      "so must the kind of the application's other settings. Any other name may hold anything.");
   set->add_option("KEY", *key, "Name of the setting")->required();
-  set->add_option("VALUE", *value, "true, false, a number or any JSON value; else a text")
+  set->add_option("VALUE", *value,
+                  "true or false, a number, one of the setting's choices, a text; JSON for records")
       ->required();
   set->callback(
       [&chosen, key, value] { chosen = [key, value] { return settingsSet(*key, *value); }; });
 
   auto* list = settings->add_subcommand("list", "Prints every setting that is set");
+  auto everything = std::make_shared<bool>(false);
+  list->add_flag("--all", *everything, "Those that are not set as well, with their defaults");
   list->add_flag("--json", *json, "One JSON object");
-  list->callback([&chosen, json] { chosen = [json] { return settingsList(*json); }; });
+  list->callback([&chosen, everything, json] {
+    chosen = [everything, json] { return settingsList(*everything, *json); };
+  });
 
-  auto* reset = settings->add_subcommand("reset", "Puts a setting back to its default, or all");
+  auto* reset =
+      settings->add_subcommand("reset", "Puts a setting back to its default, or all preferences");
   auto* resetKey = reset->add_option("KEY", *key, "Name of the setting");
   reset->callback([&chosen, key, resetKey] {
     const bool one = resetKey->count() > 0;
@@ -90,6 +101,22 @@ void addDoctor(CLI::App& app, Chosen& chosen) {
       "doctor", "Checks everything that dictation needs, one line each with the mend");
   command->add_flag("--json", *json, "One JSON object a line");
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
+}
+
+void addServices(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* services = app.add_subcommand("services", "The local services: companion or container");
+  services->require_subcommand(1);
+  services
+      ->add_subcommand(
+          "up", "Starts what the setting pref_serviceHost chooses, and waits until it answers")
+      ->callback([&chosen] { chosen = servicesUp; });
+  services->add_subcommand("down", "Ends exactly what \"up\" has started")->callback([&chosen] {
+    chosen = servicesDown;
+  });
+  auto* status = services->add_subcommand("status", "Asks each of the four services");
+  status->add_flag("--json", *json, "One JSON object");
+  status->callback([&chosen, json] { chosen = [json] { return servicesStatus(*json); }; });
 }
 
 void addSetup(CLI::App& app, Chosen& chosen) {
@@ -110,13 +137,15 @@ void describe(CLI::App& app, Chosen& chosen) {
   app.footer(
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
-      "are the base addresses of the services.");
+      "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
+      "e-mail account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
   addSettings(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);
+  addServices(app, chosen);
 }
 
 }  // namespace

@@ -24,11 +24,18 @@ int status(bool json);
 
 int settingsGet(const std::string& key);
 int settingsSet(const std::string& key, const std::string& value);
-int settingsList(bool json);
-/// Without a key: all of them.
+/// `everything`: those that are not set as well, with their defaults.
+int settingsList(bool everything, bool json);
+/// Without a key: all preferences; what is known of the user stays.
 int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);
+
+/// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
+int servicesUp();
+/// Ends exactly what `servicesUp` started.
+int servicesDown();
+int servicesStatus(bool json);
 
 /// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
 int setup(bool acceptAsItStands);

@@ -6,6 +6,7 @@
 #include "platform/linux/linux_files.h"
 #include "platform/linux/posix_processes.h"
 #include "platform/text/text.h"
+#include "support/loopback_server.h"
 #include "support/worlds.h"
 
 namespace kestrin::test {
@@ -13,7 +14,8 @@ namespace {
 
 /// Runs the built program with a home of its own and no services, display or bus.
 struct Terminal {
-  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {}) {
+  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {},
+                    const std::string& services = "http://127.0.0.1:9") {
     const auto output = processes->run(
         {.program = std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin",
          .arguments = std::move(arguments),
@@ -24,10 +26,10 @@ struct Terminal {
                          {"DISPLAY", ""},
                          {"WAYLAND_DISPLAY", ""},
                          {"PULSE_SERVER", "unix:" + folder.file("nosound")},
-                         {"KESTRIN_ASR_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_AGENT_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_LLM_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_BACKEND_URL", "http://127.0.0.1:9"}},
+                         {"KESTRIN_ASR_URL", services},
+                         {"KESTRIN_AGENT_URL", services},
+                         {"KESTRIN_LLM_URL", services},
+                         {"KESTRIN_BACKEND_URL", services}},
          .input = std::move(input)},
         std::chrono::seconds(60));
     return output ? *output
@@ -46,6 +48,8 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"dictate", "--wav"},
                                              {"dictate", "--nope"},
                                              {"settings"},
+                                             {"services"},
+                                             {"services", "sideways"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
                                              {"--nope"}}) {
@@ -61,7 +65,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "setup", "doctor", "settings"}) {
+                              "quit", "retry", "setup", "doctor", "settings", "services"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -100,6 +104,28 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
 }
 
+TEST(Cli, ADictationIsPrintedAndItsReportReachesTheBackendBeforeTheEnd) {
+  Log reported;
+  LoopbackServer services([&](LoopbackServer::Peer& peer) {
+    while (const auto request = peer.request()) {
+      if (request->starts_with("POST /transcribe/pcm")) {
+        peer.reply("{\"transcript\":\"hello there\"}");
+      } else if (request->starts_with("POST /process/stream")) {
+        peer.reply("data: {\"chunk\":\"Hello there.\"}\n\ndata: [DONE]\n\n");
+      } else if (request->starts_with("POST /log-transcription")) {
+        // A backend that takes its time, but not forever.
+        if (peer.pause(std::chrono::milliseconds(300)) && peer.reply("{}")) reported.add(*request);
+      }
+    }
+  });
+  Terminal terminal;
+  const auto output = terminal.run({"dictate", "--wav", "-"}, wav::write(Bytes(32000, '\1')),
+                                   "http://" + services.host());
+  EXPECT_EQ(output.exitCode, 0) << output.standardError;
+  EXPECT_EQ(output.standardOutput, "Hello there.\n");
+  EXPECT_TRUE(reported.has("\"processed_text\":\"Hello there.\"")) << reported.text();
+}
+
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
   Terminal terminal;
   EXPECT_EQ(terminal.run({"settings", "get", "pref_holdKey"}).exitCode, 1);
@@ -110,8 +136,42 @@ TEST(Cli, SettingsAreKeptWithTheirKinds) {
   EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
             "{\"pref_holdKey\":\"Right Super\",\"pref_preRoll\":true,\"pref_voiceVolume\":35.5}\n");
   EXPECT_EQ(terminal.run({"settings", "reset", "pref_holdKey"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "set", "nibo_user_name", "42"}).exitCode, 0);
   EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
+            "{\"nibo_user_name\":\"42\"}\n");
+  EXPECT_EQ(terminal.run({"settings", "get", "pref_voiceVolume"}).standardOutput, "80.0\n");
+}
+
+TEST(Cli, AWrongSettingIsRefusedWithWhatWouldBeRightAndChangesNothing) {
+  Terminal terminal;
+  const auto refuses = [&](const char* key, const char* value, const char* why) {
+    const auto output = terminal.run({"settings", "set", key, value});
+    EXPECT_EQ(output.exitCode, 1) << key;
+    EXPECT_NE(output.standardError.find(why), std::string::npos) << output.standardError;
+  };
+  refuses("pref_voiceVolume", "101", "a number from 0 to 100");
+  refuses("pref_compactMode", "1", "true or false");
+  refuses("pref_volume", "5", "There is no setting pref_volume");
+  refuses("nibo_setup_completed", "yes", "true or false");
+  refuses("pref_geminiApiKey", "AIza", "no secret store");
   EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+  EXPECT_NE(terminal.run({"settings", "list", "--all"})
+                .standardOutput.find("pref_timeFormat = 12-hour\n"),
+            std::string::npos);
+  const auto entry = terminal.folder.file("config/autostart/kestrin.desktop");
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_launchAtLogin", "true"}).exitCode, 0);
+  EXPECT_TRUE(std::filesystem::exists(entry));
+  EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_FALSE(std::filesystem::exists(entry));
+}
+
+TEST(Cli, ASettingThatCannotBeStoredIsAFailure) {
+  Terminal terminal;
+  std::filesystem::create_directories(terminal.folder.file("config/kestrin/settings.json/in"));
+  const auto output = terminal.run({"settings", "set", "pref_compactMode", "true"});
+  EXPECT_EQ(output.exitCode, 1);
+  EXPECT_NE(output.standardError.find("settings.json"), std::string::npos) << output.standardError;
 }
 
 TEST(Cli, SetupAsksNobodyWithoutATerminalAndAcceptsAsItStandsWhenTold) {
