@@ -6,6 +6,7 @@ namespace kestrin {
 namespace {
 
 constexpr const char* holdKeySetting = "pref_holdKey";
+/// The highest tier that the user may raise a run to; it raises nothing by itself.
 constexpr const char* actionTierSetting = "pref_actionTier";
 
 std::string chosenHoldKey(Platform& platform) {
@@ -54,7 +55,6 @@ Application::Application(Platform& platform, Options options)
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}) {
   observe();
-  takeActionTier();
 }
 
 Application::~Application() { stop(); }
@@ -88,10 +88,12 @@ void Application::observe() {
         const auto& start = startSequence_.hooks.startBackgroundResearch;
         if (start) start(info);
       })));
-  const std::function<void()> takeTier = lifetime_.guard([this] { takeActionTier(); });
+  const std::function<void()> keepTier = lifetime_.guard([this] {
+    if (!mayElevate()) setActionTier(SafetyTier::safe);
+  });
   subscriptions_.push_back(platform_.settings.observe(
-      [main = platform_.dispatch.mainQueue(), takeTier](const std::string& key) {
-        if (key == actionTierSetting) main->post(takeTier);
+      [main = platform_.dispatch.mainQueue(), keepTier](const std::string& key) {
+        if (key == actionTierSetting) main->post(keepTier);
       }));
 }
 
@@ -165,12 +167,33 @@ void Application::obey(ControlCommand command) {
         mainWindow_.updateStatus("Nothing to send again", StatusColor::orange);
       }
       return;
+    case ControlCommand::elevate:
+      if (mayElevate()) return setActionTier(SafetyTier::elevated);
+      return mainWindow_.updateStatus("Key presses and scripts are switched off in the settings",
+                                      StatusColor::orange);
+    case ControlCommand::lower:
+      return setActionTier(SafetyTier::safe);
     case ControlCommand::show:
       return applicationShouldHandleReopen();
     case ControlCommand::quit:
       if (onQuit) onQuit();
       return;
   }
+}
+
+bool Application::mayElevate() const {
+  return safetyTierFromText(platform_.settings.string(actionTierSetting, "elevated")) ==
+         SafetyTier::elevated;
+}
+
+void Application::setActionTier(SafetyTier tier) {
+  if (std::exchange(actions_.currentTier, tier) == tier) return;
+  const bool elevated = tier == SafetyTier::elevated;
+  const std::string line = elevated ? "Actions may press keys and run scripts until Kestrin ends"
+                                    : "Actions press no keys and run no scripts";
+  core_.logger.log("App", LogLevel::warning, line);
+  mainWindow_.updateStatus(line, elevated ? StatusColor::orange : StatusColor::primary);
+  changed();
 }
 
 PreferencesView& Application::preferences() {
@@ -200,15 +223,12 @@ PreferencesView& Application::preferences() {
   return *preferences_;
 }
 
-void Application::takeActionTier() {
-  actions_.currentTier = safetyTierFromText(platform_.settings.string(actionTierSetting, "safe"));
-}
-
 void Application::changed() {
   report_.set({.ready = delegate_.isAppReady,
                .recording = delegate_.isRecording(),
                .active = manager_->activeRequestCount(),
                .statusLine = mainWindow_.status().text,
+               .actionTier = std::string(safetyTierText(actions_.currentTier)),
                .services = startSequence_.warmup().status()});
   if (onChange) onChange();
 }

@@ -64,6 +64,8 @@ class Application {
   const std::string& holdKeyName() const { return holdKeyName_; }
   bool hasUndelivered() const { return !undelivered_.empty(); }
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }
+  /// Elevated only in a run in which the user said so ("elevate"); models cannot.
+  SafetyTier actionTier() const { return actions_.currentTier; }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
   /// The settings window; made when it is first wanted.
@@ -88,7 +90,8 @@ class Application {
   void observe();
   void showSetup();
   void showPrompt(const ServicePrompt& prompt);
-  void takeActionTier();
+  bool mayElevate() const;
+  void setActionTier(SafetyTier tier);
   void changed();
   DictationServices dictationServices();
 

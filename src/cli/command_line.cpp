@@ -3,6 +3,7 @@
 
 #include "cli/commands.h"
 #include "cli/man_page.h"
+#include "platform/text/text.h"
 
 namespace kestrin::cli {
 namespace {
@@ -39,7 +40,12 @@ void addControl(CLI::App& app, Chosen& chosen) {
       {"cancel", "Drops the recording; without one, stops every running request"},
       {"show", "Shows the running application"},
       {"quit", "Ends the running application"},
-      {"retry", "Sends the last undelivered recording or text again"}};
+      {"retry", "Sends the last undelivered recording or text again"},
+      {"elevate",
+       "Lets actions press keys and run scripts (each is shown first) until the running "
+       "application "
+       "ends; refused when pref_actionTier is safe"},
+      {"lower", "Takes that back"}};
   for (const auto& [name, description] : commands) {
     app.add_subcommand(name, description)->callback([&chosen, name = std::string(name)] {
       chosen = [name] { return control(name); };
@@ -95,6 +101,15 @@ void addSettings(CLI::App& app, Chosen& chosen) {
   });
 }
 
+void addSpeak(CLI::App& app, Chosen& chosen) {
+  auto words = std::make_shared<std::vector<std::string>>();
+  auto* command = app.add_subcommand(
+      "speak", "Says a text aloud, at the volume of spoken replies, and waits for its end");
+  command->add_option("TEXT", *words, "What to say; - reads standard input")->required();
+  command->callback(
+      [&chosen, words] { chosen = [words] { return speak(text::join(*words, " ")); }; });
+}
+
 void addDoctor(CLI::App& app, Chosen& chosen) {
   auto json = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
@@ -143,6 +158,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addControl(app, chosen);
   addStatus(app, chosen);
   addSettings(app, chosen);
+  addSpeak(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);
   addServices(app, chosen);

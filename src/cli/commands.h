@@ -18,7 +18,8 @@ struct DictateOptions {
 };
 int dictate(const DictateOptions& options);
 
-/// "press", "release", "toggle", "cancel", "show", "quit" or "retry", to the running application.
+/// "press", "release", "toggle", "cancel", "show", "quit", "retry", "elevate" or "lower", to the
+/// running application.
 int control(const std::string& command);
 int status(bool json);
 
@@ -28,6 +29,9 @@ int settingsSet(const std::string& key, const std::string& value);
 int settingsList(bool everything, bool json);
 /// Without a key: all preferences; what is known of the user stays.
 int settingsReset(const std::optional<std::string>& key);
+
+/// Says the text aloud and waits for its end.
+int speak(const std::string& text);
 
 int doctor(bool json);
 

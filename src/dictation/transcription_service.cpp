@@ -3,6 +3,7 @@
 #include "dictation/agent_events.h"
 #include "dictation/sse_client.h"
 #include "platform/text/text.h"
+#include "services/local/agent_client.h"
 
 namespace kestrin {
 namespace {
@@ -165,11 +166,7 @@ Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
   const auto prompts = preferences_.customPrompts();
   if (!prompts.empty()) body.set("custom_prompts", Json::fromMap(prompts));
   body.set("custom_temperatures", Json::fromMap(preferences_.modeTemperatures()));
-  setText("gemini_api_key", geminiKey_.apiKey());
-  if (const auto url = settings_.get("pref_llmEndpoint"); url && url->stringPtr()) {
-    body.set("custom_llm_url", *url);
-  }
-  body.set("use_local_llm", settings_.boolean("pref_useLocalLLM"));
+  setModelFields(body, settings_, geminiKey_);
   if (!context.localFiles.empty()) body.set("local_files", localFiles(context));
   if (!context.workspaceFiles.empty()) {
     body.set("workspace_files", Json::arrayOf(context.workspaceFiles));

@@ -119,8 +119,8 @@ std::vector<Preference> advancedPreferences() {
      .fallback = false},
     {.key = "pref_serviceHost", .control = dropdown, .label = "Where the services run", .page = none, .section = "",
      .fallback = "companion", .choices = {"companion", "container", "external"}, .effect = "what is started and watched"},
-    {.key = "pref_actionTier", .control = dropdown, .label = "What spoken commands may do", .page = none, .section = "",
-     .fallback = "safe", .choices = {"safe", "elevated"}, .effect = "\"elevated\" allows scripts, shown before they run"},
+    {.key = "pref_actionTier", .control = dropdown, .label = "What spoken commands may be allowed", .page = none, .section = "",
+     .fallback = "elevated", .choices = {"safe", "elevated"}, .effect = "\"safe\" refuses to let them press keys or run scripts in any run"},
     {.key = "pref_keySource", .control = dropdown, .label = "Where key presses are seen", .page = none, .section = "",
      .fallback = "session", .choices = {"session", "evdev"}, .effect = "from the next start on"},
   };

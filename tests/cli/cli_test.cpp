@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -52,6 +53,7 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"services", "sideways"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
+                                             {"speak"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
     EXPECT_EQ(output.exitCode, 2) << text::join(arguments, " ");
@@ -64,8 +66,9 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   Terminal terminal;
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
-  for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "setup", "doctor", "settings", "services"}) {
+  for (const char* command :
+       {"dictate", "press", "release", "toggle", "cancel", "show", "status", "quit", "retry",
+        "elevate", "lower", "speak", "setup", "doctor", "settings", "services"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -102,6 +105,46 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
     events.push_back(event->stringAt("event", ""));
   }
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
+}
+
+TEST(Cli, SpeakIsHeardAtTheVolumeOfRepliesAndEndsWithItsText) {
+  Terminal terminal;
+  const std::string script =
+      "parec --raw --rate=16000 --channels=1 --format=s16le -d speakers.monitor >heard & "
+      "recorder=$!; until [ -s heard ]; do sleep 0.02; done; " +
+      std::string(KESTRIN_BINARY_DIR) +
+      "/bin/kestrin speak -- --one two three; status=$?; kill $recorder; exit $status";
+  const auto heard = [&](const char* volume) {
+    EXPECT_EQ(terminal.run({"settings", "set", "pref_voiceVolume", volume}).exitCode, 0);
+    const auto output = terminal.processes->run(
+        {.program = std::string(KESTRIN_SOURCE_DIR) + "/scripts/private-sound",
+         .arguments = {"bash", "-c", script},
+         .environment = {{"XDG_CONFIG_HOME", terminal.folder.file("config")}},
+         .workingFolder = terminal.folder.path()},
+        std::chrono::seconds(60));
+    EXPECT_TRUE(output && output->exitCode == 0) << (output ? output->standardError : "");
+    double peak = 0;
+    for (const float sample :
+         wav::fromPcm16(LinuxFiles().read(terminal.folder.file("heard")).value_or(""))) {
+      peak = std::max(peak, std::fabs(double(sample)));
+    }
+    return peak;
+  };
+  const double loud = heard("100");
+  EXPECT_GT(loud, 0.2);
+  EXPECT_LT(heard("40"), loud * 0.7);
+  EXPECT_EQ(heard("0"), 0);
+}
+
+TEST(Cli, SpeakWithoutSoundOrWordsFailsAndSaysWhy) {
+  Terminal terminal;
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"speak", "hello"}, {"speak", " "}, {"speak", "-"}}) {
+    const auto output = terminal.run(arguments);
+    EXPECT_EQ(output.exitCode, 1);
+    EXPECT_EQ(output.standardOutput, "");
+    EXPECT_EQ(output.standardError.rfind("kestrin: ", 0), 0u) << output.standardError;
+  }
 }
 
 TEST(Cli, ADictationIsPrintedAndItsReportReachesTheBackendBeforeTheEnd) {
@@ -195,7 +238,7 @@ TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {
   const auto status = terminal.run({"status", "--json"});
   EXPECT_EQ(status.exitCode, 0);
   EXPECT_EQ(Json::parse(status.standardOutput)->boolAt("ready"), false);
-  for (const char* command : {"press", "quit", "retry"}) {
+  for (const char* command : {"press", "quit", "retry", "elevate"}) {
     const auto output = terminal.run({command});
     EXPECT_EQ(output.exitCode, 1);
     EXPECT_NE(output.standardError, "");
