@@ -129,6 +129,7 @@ void Application::stop(std::function<void()> completion) {
   setup_.stop();
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
+  core_.behavioralProfile.persistIfChanged();
   startSequence_.applicationWillTerminate(std::move(completion));
 }
 

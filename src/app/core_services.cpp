@@ -5,8 +5,12 @@
 namespace kestrin {
 namespace {
 
-RequestContextSources contextSources(AudioPlayerService& player, const FirebaseAuthService& auth) {
+RequestContextSources contextSources(AudioPlayerService& player, const FirebaseAuthService& auth,
+                                     const BehavioralProfileManager& behavioralProfile) {
   RequestContextSources sources;
+  sources.voiceProfileSummary = [&behavioralProfile] {
+    return behavioralProfile.voiceProfileSummary();
+  };
   sources.signedInUser = [&auth] { return auth.currentUser(); };
   sources.playAudio = [&player](Bytes audio, std::function<void()> completion) {
     player.play(std::move(audio), std::move(completion));
@@ -28,9 +32,10 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       preferences(p.settings),
       asr(p.dispatch, p.http, p.files, p.random, logger, e),
       player(p.dispatch, p.audio, p.settings, logger),
+      behavioralProfile(p.dispatch, p.settings),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
-          geminiKey, e, contextSources(player, auth))) {}
+          geminiKey, e, contextSources(player, auth, behavioralProfile))) {}
 
 std::optional<std::string> CoreServices::authToken() const {
   const auto user = auth.currentUser();

@@ -12,6 +12,7 @@
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
 #include "identity/machine_identity.h"
+#include "liveassist/behavioral_profile_manager.h"
 #include "platform/platform.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
@@ -43,6 +44,7 @@ struct CoreServices {
   UserPreferences preferences;
   LocalASRService asr;
   AudioPlayerService player;
+  BehavioralProfileManager behavioralProfile;
   std::shared_ptr<TranscriptionService> transcription;
 };
 
