@@ -25,7 +25,8 @@ Application::Application(Platform& platform, Options options)
       core_(platform, options_.endpoints),
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
-      mainWindow_(platform.dispatch, platform.random),
+      mainWindow_({platform.dispatch, platform.random, core_.logger, core_.deviceId, core_.stats},
+                  holdKeyName_),
       recorder_(platform.dispatch, platform.audio, platform.files, platform.settings, core_.logger),
       overlay_(platform.dispatch, core_.logger, manager_, undelivered_),
       paste_(InsertionPorts::from(platform), core_.logger, undelivered_),
@@ -107,6 +108,9 @@ void Application::bringUpServices() {
 }
 
 void Application::probeServices() {
+  // Not before the companion had its chance to answer.
+  mainWindow_.fetchHistoryFromServer();
+  mainWindow_.history().fetchStats();
   readiness_.start(lifetime_.guard([this](bool allAnswered) { becomeReady(allAnswered); }));
 }
 

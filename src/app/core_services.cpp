@@ -25,6 +25,8 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e)
       preferences(p.settings),
       asr(p.dispatch, p.http, p.files, p.random, logger, e),
       player(p.dispatch, p.audio, p.settings, logger),
+      cache(p.files, logger),
+      stats(p.http, logger, cache, e),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player))) {}

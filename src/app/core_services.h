@@ -9,6 +9,8 @@
 #include "identity/device_id_manager.h"
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
+#include "notes/local_cache.h"
+#include "notes/stats_service.h"
 #include "platform/platform.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
@@ -34,6 +36,8 @@ struct CoreServices {
   UserPreferences preferences;
   LocalASRService asr;
   AudioPlayerService player;
+  LocalCache cache;
+  StatsService stats;
   std::shared_ptr<TranscriptionService> transcription;
 };
 

@@ -30,6 +30,12 @@ int settingsReset(const std::optional<std::string>& key);
 
 int doctor(bool json);
 
+struct HistoryOptions {
+  int limit = 50;
+  bool json = false;
+};
+int history(const HistoryOptions& options);
+
 /// Shows the running desktop application, or starts it in this process's place.
 int desktop();
 

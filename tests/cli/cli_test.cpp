@@ -6,6 +6,7 @@
 #include "platform/linux/linux_files.h"
 #include "platform/linux/posix_processes.h"
 #include "platform/text/text.h"
+#include "support/loopback_server.h"
 #include "support/worlds.h"
 
 namespace kestrin::test {
@@ -19,6 +20,7 @@ struct Terminal {
          .arguments = std::move(arguments),
          .environment = {{"HOME", folder.path()},
                          {"XDG_CONFIG_HOME", folder.file("config")},
+                         {"XDG_DATA_HOME", folder.file("data")},
                          {"XDG_RUNTIME_DIR", folder.path()},
                          {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder.file("nobus")},
                          {"DISPLAY", ""},
@@ -27,7 +29,7 @@ struct Terminal {
                          {"KESTRIN_ASR_URL", "http://127.0.0.1:9"},
                          {"KESTRIN_AGENT_URL", "http://127.0.0.1:9"},
                          {"KESTRIN_LLM_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_BACKEND_URL", "http://127.0.0.1:9"}},
+                         {"KESTRIN_BACKEND_URL", backend}},
          .input = std::move(input)},
         std::chrono::seconds(60));
     return output ? *output
@@ -35,6 +37,7 @@ struct Terminal {
   }
 
   ScratchFolder folder;
+  std::string backend = "http://127.0.0.1:9";
   std::unique_ptr<Processes> processes = makePosixProcesses();
 };
 
@@ -48,6 +51,7 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"settings"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
+                                             {"history", "--limit", "0"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
     EXPECT_EQ(output.exitCode, 2) << text::join(arguments, " ");
@@ -61,7 +65,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "doctor", "settings"}) {
+                              "quit", "retry", "doctor", "settings", "history"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -98,6 +102,48 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
     events.push_back(event->stringAt("event", ""));
   }
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
+}
+
+TEST(Cli, TheHistoryComesFromTheBackendElseFromWhatWasKept) {
+  Terminal terminal;
+  const auto nothing = terminal.run({"history"});
+  EXPECT_EQ(nothing.exitCode, 1);
+  EXPECT_NE(nothing.standardError.find("this machine kept none"), std::string::npos);
+
+  const std::string answer =
+      R"({"history":[{"timestamp":"2020-05-01T12:00:00Z","mode":"chat","transcript":"a",)"
+      R"("processedText":"older"},{"timestamp":"2020-05-02T12:00:00Z","mode":"email",)"
+      R"("transcript":"b","processedText":"newer\n\u001b[31mred\u009b","appName":"Mail"}]})";
+  std::string asked;
+  {
+    LoopbackServer server([&](LoopbackServer::Peer& peer) {
+      asked = peer.request().value_or("");
+      peer.reply(answer);
+    });
+    terminal.backend = server.url("");
+    const auto shown = terminal.run({"history"});
+    EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
+    std::vector<std::string> lines = text::split(shown.standardOutput, "\n");
+    ASSERT_EQ(lines.size(), 8u) << shown.standardOutput;
+    EXPECT_EQ(lines[0], "May 2, 2020");
+    EXPECT_TRUE(lines[1].ends_with("  email · Mail")) << lines[1];
+    EXPECT_EQ(lines[2], "         newer");
+    EXPECT_EQ(lines[3], "         [31mred") << "the terminal would obey";
+    EXPECT_EQ(lines[4], "");
+    EXPECT_EQ(lines[5], "May 1, 2020");
+  }
+  EXPECT_NE(asked.find("GET /history/device_"), std::string::npos) << asked;
+  EXPECT_NE(asked.find("limit=50"), std::string::npos) << asked;
+  const auto kept = terminal.run({"history", "--json", "--limit", "1"});
+  EXPECT_EQ(kept.exitCode, 0);
+  EXPECT_NE(kept.standardError.find("this is what this machine kept"), std::string::npos);
+  const auto entry = Json::parse(kept.standardOutput);
+  ASSERT_TRUE(entry) << kept.standardOutput;
+  EXPECT_EQ(entry->stringAt("output"), "newer\n\x1B[31mred\xC2\x9B");
+  EXPECT_EQ(entry->stringAt("app_context"), "Mail");
+  EXPECT_EQ(std::filesystem::status(terminal.folder.file("data/Kestrin/Cache/history.json"))
+                .permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
