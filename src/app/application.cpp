@@ -6,7 +6,6 @@ namespace kestrin {
 namespace {
 
 constexpr const char* holdKeySetting = "pref_holdKey";
-constexpr const char* serviceHostSetting = "pref_serviceHost";
 constexpr const char* actionTierSetting = "pref_actionTier";
 
 std::string chosenHoldKey(Platform& platform) {
@@ -40,8 +39,8 @@ Application::Application(Platform& platform, Options options)
                                            platform.browser),
           std::make_shared<WorkspaceFileService>(platform.dispatch, platform.files, core_.logger)),
       readiness_(platform.dispatch, platform.http, core_.logger, options_.endpoints),
-      host_(platform.dispatch, platform.http, platform.processes, core_.logger, options_.endpoints,
-            options_.companionProgram) {
+      host_(
+          makeServiceHost(platform, core_.logger, options_.endpoints, options_.companionProgram)) {
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
@@ -96,19 +95,26 @@ void Application::start() {
   core_.warmUp();
   AudioRecorder::applyPreferences(platform_.settings);
   delegate_.setupGlobalEventTap();
+  // Until the services are up, what this machine kept of it.
+  mainWindow_.fetchHistoryFromServer();
   bringUpServices();
 }
 
 void Application::bringUpServices() {
-  const bool embedded = platform_.settings.string(serviceHostSetting, "companion") == "companion" &&
-                        EmbeddedHost::canServe(options_.endpoints);
-  if (!embedded) return probeServices();
   mainWindow_.updateStatus("Starting Kestrin Intelligence...", StatusColor::orange);
-  host_.start([this](bool) { probeServices(); });
+  awaitingHost_ = true;
+  host_->start({.onStatus = lifetime_.guard(
+                    [this](const ServiceHostStatus& status) { hostChanged(status); })});
+}
+
+/// Whatever becomes of the services at first, readiness finds out what answers.
+void Application::hostChanged(const ServiceHostStatus& status) {
+  const bool settled = status.state == ServiceHostStatus::State::running ||
+                       status.state == ServiceHostStatus::State::failed;
+  if (settled && std::exchange(awaitingHost_, false)) probeServices();
 }
 
 void Application::probeServices() {
-  // Not before the companion had its chance to answer.
   mainWindow_.fetchHistoryFromServer();
   mainWindow_.history().fetchStats();
   readiness_.start(lifetime_.guard([this](bool allAnswered) { becomeReady(allAnswered); }));
@@ -127,7 +133,7 @@ void Application::becomeReady(bool allAnswered) {
 void Application::stop() {
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
-  host_.stop();
+  host_->stop();
 }
 
 void Application::obey(ControlCommand command) {

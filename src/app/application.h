@@ -22,7 +22,7 @@
 #include "platform/control_bus.h"
 #include "platform/lifetime.h"
 #include "platform/platform.h"
-#include "services/local/embedded_host.h"
+#include "services/local/service_host.h"
 
 namespace kestrin {
 
@@ -69,6 +69,7 @@ class Application {
 
  private:
   void bringUpServices();
+  void hostChanged(const ServiceHostStatus& status);
   void probeServices();
   void becomeReady(bool allAnswered);
   void takeActionTier();
@@ -90,7 +91,8 @@ class Application {
   CommandExecutor commands_;
   AppDelegate delegate_;
   Readiness readiness_;
-  EmbeddedHost host_;
+  const std::unique_ptr<ServiceHost> host_;
+  bool awaitingHost_ = false;
   std::vector<SubscriptionHandle> subscriptions_;
   Lifetime lifetime_;
 };

@@ -14,7 +14,6 @@ constexpr int volumeStep = 10;
 /// One press of a brightness key, in percent.
 constexpr int brightnessStep = 6;
 constexpr std::chrono::seconds scriptTimeout{60};
-constexpr std::chrono::seconds speechTimeout{30};
 /// A script that a notification cannot show whole cannot be approved either.
 constexpr size_t maxScriptCharacters = 400;
 
@@ -201,15 +200,9 @@ void ActionExecutor::Effects::screenshot() {
 }
 
 void ActionExecutor::Effects::speakText(const std::string& text) {
-  const auto synthesiser = platform_.processes.find("espeak-ng");
-  if (!synthesiser) {
-    return report("speak", fail("ActionExecutor", 2, "No speech synthesiser: install espeak-ng"));
-  }
-  const auto spoken = platform_.processes.run(
-      {.program = *synthesiser, .arguments = {"--stdout", "--stdin"}, .input = text},
-      speechTimeout);
+  auto spoken = platform_.speech.synthesise(text, {});
   if (!spoken) return report("speak", fail(spoken.error()));
-  onMain([wav = spoken->standardOutput](ActionHandlers& handlers) {
+  onMain([wav = std::move(*spoken)](ActionHandlers& handlers) {
     if (handlers.playAudio) handlers.playAudio(wav);
   });
 }

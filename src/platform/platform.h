@@ -14,6 +14,7 @@
 #include "platform/settings.h"
 #include "platform/synthetic_input.h"
 #include "platform/system_controls.h"
+#include "platform/system_speech.h"
 #include "platform/user_notifications.h"
 #include "platform/workspace.h"
 
@@ -39,6 +40,7 @@ struct Platform {
   SecretStore& secrets;
   UserNotifications& userNotifications;
   SystemControls& controls;
+  SystemSpeech& speech;
 };
 
 }  // namespace kestrin

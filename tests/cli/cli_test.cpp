@@ -124,7 +124,7 @@ TEST(Cli, TheHistoryComesFromTheBackendElseFromWhatWasKept) {
     const auto shown = terminal.run({"history"});
     EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
     std::vector<std::string> lines = text::split(shown.standardOutput, "\n");
-    ASSERT_EQ(lines.size(), 8u) << shown.standardOutput;
+    ASSERT_EQ(lines.size(), 9u) << shown.standardOutput;
     EXPECT_EQ(lines[0], "May 2, 2020");
     EXPECT_TRUE(lines[1].ends_with("  email · Mail")) << lines[1];
     EXPECT_EQ(lines[2], "         newer");

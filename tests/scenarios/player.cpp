@@ -35,7 +35,7 @@ struct ScenarioWorld : SimulatedWorld {
   Platform slowPlatform{dispatch,          http,       files,      random,  settings,
                         notifications,     processes,  keyMonitor, input,   slowAccessibility,
                         workspace,         pasteboard, audio,      browser, secrets,
-                        userNotifications, controls};
+                        userNotifications, controls,   speech};
 };
 
 class Player {

@@ -10,6 +10,7 @@
 #include "platform/linux/atspi_bus.h"
 #include "platform/linux/curl_http.h"
 #include "platform/linux/desktop_notifications.h"
+#include "platform/linux/espeak_speech.h"
 #include "platform/linux/evdev_key_monitor.h"
 #include "platform/linux/json_settings.h"
 #include "platform/linux/linux_controls.h"
@@ -109,6 +110,7 @@ struct LinuxPlatform::Backends {
   SecretService secrets;
   DesktopNotifications userNotifications;
   LinuxControls controls{files, *processes};
+  EspeakSpeech speech{*processes};
   std::unique_ptr<Platform> platform;
 };
 
@@ -118,7 +120,7 @@ LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
   b.platform.reset(new Platform{*b.dispatch, *b.http, b.files, b.random, b.settings,
                                 b.notifications, *b.processes, *b.keyMonitor, *b.input,
                                 *b.accessibility, *b.workspace, *b.pasteboard, *b.audio, *b.browser,
-                                b.secrets, b.userNotifications, b.controls});
+                                b.secrets, b.userNotifications, b.controls, b.speech});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

@@ -15,6 +15,7 @@
 #include "platform/simulated/simulated_pasteboard.h"
 #include "platform/simulated/simulated_processes.h"
 #include "platform/simulated/simulated_settings.h"
+#include "platform/simulated/simulated_speech.h"
 #include "platform/simulated/simulated_system.h"
 #include "platform/simulated/simulated_workspace.h"
 
@@ -45,10 +46,11 @@ struct SimulatedWorld {
   SimulatedSecretStore secrets{&faults};
   SimulatedUserNotifications userNotifications{&faults};
   SimulatedSystemControls controls{&faults};
+  SimulatedSpeech speech{&faults};
   Platform platform{dispatch,          http,       files,      random,  settings,
                     notifications,     processes,  keyMonitor, input,   accessibility,
                     workspace,         pasteboard, audio,      browser, secrets,
-                    userNotifications, controls};
+                    userNotifications, controls,   speech};
 };
 
 }  // namespace kestrin

@@ -21,14 +21,15 @@ std::optional<int> loopbackPort(const std::string& url) {
   return std::nullopt;
 }
 
+using State = ServiceHostStatus::State;
+
 }  // namespace
 
 bool EmbeddedHost::canServe(const Endpoints& endpoints) {
   return loopbackPort(endpoints.asr) && loopbackPort(endpoints.agent);
 }
 
-/// The companion listens where we shall ask, and leaves out what is elsewhere.
-std::vector<std::string> EmbeddedHost::arguments() const {
+std::vector<std::string> EmbeddedHost::arguments(const Endpoints& endpoints) {
   struct Service {
     const char* name;
     const std::string& url;
@@ -37,8 +38,8 @@ std::vector<std::string> EmbeddedHost::arguments() const {
   std::string ports;
   std::string services;
   for (const Service& service :
-       {Service{"asr", endpoints_.asr, 8001}, Service{"llm", endpoints_.llm, 8082},
-        Service{"agent", endpoints_.agent, 8765}, Service{"backend", endpoints_.backend, 8780}}) {
+       {Service{"asr", endpoints.asr, 8001}, Service{"llm", endpoints.llm, 8082},
+        Service{"agent", endpoints.agent, 8765}, Service{"backend", endpoints.backend, 8780}}) {
     const auto port = loopbackPort(service.url);
     ports += (ports.empty() ? "" : ",") + std::to_string(port.value_or(service.otherwise));
     if (port) services += (services.empty() ? "" : ",") + std::string(service.name);
@@ -53,98 +54,139 @@ EmbeddedHost::EmbeddedHost(Dispatch& dispatch, Http& http, Processes& processes,
       logger_(logger),
       endpoints_(endpoints),
       program_(std::move(program)),
-      session_(http.makeSession({.requestTimeout = std::chrono::seconds(2)})) {}
+      health_(dispatch, http, endpoints) {}
 
-EmbeddedHost::~EmbeddedHost() { stop(); }
+EmbeddedHost::~EmbeddedHost() {
+  // Whoever did not wait for `stop` leaves it no time.
+  if (child_) child_->kill();
+}
 
-void EmbeddedHost::start(std::function<void(bool)> onUp) {
+void EmbeddedHost::start(ServiceHostEvents events) {
+  events_ = std::move(events);
   stopped_ = false;
-  onUp_ = std::move(onUp);
   waitingSince_ = dispatch_.clock().steadyNow();
-  probe([this](bool up) {
+  setStatus(State::starting, "Initializing AI models...");
+  health_.check([this](bool up) {
     if (stopped_) return;
+    watch();
     // A companion that somebody else runs (systemd, another session) serves us as well.
-    if (up) return finishStart(true);
-    spawn();
-    if (onUp_) waitUntilUp();
+    if (up) return setStatus(State::running);
+    // One that is starting, or waits for its pause to pass, is not started a second time.
+    if (!child_ && !restartTimer_) spawn();
+    if (status_.state == State::starting) waitUntilUp();
   });
 }
 
-void EmbeddedHost::stop() {
+void EmbeddedHost::stop(std::function<void()> completion) {
   stopped_ = true;
-  onUp_ = nullptr;
   restartTimer_.reset();
   probeTimer_.reset();
-  if (child_) child_->terminate();
-  child_.reset();
+  watchTimer_.reset();
+  setStatus(State::stopped);
+  if (completion) onEnded_.push_back(std::move(completion));
+  if (child_) return endChild();
+  for (const auto& ended : std::exchange(onEnded_, {})) ended();
 }
 
-/// Asks recogniser and agent; answers on the main queue whether both are there.
-void EmbeddedHost::probe(std::function<void(bool)> onAnswer) {
-  struct Both {
-    int left = 2;
-    bool up = true;
-  };
-  auto both = std::make_shared<Both>();
-  std::function<void(bool)> answered =
-      lifetime_.guard([both, onAnswer = std::move(onAnswer)](bool up) {
-        both->up = both->up && up;
-        if (--both->left == 0) onAnswer(both->up);
-      });
-  for (const auto& url : {endpoints_.asr + "/", endpoints_.agent + "/health"}) {
-    session_->data({.url = url}, [main = dispatch_.mainQueue(), answered](Result<HttpResponse> r) {
-      main->post([answered, up = r && r->status == 200] { answered(up); });
-    });
-  }
+/// Whoever took the ports in the meantime serves us as well.
+void EmbeddedHost::restart() {
+  health_.check([this](bool up) {
+    restartTimer_.reset();
+    if (stopped_ || child_) return;
+    if (up) return setStatus(State::running);
+    spawn();
+  });
 }
 
 void EmbeddedHost::spawn() {
-  if (stopped_) return;
   startedAt_ = dispatch_.clock().steadyNow();
-  auto started =
-      processes_.start({.program = program_, .arguments = arguments()}, dispatch_.mainQueue(),
-                       lifetime_.guard([this](const std::string& line, bool) {
-                         logger_.log("Companion", LogLevel::info, line);
-                       }),
-                       lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
+  silences_ = 0;
+  auto started = processes_.start({.program = program_, .arguments = arguments(endpoints_)},
+                                  dispatch_.mainQueue(),
+                                  lifetime_.guard([this](const std::string& line, bool) {
+                                    logger_.log("Companion", LogLevel::info, line);
+                                  }),
+                                  lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
   if (started) {
     child_ = *started;
     return;
   }
   logger_.print("❌ The companion cannot be started: " + started.error().description);
+  childEnded(127);
   // Waiting for its services makes no sense now; somebody may still install it.
   probeTimer_.reset();
-  finishStart(false);
-  childEnded(127);
+  setStatus(State::failed, "The companion cannot be started: " + started.error().description);
 }
 
 void EmbeddedHost::waitUntilUp() {
   probeTimer_ = dispatch_.after(dispatch_.mainQueue(), probeInterval, lifetime_.guard([this] {
-    probe([this](bool up) {
-      if (stopped_ || !onUp_) return;
-      if (up) return finishStart(true);
-      if (dispatch_.clock().steadyNow() - waitingSince_ > probeLimit) return finishStart(false);
+    health_.check([this](bool up) {
+      if (stopped_ || status_.state != State::starting) return;
+      if (up) return setStatus(State::running);
+      if (dispatch_.clock().steadyNow() - waitingSince_ > probeLimit)
+        return setStatus(State::failed, "The local services do not answer");
       waitUntilUp();
     });
   }));
 }
 
+void EmbeddedHost::watch() {
+  watchTimer_ = dispatch_.every(dispatch_.mainQueue(), watchInterval, lifetime_.guard([this] {
+    health_.check([this](bool up) {
+      if (!stopped_) watched(up);
+    });
+  }));
+}
+
+void EmbeddedHost::watched(bool up) {
+  if (up) {
+    silences_ = 0;
+    if (status_.state != State::running) setStatus(State::running);
+    return;
+  }
+  const bool young = dispatch_.clock().steadyNow() - startedAt_ < probeLimit;
+  if (restartTimer_ || (child_ && (young || ++silences_ < silencesOfAHang))) return;
+  if (status_.state == State::running) waitForRestart();
+  if (!child_) return spawn();
+  logger_.print("⚠️ The companion does not answer, ending it");
+  endChild();
+}
+
+/// Its end arrives at `childEnded`.
+void EmbeddedHost::endChild() {
+  child_->terminate();
+  killTimer_ = dispatch_.after(dispatch_.mainQueue(), endGrace, lifetime_.guard([this] {
+    if (child_) child_->kill();
+  }));
+}
+
 void EmbeddedHost::childEnded(int exitCode) {
   child_.reset();
+  killTimer_.reset();
+  for (const auto& ended : std::exchange(onEnded_, {})) ended();
   if (stopped_) return;
   if (dispatch_.clock().steadyNow() - startedAt_ > healthyAfter) pause_ = firstPause;
   const auto seconds = std::chrono::duration<double>(pause_).count();
   logger_.print("⚠️ The companion ended (" + std::to_string(exitCode) +
                 "), starting it again in " + std::to_string(seconds).substr(0, 4) + " s");
+  if (status_.state == State::running) waitForRestart();
   restartTimer_ =
-      dispatch_.after(dispatch_.mainQueue(), pause_, lifetime_.guard([this] { spawn(); }));
+      dispatch_.after(dispatch_.mainQueue(), pause_, lifetime_.guard([this] { restart(); }));
   pause_ = std::min<Duration>(pause_ * 2, longestPause);
 }
 
-void EmbeddedHost::finishStart(bool up) {
-  const auto onUp = std::move(onUp_);
-  onUp_ = nullptr;
-  if (onUp) onUp(up);
+void EmbeddedHost::waitForRestart() {
+  waitingSince_ = dispatch_.clock().steadyNow();
+  setStatus(State::starting, "Restarting services...");
+  waitUntilUp();
+}
+
+void EmbeddedHost::setStatus(State state, const std::string& text) {
+  if (status_ == ServiceHostStatus{state, text}) return;
+  status_ = {state, text};
+  // The observer may start or stop us from within.
+  const auto tell = events_.onStatus;
+  if (tell) tell(status_);
 }
 
 }  // namespace kestrin

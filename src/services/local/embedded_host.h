@@ -1,67 +1,77 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "diagnostics/logger.h"
-#include "platform/dispatch/dispatch.h"
-#include "platform/http.h"
 #include "platform/lifetime.h"
-#include "platform/processes.h"
-#include "services/local/endpoints.h"
+#include "services/local/service_health.h"
+#include "services/local/service_host.h"
 
 namespace kestrin {
 
 /// Runs the companion (recogniser, agent and the rest in one process) as a supervised child:
-/// started when nothing answers at the addresses yet, started again with growing pauses when it
-/// dies, ended with the application. Main queue only.
-class EmbeddedHost {
+/// started when nothing answers at the addresses yet, asked every 30 s, started again with growing
+/// pauses when it dies or hangs, ended with the application. Main queue only.
+class EmbeddedHost final : public ServiceHost {
  public:
   static constexpr std::chrono::milliseconds firstPause{500};
   static constexpr std::chrono::seconds longestPause{30};
   /// A child that lived this long was healthy: the pauses begin small again.
   static constexpr std::chrono::seconds healthyAfter{60};
   static constexpr std::chrono::milliseconds probeInterval{150};
+  /// A start that takes longer has failed; a child this young is not judged for its silence.
   static constexpr std::chrono::seconds probeLimit{60};
+  static constexpr std::chrono::seconds watchInterval{30};
+  /// One silence may be a machine that just woke up; this many in a row are a hang.
+  static constexpr int silencesOfAHang = 2;
+  /// How long a child that was told to end may take.
+  static constexpr std::chrono::seconds endGrace{3};
 
   /// `program`: path or name of the companion.
   EmbeddedHost(Dispatch& dispatch, Http& http, Processes& processes, Logger& logger,
                const Endpoints& endpoints, std::string program);
-  ~EmbeddedHost();
+  ~EmbeddedHost() override;
 
   /// Only a recogniser and an agent of this machine can be started here.
   static bool canServe(const Endpoints& endpoints);
+  /// The companion's arguments: it listens where we shall ask, and leaves out what is elsewhere.
+  static std::vector<std::string> arguments(const Endpoints& endpoints);
 
-  /// `onUp` runs once, when recogniser and agent answer, or when waiting for that makes no more
-  /// sense (false).
-  void start(std::function<void(bool)> onUp);
-  void stop();
-  bool isRunning() const { return child_ != nullptr; }
+  void start(ServiceHostEvents events) override;
+  void stop(std::function<void()> completion = {}) override;
+  ServiceHostStatus status() const override { return status_; }
 
  private:
-  std::vector<std::string> arguments() const;
-  void probe(std::function<void(bool)> onAnswer);
+  void restart();
   void spawn();
   void waitUntilUp();
+  void watch();
+  void watched(bool up);
+  void endChild();
   void childEnded(int exitCode);
-  void finishStart(bool up);
+  void waitForRestart();
+  void setStatus(ServiceHostStatus::State state, const std::string& text = {});
 
   Dispatch& dispatch_;
   Processes& processes_;
   Logger& logger_;
   const Endpoints endpoints_;
   const std::string program_;
-  std::shared_ptr<HttpSession> session_;
+  ServiceHealth health_;
+  ServiceHostEvents events_;
+  ServiceHostStatus status_;
   ChildProcessRef child_;
   SteadyTime startedAt_;
   SteadyTime waitingSince_;
   Duration pause_ = firstPause;
-  bool stopped_ = false;
-  std::function<void(bool)> onUp_;
+  int silences_ = 0;
+  bool stopped_ = true;
+  std::vector<std::function<void()>> onEnded_;
   TimerHandle restartTimer_;
   TimerHandle probeTimer_;
+  TimerHandle watchTimer_;
+  TimerHandle killTimer_;
   Lifetime lifetime_;
 };
 
