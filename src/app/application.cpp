@@ -38,38 +38,60 @@ Application::Application(Platform& platform, Options options)
           std::make_shared<ContextCapture>(platform.workspace, platform.accessibility,
                                            platform.browser),
           std::make_shared<WorkspaceFileService>(platform.dispatch, platform.files, core_.logger)),
-      readiness_(platform.dispatch, platform.http, core_.logger, options_.endpoints),
-      host_(
-          makeServiceHost(platform, core_.logger, options_.endpoints, options_.companionProgram)) {
+      notices_(platform.dispatch, platform.userNotifications, platform.notifications, core_.logger),
+      setup_(core_, {.endpoints = options_.endpoints,
+                     .holdKey = holdKeyName_,
+                     .display = {},
+                     .keyTrial = Doctor::KeyTrial::looks,
+                     .companionProgram = options_.companionProgram}),
+      startSequence_({.platform = platform,
+                      .core = core_,
+                      .mainWindow = mainWindow_,
+                      .recorder = recorder_,
+                      .delegate = delegate_,
+                      .holdKeyName = holdKeyName_,
+                      .companionProgram = options_.companionProgram}) {
+  observe();
+  takeActionTier();
+}
+
+Application::~Application() { stop(); }
+
+void Application::observe() {
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
   recorder_.onPreRollChanged = tellChange;
-  readiness_.onServicesChange = tellChange;
-  readiness_.onStatus = lifetime_.guard([this](const StatusLine& line) {
-    if (!delegate_.isAppReady) mainWindow_.updateStatus(line.text, line.color);
-  });
+  startSequence_.onChange = tellChange;
+  setup_.onChange = tellChange;
+  setup_.onTell = lifetime_.guard([this] { showSetup(); });
+  startSequence_.hooks.onPrompt =
+      lifetime_.guard([this](const ServicePrompt& prompt) { showPrompt(prompt); });
+  notices_.startAnyway = lifetime_.guard([this] { setup_.accept(); });
+  notices_.open = lifetime_.guard([this] { applicationShouldHandleReopen(); });
   manager_->onRequestsChange = lifetime_.guard([this] {
     overlay_.updateStreamingRequestsUI();
     changed();
   });
   overlay_.onSendAgain = lifetime_.guard([this] { delegate_.retryUndelivered(); });
-  undelivered_.onChange = [main = platform.dispatch.mainQueue(),
+  undelivered_.onChange = [main = platform_.dispatch.mainQueue(),
                            update = std::function<void()>(lifetime_.guard([this] {
                              overlay_.updateStreamingRequestsUI();
                              changed();
                            }))] { main->post(update); };
-  subscriptions_.push_back(platform.notifications.observe(
+  subscriptions_.push_back(platform_.notifications.observe(
       "ExecuteAction", lifetime_.guard([this](const Json& action) { actions_.execute(action); })));
+  subscriptions_.push_back(platform_.notifications.observe(
+      "BackgroundResearchStarted", lifetime_.guard([this](const Json& info) {
+        const auto& start = startSequence_.hooks.startBackgroundResearch;
+        if (start) start(info);
+      })));
   const std::function<void()> takeTier = lifetime_.guard([this] { takeActionTier(); });
-  subscriptions_.push_back(platform.settings.observe(
-      [main = platform.dispatch.mainQueue(), takeTier](const std::string& key) {
+  subscriptions_.push_back(platform_.settings.observe(
+      [main = platform_.dispatch.mainQueue(), takeTier](const std::string& key) {
         if (key == actionTierSetting) main->post(takeTier);
       }));
-  takeActionTier();
 }
-
-Application::~Application() { stop(); }
 
 DictationServices Application::dictationServices() {
   return {.dispatch = platform_.dispatch,
@@ -91,49 +113,40 @@ DictationServices Application::dictationServices() {
 }
 
 void Application::start() {
-  core_.logger.log("App", LogLevel::info, "Application launched");
+  core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
   AudioRecorder::applyPreferences(platform_.settings);
-  delegate_.setupGlobalEventTap();
   // Until the services are up, what this machine kept of it.
   mainWindow_.fetchHistoryFromServer();
-  bringUpServices();
+  notices_.registerNotificationCategories();
+  setup_.begin(lifetime_.guard(
+      [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
 }
 
-void Application::bringUpServices() {
-  mainWindow_.updateStatus("Starting Kestrin Intelligence...", StatusColor::orange);
-  awaitingHost_ = true;
-  host_->start({.onStatus = lifetime_.guard(
-                    [this](const ServiceHostStatus& status) { hostChanged(status); })});
-}
-
-/// Whatever becomes of the services at first, readiness finds out what answers.
-void Application::hostChanged(const ServiceHostStatus& status) {
-  const bool settled = status.state == ServiceHostStatus::State::running ||
-                       status.state == ServiceHostStatus::State::failed;
-  if (settled && std::exchange(awaitingHost_, false)) probeServices();
-}
-
-void Application::probeServices() {
-  mainWindow_.fetchHistoryFromServer();
-  mainWindow_.history().fetchStats();
-  readiness_.start(lifetime_.guard([this](bool allAnswered) { becomeReady(allAnswered); }));
-}
-
-/// The application opens whatever the services do: each dictation reports its own error.
-void Application::becomeReady(bool allAnswered) {
-  delegate_.isAppReady = true;
-  if (allAnswered) {
-    mainWindow_.updateStatus(nameHoldKey("✅ Ready — Hold fn 🌐 to record", holdKeyName_),
-                             StatusColor::primary);
-  }
-  changed();
-}
-
-void Application::stop() {
+void Application::stop(std::function<void()> completion) {
+  setup_.stop();
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
-  host_->stop();
+  startSequence_.applicationWillTerminate(std::move(completion));
+}
+
+void Application::applicationShouldHandleReopen() {
+  if (onShow) onShow();
+}
+
+void Application::showSetup() {
+  const auto summary = setup_.summary();
+  UserNotification notification{.title = "Kestrin", .body = summary};
+  if (setup_.isShown()) {
+    notification.category = NotificationCategories::setup;
+    mainWindow_.updateStatus("⚠️ " + summary.substr(0, summary.find('\n')),
+                             StatusColor::orange);
+  }
+  notices_.show(std::move(notification), {});
+}
+
+void Application::showPrompt(const ServicePrompt& prompt) {
+  notices_.ask(prompt.title, prompt.text, prompt.acceptLabel, prompt.declineLabel, prompt.accept);
 }
 
 void Application::obey(ControlCommand command) {
@@ -152,8 +165,7 @@ void Application::obey(ControlCommand command) {
       }
       return;
     case ControlCommand::show:
-      if (onShow) onShow();
-      return;
+      return applicationShouldHandleReopen();
     case ControlCommand::quit:
       if (onQuit) onQuit();
       return;
@@ -169,7 +181,7 @@ void Application::changed() {
                .recording = delegate_.isRecording(),
                .active = manager_->activeRequestCount(),
                .statusLine = mainWindow_.status().text,
-               .services = readiness_.services()});
+               .services = startSequence_.warmup().status()});
   if (onChange) onChange();
 }
 

@@ -8,7 +8,9 @@
 #include "app/app_delegate.h"
 #include "app/core_services.h"
 #include "app/main_window_controller.h"
-#include "app/readiness.h"
+#include "app/notification_categories.h"
+#include "app/setup_checklist.h"
+#include "app/start_sequence.h"
 #include "app/status_report.h"
 #include "dictation/action_executor.h"
 #include "dictation/audio_recorder.h"
@@ -22,7 +24,6 @@
 #include "platform/control_bus.h"
 #include "platform/lifetime.h"
 #include "platform/platform.h"
-#include "services/local/service_host.h"
 
 namespace kestrin {
 
@@ -41,10 +42,16 @@ class Application {
   Application(Platform& platform, Options options);
   ~Application();
 
-  /// Brings everything up: hold key, companion, services. Presses are refused until they answer.
+  /// Launches: first-run setup where something is missing, then hold key, services and the rest.
+  /// Presses are refused until the services answer.
   void start();
-  /// Ends recording and companion; nothing is running afterwards.
-  void stop();
+  /// Ends the recording and the services. `completion` runs once nothing is running any more, after
+  /// some seconds at most; at once when all was stopped before. It may be empty.
+  void stop(std::function<void()> completion = {});
+  /// Somebody started the application again: shows the main window.
+  void applicationShouldHandleReopen();
+  /// "Setup & Permissions..." of the tray: looks again and tells by a notification.
+  void tellSetup() { setup_.tell(); }
 
   /// A command from the session bus or the tray's menu.
   void obey(ControlCommand command);
@@ -60,6 +67,9 @@ class Application {
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
   StreamingRequestManager& requests() { return *manager_; }
+  SetupChecklist& setup() { return setup_; }
+  StartSequence& startSequence() { return startSequence_; }
+  NotificationCategories& notices() { return notices_; }
 
   /// After any change that the tray or a window may show.
   std::function<void()> onChange;
@@ -68,10 +78,9 @@ class Application {
   std::function<void()> onQuit;
 
  private:
-  void bringUpServices();
-  void hostChanged(const ServiceHostStatus& status);
-  void probeServices();
-  void becomeReady(bool allAnswered);
+  void observe();
+  void showSetup();
+  void showPrompt(const ServicePrompt& prompt);
   void takeActionTier();
   void changed();
   DictationServices dictationServices();
@@ -90,9 +99,9 @@ class Application {
   ActionExecutor actions_;
   CommandExecutor commands_;
   AppDelegate delegate_;
-  Readiness readiness_;
-  const std::unique_ptr<ServiceHost> host_;
-  bool awaitingHost_ = false;
+  NotificationCategories notices_;
+  SetupChecklist setup_;
+  StartSequence startSequence_;
   std::vector<SubscriptionHandle> subscriptions_;
   Lifetime lifetime_;
 };

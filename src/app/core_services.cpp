@@ -20,6 +20,7 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e)
       endpoints(e),
       logger(p.dispatch, p.notifications),
       deviceId(p.files, p.settings, p.random),
+      machineIdentity(p.controls, p.settings),
       keychain(p.secrets),
       geminiKey(keychain, p.settings),
       preferences(p.settings),

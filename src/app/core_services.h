@@ -9,6 +9,7 @@
 #include "identity/device_id_manager.h"
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
+#include "identity/machine_identity.h"
 #include "notes/local_cache.h"
 #include "notes/stats_service.h"
 #include "platform/platform.h"
@@ -31,6 +32,7 @@ struct CoreServices {
   const Endpoints endpoints;
   Logger logger;
   DeviceIdManager deviceId;
+  MachineIdentity machineIdentity;
   KeychainHelper keychain;
   GeminiKeyManager geminiKey;
   UserPreferences preferences;

@@ -43,6 +43,11 @@ std::string_view stateName(State state) {
   return "";
 }
 
+Finding noMicrophone() {
+  return {State::missing, "Microphone", "there is none",
+          "plug one in, or choose it in the sound settings"};
+}
+
 }  // namespace
 
 std::string Finding::line() const {
@@ -60,8 +65,8 @@ std::vector<Finding> Doctor::examine() {
   const auto& at = options_.endpoints;
   std::vector<Finding> findings{checkDisplay(),       checkKey(),   checkInput(),
                                 checkAccessibility(), checkSound(), checkMicrophone()};
-  findings.push_back(checkService("Recogniser", at.asr + "/", true));
-  if (findings.back().state == State::ok) findings.push_back(checkRecogniser());
+  findings.push_back(checkRecogniserAnswers());
+  if (findings.back().state == State::ok) findings.push_back(checkRecognition());
   findings.push_back(checkService("Agent", at.agent + "/health", true));
   findings.push_back(checkService("Language model", at.llm + "/health", false));
   findings.push_back(checkService("Backend", at.backend + "/", false));
@@ -94,9 +99,10 @@ Finding Doctor::checkKey() {
   if (keys.empty()) {
     return {State::missing, "Hold key", "no key can be watched in this session", bindings};
   }
-  if (!options_.mayTryKey) {
+  if (options_.keyTrial == KeyTrial::desktopBinds) {
     return {State::ok, "Hold key", options_.holdKey + ", as the desktop binds it", ""};
   }
+  if (options_.keyTrial == KeyTrial::looks) return {State::ok, "Hold key", options_.holdKey, ""};
   const auto started = platform_.keyMonitor.start(options_.holdKey, [](KeyEdge) {});
   if (!started) return {State::missing, "Hold key", started.error().description, bindings};
   platform_.keyMonitor.stop();
@@ -125,12 +131,17 @@ Finding Doctor::checkSound() {
           "start PipeWire or PulseAudio (systemctl --user start pipewire-pulse or pulseaudio)"};
 }
 
+Finding Doctor::checkMicrophonePresence() {
+  const auto sound = checkSound();
+  if (sound.state != State::ok) return {sound.state, "Microphone", sound.detail, sound.mend};
+  const auto format = platform_.audio.inputFormat("");
+  if (format.sampleRate == 0) return noMicrophone();
+  return {State::ok, "Microphone", std::to_string(format.sampleRate) + " Hz", ""};
+}
+
 Finding Doctor::checkMicrophone() {
   const auto format = platform_.audio.inputFormat("");
-  if (format.sampleRate == 0) {
-    return {State::missing, "Microphone", "there is none",
-            "plug one in, or choose it in the sound settings"};
-  }
+  if (format.sampleRate == 0) return noMicrophone();
   auto peak = std::make_shared<std::atomic<float>>(-1.0F);
   CaptureOptions capture;
   capture.framesPerBlock = 1024;
@@ -193,7 +204,11 @@ Finding Doctor::checkService(const std::string& name, const std::string& url, bo
   return {State::warning, name, found, "dictation works without it"};
 }
 
-Finding Doctor::checkRecogniser() {
+Finding Doctor::checkRecogniserAnswers() {
+  return checkService("Recogniser", options_.endpoints.asr + "/", true);
+}
+
+Finding Doctor::checkRecognition() {
   LocalASRService recogniser(platform_.dispatch, platform_.http, platform_.files, platform_.random,
                              logger_, options_.endpoints);
   struct Answer {

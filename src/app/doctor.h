@@ -32,13 +32,18 @@ struct Finding {
 /// seconds at worst. Off the main queue.
 class Doctor {
  public:
+  /// How the hold key is examined.
+  enum class KeyTrial {
+    tries,         ///< watches it for a moment
+    desktopBinds,  ///< watching it would ask the user something
+    looks,         ///< the monitor belongs to somebody else: only whether a key can be watched
+  };
   struct Options {
     Endpoints endpoints;
     std::string holdKey;
     /// "X11", "Wayland" or empty.
     std::string display;
-    /// Where watching the key would ask the user something, it is not tried.
-    bool mayTryKey = true;
+    KeyTrial keyTrial = KeyTrial::tries;
     std::string companionProgram = "kestrin-companion";
   };
 
@@ -48,15 +53,20 @@ class Doctor {
   std::vector<Finding> examine();
   static bool allThere(const std::vector<Finding>& findings);
 
+  /// Single checks, for those who need no more. As above: off the main queue.
+  Finding checkKey();
+  Finding checkAccessibility();
+  /// There is a sound server and a microphone; listens to nothing.
+  Finding checkMicrophonePresence();
+  Finding checkRecogniserAnswers();
+
  private:
   Finding checkDisplay();
-  Finding checkKey();
   Finding checkInput();
-  Finding checkAccessibility();
   Finding checkSound();
   Finding checkMicrophone();
   Finding checkService(const std::string& name, const std::string& url, bool needed);
-  Finding checkRecogniser();
+  Finding checkRecognition();
   Finding checkSecrets();
   std::string serviceMend() const;
 

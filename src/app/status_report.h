@@ -3,8 +3,8 @@
 #include <mutex>
 #include <string>
 
-#include "app/readiness.h"
 #include "platform/json/json.h"
+#include "services/local/connection_warmup_service.h"
 
 namespace kestrin {
 
@@ -14,17 +14,17 @@ struct ApplicationStatus {
   bool recording = false;
   int active = 0;
   std::string statusLine;
-  ServiceStates services;
+  ServiceStatus services;
 
   Json toJson() const {
     return Json::object({{"ready", ready},
                          {"recording", recording},
                          {"active", active},
                          {"status_line", statusLine},
-                         {"services", Json::object({{"asr", services.asr},
-                                                    {"llm", services.llm},
-                                                    {"agent", services.agent},
-                                                    {"backend", services.backend}})}});
+                         {"services", Json::object({{"asr", services.asrReady},
+                                                    {"llm", services.llmReady},
+                                                    {"agent", services.agentReady},
+                                                    {"backend", services.backendReady}})}});
   }
 };
 

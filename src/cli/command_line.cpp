@@ -105,6 +105,14 @@ void addDoctor(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
 }
 
+void addSetup(CLI::App& app, Chosen& chosen) {
+  auto yes = std::make_shared<bool>(false);
+  auto* command = app.add_subcommand(
+      "setup", "First-run setup: what is missing and how to mend it, your name, a language model");
+  command->add_flag("--yes", *yes, "Asks nothing and accepts everything as it stands");
+  command->callback([&chosen, yes] { chosen = [yes] { return setup(*yes); }; });
+}
+
 void describe(CLI::App& app, Chosen& chosen) {
   app.description(
       "Kestrin, a personal voice assistant: hold a key, speak, and the text arrives where you "
@@ -121,6 +129,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addStatus(app, chosen);
   addHistory(app, chosen);
   addSettings(app, chosen);
+  addSetup(app, chosen);
   addDoctor(app, chosen);
 }
 

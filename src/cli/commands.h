@@ -36,6 +36,9 @@ struct HistoryOptions {
 };
 int history(const HistoryOptions& options);
 
+/// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
+int setup(bool acceptAsItStands);
+
 /// Shows the running desktop application, or starts it in this process's place.
 int desktop();
 

@@ -1,8 +1,7 @@
-#include "app/doctor.h"
-
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/examination.h"
 #include "platform/linux/linux_platform.h"
 
 namespace kestrin::cli {
@@ -27,16 +26,20 @@ std::string chosenHoldKey(Platform& platform) {
 
 }  // namespace
 
+Doctor::Options examinationOptions(Platform& platform) {
+  const bool mayTry = displaySession() != DisplaySession::wayland;
+  return {.endpoints = Endpoints::fromEnvironment(),
+          .holdKey = chosenHoldKey(platform),
+          .display = displayName(displaySession()),
+          .keyTrial = mayTry ? Doctor::KeyTrial::tries : Doctor::KeyTrial::desktopBinds,
+          .companionProgram = siblingProgram("kestrin-companion")};
+}
+
 int doctor(bool json) {
   LinuxPlatform backends([](const std::string& line) { std::cerr << "kestrin: " << line << "\n"; });
   auto& platform = backends.platform();
   Logger logger(platform.dispatch, platform.notifications);
-  Doctor doctor(platform, logger,
-                {.endpoints = Endpoints::fromEnvironment(),
-                 .holdKey = chosenHoldKey(platform),
-                 .display = displayName(displaySession()),
-                 .mayTryKey = displaySession() != DisplaySession::wayland,
-                 .companionProgram = siblingProgram("kestrin-companion")});
+  Doctor doctor(platform, logger, examinationOptions(platform));
   std::vector<Finding> findings;
   platform.dispatch.globalQueue()->post([&] {
     findings = doctor.examine();

@@ -66,17 +66,19 @@ int runDesktop(int argc, char** argv) {
   auto& loop = backends.mainLoop();
   QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);
   QObject::connect(&wake, &QSocketNotifier::activated, [&loop] { loop.drain(); });
-  const TerminationSignals signals([] { QApplication::quit(); });
+  // The services are stopped first; asked a second time, the user is in a hurry.
+  const auto quit = [&application] { application.stop([] { QApplication::quit(); }); };
+  const TerminationSignals signals(quit);
 
   int code = 0;
   {
     OverlayWidget overlay(application.overlay());
-    TrayItem tray(application, [] { QApplication::quit(); });
+    TrayItem tray(application, quit);
     application.onChange = [&tray] { tray.refresh(); };
     application.onShow = [&platform, &application] {
       showStatusNotification(platform, application);
     };
-    application.onQuit = [] { QApplication::quit(); };
+    application.onQuit = quit;
     main->post([&application] { application.start(); });
     code = QApplication::exec();
     application.onChange = nullptr;

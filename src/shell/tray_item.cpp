@@ -9,6 +9,8 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
     : application_(application),
       statusAction_(menu_.addAction(QString())),
       sendAgainAction_(nullptr),
+      setupAction_(nullptr),
+      startAnywayAction_(nullptr),
       icon_(drawIcon(false, false)) {
   statusAction_->setEnabled(false);
   menu_.addAction("Hold key: " + QString::fromStdString(application.holdKeyName()))
@@ -16,6 +18,11 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
   menu_.addSeparator();
   sendAgainAction_ =
       menu_.addAction("Send again", [&application] { application.obey(ControlCommand::retry); });
+  menu_.addAction("Show Window", [&application] { application.applicationShouldHandleReopen(); });
+  setupAction_ =
+      menu_.addAction("Setup && Permissions...", [&application] { application.tellSetup(); });
+  startAnywayAction_ =
+      menu_.addAction("Start anyway", [&application] { application.setup().accept(); });
   menu_.addAction("Quit", std::move(quit));
   icon_.setContextMenu(&menu_);
   refresh();
@@ -26,6 +33,7 @@ void TrayItem::refresh() {
   const auto status = QString::fromStdString(application_.mainWindow().status().text);
   statusAction_->setText(status);
   sendAgainAction_->setEnabled(application_.hasUndelivered());
+  startAnywayAction_->setVisible(application_.setup().isShown());
   const bool recording = application_.delegate().statusIcon() == AppDelegate::StatusIcon::recording;
   const bool preRoll = application_.isPreRollActive();
   if (recording != shownRecording_ || preRoll != shownPreRoll_) {

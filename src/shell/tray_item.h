@@ -24,6 +24,8 @@ class TrayItem {
   QMenu menu_;
   QAction* statusAction_;
   QAction* sendAgainAction_;
+  QAction* setupAction_;
+  QAction* startAnywayAction_;
   QSystemTrayIcon icon_;
   bool shownRecording_ = false;
   bool shownPreRoll_ = false;

@@ -33,6 +33,7 @@ TEST(Controller, APressBeforeTheServicesAnswerIsRefusedWithAWord) {
   Desk desk;
   desk.http.on("GET", "127.0.0.1:8765/health", ScriptedReply::refused());
   auto& app = desk.start();
+  desk.simulation->runFor(50ms);
   desk.dictateWhole();
   EXPECT_TRUE(desk.showed("⏳ Still loading, please wait...")) << desk.shown();
   EXPECT_EQ(desk.streams(), 0u);
@@ -232,7 +233,7 @@ TEST(Controller, AnEditorsProjectGoesWithTheRequest) {
        {{77, "main.swift - kestrin - Visual Studio Code", {{.path = "/text"}}, "/text", {}, 0}}});
   desk.startReady();
   desk.dictateWhole();
-  const auto requests = desk.http.requests("127.0.0.1:8765/process/stream");
+  const auto requests = desk.streamRequests();
   ASSERT_EQ(requests.size(), 1u);
   const auto body = Json::parse(requests[0].request.body).value();
   const auto context = Json::parse(body.stringAt("app_context", "")).value();
@@ -243,9 +244,15 @@ TEST(Controller, AnEditorsProjectGoesWithTheRequest) {
 }
 
 TEST(Controller, WithoutAHoldKeyTheApplicationStaysUp) {
+  Desk healthy;
+  healthy.faults.arm(0);
+  healthy.startReady();
+  const auto sites = healthy.faults.sites();
+  const auto keyMonitor = std::find(sites.begin(), sites.end(), "keys.start");
+  ASSERT_NE(keyMonitor, sites.end());
   Desk desk;
   desk.settings.set("pref_holdKey", "fn");
-  desk.faults.arm(1);  // the first fallible call is the key monitor's
+  desk.faults.arm(static_cast<int>(keyMonitor - sites.begin()) + 1);
   auto& app = desk.start();
   desk.simulation->runFor(5s);
   EXPECT_TRUE(desk.showed("❌ Failed to setup key monitoring")) << desk.shown();

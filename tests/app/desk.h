@@ -117,7 +117,13 @@ struct Desk : SimulatedWorld {
                        [&](const std::string& line) { return line.find(part) != line.npos; });
   }
   std::string shown() const { return text::join(statuses, "\n"); }
-  size_t streams() const { return http.requests("127.0.0.1:8765/process/stream").size(); }
+  /// The dictations that were sent to the agent.
+  std::vector<SeenRequest> streamRequests() const {
+    auto requests = http.requests("127.0.0.1:8765/process/stream");
+    std::erase_if(requests, [](const auto& seen) { return seen.request.method != "POST"; });
+    return requests;
+  }
+  size_t streams() const { return streamRequests().size(); }
 
   std::vector<std::string> statuses;
   std::vector<std::string> printed;

@@ -4,26 +4,6 @@
 namespace kestrin::test {
 namespace {
 
-TEST(Readiness, WaitsLongerEachTimeUpToFiveSeconds) {
-  SimulatedWorld world;
-  Logger logger{world.dispatch, world.notifications};
-  Readiness readiness{world.dispatch, world.http, logger, Endpoints::fromEnvironment()};
-  std::vector<Duration> at;
-  readiness.onStatus = [&](const StatusLine&) { at.push_back(world.simulation->elapsed()); };
-  std::optional<bool> result;
-  readiness.start([&](bool up) { result = up; });
-  world.simulation->runFor(120s);
-  ASSERT_EQ(result, false);
-  ASSERT_EQ(at.size(), 12u);
-  const auto seconds = [&](size_t i) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(at[i + 1] - at[i]).count() / 100;
-  };
-  EXPECT_EQ(seconds(1), 25);
-  EXPECT_EQ(seconds(5), 45);
-  EXPECT_EQ(seconds(6), 50);
-  EXPECT_EQ(seconds(9), 50);
-}
-
 std::vector<Finding> examine(SimulatedWorld& world, Doctor::Options options) {
   Logger logger{world.dispatch, world.notifications};
   Doctor doctor{world.platform, logger, std::move(options)};

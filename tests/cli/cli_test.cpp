@@ -65,7 +65,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "doctor", "settings", "history"}) {
+                              "quit", "retry", "setup", "doctor", "settings", "history"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -158,6 +158,22 @@ TEST(Cli, SettingsAreKeptWithTheirKinds) {
   EXPECT_EQ(terminal.run({"settings", "reset", "pref_holdKey"}).exitCode, 0);
   EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
   EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+}
+
+TEST(Cli, SetupAsksNobodyWithoutATerminalAndAcceptsAsItStandsWhenTold) {
+  Terminal terminal;
+  const auto asked = terminal.run({"setup"});
+  EXPECT_EQ(asked.exitCode, 2);
+  EXPECT_NE(asked.standardError.find("--yes"), std::string::npos);
+  EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+
+  const auto accepted = terminal.run({"setup", "--yes"});
+  EXPECT_EQ(accepted.exitCode, 0);
+  EXPECT_NE(accepted.standardOutput.find("❌ Microphone: "), std::string::npos);
+  EXPECT_EQ(terminal.run({"settings", "get", "nibo_setup_completed"}).standardOutput, "true\n");
+  EXPECT_GT(terminal.run({"settings", "get", "nibo_setup_machine_id"}).standardOutput.size(), 8u);
+  const auto missing = terminal.run({"settings", "get", "nibo_setup_accepted"}).standardOutput;
+  EXPECT_NE(missing.find("Microphone"), std::string::npos) << missing;
 }
 
 TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {
