@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Processor time, wake-ups and memory of the ready application while nothing happens, and its time from start to ready.
 
-Run it inside scripts/desktop-session and scripts/private-sound. idle.py [SECONDS]
+Run it inside scripts/desktop-session and scripts/private-sound. idle.py [SECONDS]; KESTRIN_BIN names the programs' folder.
 """
 import json
 import os
@@ -10,7 +10,7 @@ import subprocess
 import sys
 import time
 
-BIN = pathlib.Path(__file__).resolve().parent.parent / "build" / "bin"
+BIN = pathlib.Path(os.environ.get("KESTRIN_BIN", pathlib.Path(__file__).resolve().parent.parent / "build" / "bin"))
 SECONDS = float(sys.argv[1]) if len(sys.argv) > 1 else 60.0
 
 

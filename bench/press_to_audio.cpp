@@ -124,10 +124,9 @@ int run(int rounds) {
     pause();
     floor.push_back(bare.firstAudio(uint32_t(format.sampleRate)));
     pause();
-    if (const auto started = recorder.startRecording(); !started) {
-      fprintf(stderr, "press_to_audio: %s\n", started.error().description.c_str());
-      return 1;
-    }
+    recorder.startRecording({}, [](const Status& started) {
+      if (!started) fprintf(stderr, "press_to_audio: %s\n", started.error().description.c_str());
+    });
     const auto limit = BenchClock::now() + 5s;
     while (!recorder.firstSoundAfter() && BenchClock::now() < limit)
       std::this_thread::sleep_for(1ms);

@@ -27,7 +27,8 @@ function(kestrin_program name)
 endfunction()
 
 # kestrin_tests(NAME FOLDERS dir... LINK lib... [LABELS label...] [INSIDE command...]): one test program
-# from every .cpp in tests/<dir>. CTest runs it inside the command (a private desktop).
+# from every .cpp in tests/<dir>. CTest runs it inside the command (a private desktop). Those without
+# the label "desktop" are the target headless_tests.
 function(kestrin_tests name)
   cmake_parse_arguments(ARG "" "" "FOLDERS;LINK;LABELS;INSIDE" ${ARGN})
   set(sources)
@@ -45,4 +46,10 @@ function(kestrin_tests name)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${ARG_INSIDE} $<TARGET_FILE:${name}>)
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 600)
+  if(NOT TARGET headless_tests)
+    add_custom_target(headless_tests)
+  endif()
+  if(NOT "desktop" IN_LIST ARG_LABELS)
+    add_dependencies(headless_tests ${name})
+  endif()
 endfunction()

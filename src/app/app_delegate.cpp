@@ -87,27 +87,38 @@ void AppDelegate::deferredStart(int start, bool replyWasStopped) {
     if (start == start_) isStartingRecording_ = false;
     return;
   }
-  const auto started = startRecorder();
-  if (started) return recordingStarted();
-  if (!replyWasStopped) return recordingFailed(started.error(), "🎤 Recording error: ");
-  // The sound server may still be busy with the end of the reply.
-  services_.logger.print("🎤 Recording failed after TTS stop, retrying with engine reset...");
-  services_.recorder.resetEngine();
-  services_.dispatch.mainQueue()->postAfter(pauseAfterEngineReset,
-                                            lifetime_.guard([this, start] { retryStart(start); }));
+  startRecorder(start, [this, start, replyWasStopped](const Status& started) {
+    if (started) return recordingStarted();
+    if (!replyWasStopped) return recordingFailed(started.error(), "🎤 Recording error: ");
+    // The sound server may still be busy with the end of the reply.
+    services_.logger.print("🎤 Recording failed after TTS stop, retrying with engine reset...");
+    services_.recorder.resetEngine();
+    services_.dispatch.mainQueue()->postAfter(
+        pauseAfterEngineReset, lifetime_.guard([this, start] { retryStart(start); }));
+  });
 }
 
 void AppDelegate::retryStart(int start) {
   // A release in between has cancelled the start.
   if (start != start_ || !isStartingRecording_) return;
-  const auto started = startRecorder();
-  if (started) return recordingStarted();
-  recordingFailed(started.error(), "🎤 Recording error (retry): ");
+  startRecorder(start, [this](const Status& started) {
+    if (started) return recordingStarted();
+    recordingFailed(started.error(), "🎤 Recording error (retry): ");
+  });
 }
 
-Status AppDelegate::startRecorder() {
-  return services_.recorder.startRecording(
-      lifetime_.guard([this](float level) { services_.overlay.updateAudioLevel(level); }));
+/// `then` runs unless the start has been given up before the microphone was open.
+void AppDelegate::startRecorder(int start, std::function<void(const Status&)> then) {
+  services_.recorder.startRecording(
+      lifetime_.guard([this](float level) { services_.overlay.updateAudioLevel(level); }),
+      lifetime_.guard([this, start, then = std::move(then)](const Status& started) {
+        if (start == start_ && isStartingRecording_) return then(started);
+        // A later press has the recorder already, or will have it.
+        if (start != start_ || !started) return;
+        services_.logger.print("⚠️ Fn released before recording could start – aborting");
+        services_.recorder.stopRecordingWithPCM();
+        services_.recorder.cleanup();
+      }));
 }
 
 void AppDelegate::recordingStarted() {
@@ -116,6 +127,8 @@ void AppDelegate::recordingStarted() {
   services_.mainWindow.updateStatus("🔴 Recording...", StatusColor::red);
   setStatusIcon(StatusIcon::recording);
   if (holdKey_.isConfirmed()) services_.overlay.showRecording();
+  // The snapshots may have been quicker than the microphone.
+  if (capture_ && capture_->context) snapshotsArrived(*capture_);
 }
 
 void AppDelegate::recordingFailed(const Error& error, const std::string& logLabel) {

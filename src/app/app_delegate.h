@@ -61,7 +61,7 @@ class AppDelegate {
   void beginStart(bool replyWasStopped);
   void deferredStart(int start, bool replyWasStopped);
   void retryStart(int start);
-  Status startRecorder();
+  void startRecorder(int start, std::function<void(const Status&)> then);
   void recordingStarted();
   void recordingFailed(const Error& error, const std::string& logLabel);
   void pressConfirmed();

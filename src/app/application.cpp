@@ -6,6 +6,7 @@ namespace kestrin {
 namespace {
 
 constexpr const char* holdKeySetting = "pref_holdKey";
+/// The highest tier that the user may raise a run to; it raises nothing by itself.
 constexpr const char* actionTierSetting = "pref_actionTier";
 
 std::string chosenHoldKey(Platform& platform) {
@@ -26,6 +27,9 @@ Application::Application(Platform& platform, Options options)
                                                          core_.logger, undelivered_)),
       mainWindow_({platform.dispatch, platform.random, core_.logger, core_.deviceId, core_.stats},
                   holdKeyName_),
+      preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
+      applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
+               core_.player, core_.logger),
       recorder_(platform.dispatch, platform.audio, platform.files, platform.settings, core_.logger),
       overlay_(platform.dispatch, core_.logger, manager_, undelivered_),
       paste_(InsertionPorts::from(platform), core_.logger, undelivered_),
@@ -52,7 +56,6 @@ Application::Application(Platform& platform, Options options)
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}) {
   observe();
-  takeActionTier();
 }
 
 Application::~Application() { stop(); }
@@ -86,10 +89,12 @@ void Application::observe() {
         const auto& start = startSequence_.hooks.startBackgroundResearch;
         if (start) start(info);
       })));
-  const std::function<void()> takeTier = lifetime_.guard([this] { takeActionTier(); });
+  const std::function<void()> keepTier = lifetime_.guard([this] {
+    if (!mayElevate()) setActionTier(SafetyTier::safe);
+  });
   subscriptions_.push_back(platform_.settings.observe(
-      [main = platform_.dispatch.mainQueue(), takeTier](const std::string& key) {
-        if (key == actionTierSetting) main->post(takeTier);
+      [main = platform_.dispatch.mainQueue(), keepTier](const std::string& key) {
+        if (key == actionTierSetting) main->post(keepTier);
       }));
 }
 
@@ -108,14 +113,14 @@ DictationServices Application::dictationServices() {
           .paste = paste_,
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
-          .authToken = {},
+          .authToken = [this] { return core_.authToken(); },
           .forgetVoiceProfile = {}};
 }
 
 void Application::start() {
   core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
-  AudioRecorder::applyPreferences(platform_.settings);
+  applier_.start(windowEffects_);
   // Until the services are up, what this machine kept of it.
   mainWindow_.fetchHistoryFromServer();
   notices_.registerNotificationCategories();
@@ -127,6 +132,7 @@ void Application::stop(std::function<void()> completion) {
   setup_.stop();
   if (delegate_.isRecording()) delegate_.cancel();
   platform_.keyMonitor.stop();
+  core_.behavioralProfile.persistIfChanged();
   startSequence_.applicationWillTerminate(std::move(completion));
 }
 
@@ -164,6 +170,12 @@ void Application::obey(ControlCommand command) {
         mainWindow_.updateStatus("Nothing to send again", StatusColor::orange);
       }
       return;
+    case ControlCommand::elevate:
+      if (mayElevate()) return setActionTier(SafetyTier::elevated);
+      return mainWindow_.updateStatus("Key presses and scripts are switched off in the settings",
+                                      StatusColor::orange);
+    case ControlCommand::lower:
+      return setActionTier(SafetyTier::safe);
     case ControlCommand::show:
       return applicationShouldHandleReopen();
     case ControlCommand::quit:
@@ -172,8 +184,45 @@ void Application::obey(ControlCommand command) {
   }
 }
 
-void Application::takeActionTier() {
-  actions_.currentTier = safetyTierFromText(platform_.settings.string(actionTierSetting, "safe"));
+bool Application::mayElevate() const {
+  return safetyTierFromText(platform_.settings.string(actionTierSetting, "elevated")) ==
+         SafetyTier::elevated;
+}
+
+void Application::setActionTier(SafetyTier tier) {
+  if (std::exchange(actions_.currentTier, tier) == tier) return;
+  const bool elevated = tier == SafetyTier::elevated;
+  const std::string line = elevated ? "Actions may press keys and run scripts until Kestrin ends"
+                                    : "Actions press no keys and run no scripts";
+  core_.logger.log("App", LogLevel::warning, line);
+  mainWindow_.updateStatus(line, elevated ? StatusColor::orange : StatusColor::primary);
+  changed();
+}
+
+PreferencesView& Application::preferences() {
+  if (!preferences_) {
+    preferences_ = std::make_unique<PreferencesView>(
+        PreferencesServices{.platform = platform_,
+                            .logger = core_.logger,
+                            .changes = preferenceChanges_,
+                            .geminiKey = core_.geminiKey,
+                            .deviceId = core_.deviceId,
+                            .player = core_.player,
+                            .endpoints = options_.endpoints,
+                            .holdKeyName = holdKeyName_,
+                            .window = windowEffects_,
+                            .forgetHistory =
+                                [this] {
+                                  mainWindow_.history().clearHistory();
+                                  undelivered_.clear();
+                                },
+                            .exportDebugLogs =
+                                [this] {
+                                  if (onExportDebugLogs) onExportDebugLogs();
+                                }});
+    preferences_->loadSavedPreferences();
+  }
+  return *preferences_;
 }
 
 void Application::changed() {
@@ -181,6 +230,7 @@ void Application::changed() {
                .recording = delegate_.isRecording(),
                .active = manager_->activeRequestCount(),
                .statusLine = mainWindow_.status().text,
+               .actionTier = std::string(safetyTierText(actions_.currentTier)),
                .services = startSequence_.warmup().status()});
   if (onChange) onChange();
 }

@@ -24,6 +24,9 @@
 #include "platform/control_bus.h"
 #include "platform/lifetime.h"
 #include "platform/platform.h"
+#include "usermodel/preferences/preference_changes.h"
+#include "usermodel/preferences/preferences_applier.h"
+#include "usermodel/preferences/preferences_view.h"
 
 namespace kestrin {
 
@@ -61,8 +64,12 @@ class Application {
   const std::string& holdKeyName() const { return holdKeyName_; }
   bool hasUndelivered() const { return !undelivered_.empty(); }
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }
+  /// Elevated only in a run in which the user said so ("elevate"); models cannot.
+  SafetyTier actionTier() const { return actions_.currentTier; }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
+  /// The settings window; made when it is first wanted.
+  PreferencesView& preferences();
   OverlayWindow& overlay() { return overlay_; }
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
@@ -76,12 +83,15 @@ class Application {
   /// "show" and "quit" of the session bus.
   std::function<void()> onShow;
   std::function<void()> onQuit;
+  /// "Export debug logs" of the settings window.
+  std::function<void()> onExportDebugLogs;
 
  private:
   void observe();
   void showSetup();
   void showPrompt(const ServicePrompt& prompt);
-  void takeActionTier();
+  bool mayElevate() const;
+  void setActionTier(SafetyTier tier);
   void changed();
   DictationServices dictationServices();
 
@@ -93,6 +103,11 @@ class Application {
   UndeliveredStore undelivered_;
   std::shared_ptr<StreamingRequestManager> manager_;
   MainWindowController mainWindow_;
+  /// Owns nothing: ends with this, so that whoever holds it weakly sees the window go.
+  std::shared_ptr<MainWindowEffects> windowEffects_{std::make_shared<char>(), &mainWindow_};
+  PreferenceChanges preferenceChanges_;
+  PreferencesApplier applier_;
+  std::unique_ptr<PreferencesView> preferences_;
   AudioRecorder recorder_;
   OverlayWindow overlay_;
   CaretPaste paste_;

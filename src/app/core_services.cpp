@@ -5,8 +5,13 @@
 namespace kestrin {
 namespace {
 
-RequestContextSources contextSources(AudioPlayerService& player) {
+RequestContextSources contextSources(AudioPlayerService& player, const FirebaseAuthService& auth,
+                                     const BehavioralProfileManager& behavioralProfile) {
   RequestContextSources sources;
+  sources.voiceProfileSummary = [&behavioralProfile] {
+    return behavioralProfile.voiceProfileSummary();
+  };
+  sources.signedInUser = [&auth] { return auth.currentUser(); };
   sources.playAudio = [&player](Bytes audio, std::function<void()> completion) {
     player.play(std::move(audio), std::move(completion));
   };
@@ -15,22 +20,29 @@ RequestContextSources contextSources(AudioPlayerService& player) {
 
 }  // namespace
 
-CoreServices::CoreServices(Platform& p, const Endpoints& e)
+CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& authEndpoint)
     : platform(p),
       endpoints(e),
       logger(p.dispatch, p.notifications),
       deviceId(p.files, p.settings, p.random),
       machineIdentity(p.controls, p.settings),
-      keychain(p.secrets),
+      keychain(p.secrets, logger),
       geminiKey(keychain, p.settings),
+      auth(p.dispatch, p.http, p.files, logger, authEndpoint),
       preferences(p.settings),
       asr(p.dispatch, p.http, p.files, p.random, logger, e),
       player(p.dispatch, p.audio, p.settings, logger),
+      behavioralProfile(p.dispatch, p.settings),
       cache(p.files, logger),
       stats(p.http, logger, cache, e),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
-          geminiKey, e, contextSources(player))) {}
+          geminiKey, e, contextSources(player, auth, behavioralProfile))) {}
+
+std::optional<std::string> CoreServices::authToken() const {
+  const auto user = auth.currentUser();
+  return user ? std::optional(user->idToken) : std::nullopt;
+}
 
 void CoreServices::warmUp() {
   platform.dispatch.globalQueue()->post([this] {

@@ -1,15 +1,18 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "diagnostics/logger.h"
 #include "dictation/audio_player_service.h"
 #include "dictation/transcription_service.h"
 #include "identity/device_id_manager.h"
+#include "identity/firebase_auth_service.h"
 #include "identity/gemini_key_manager.h"
 #include "identity/keychain_helper.h"
 #include "identity/machine_identity.h"
+#include "liveassist/behavioral_profile_manager.h"
 #include "notes/local_cache.h"
 #include "notes/stats_service.h"
 #include "platform/platform.h"
@@ -22,7 +25,11 @@ namespace kestrin {
 /// The services that need no desktop: what a dictation from a recording is made of. The terminal's
 /// programs make only these; the application makes the rest on top of them.
 struct CoreServices {
-  CoreServices(Platform& platform, const Endpoints& endpoints);
+  CoreServices(Platform& platform, const Endpoints& endpoints,
+               const AuthEndpoint& authEndpoint = AuthEndpoint::fromEnvironment());
+
+  /// Token of the signed-in user, if any.
+  std::optional<std::string> authToken() const;
 
   /// Reads what is otherwise read at the first request, on a background queue: the secret and the
   /// identity can keep a caller waiting.
@@ -35,9 +42,11 @@ struct CoreServices {
   MachineIdentity machineIdentity;
   KeychainHelper keychain;
   GeminiKeyManager geminiKey;
+  FirebaseAuthService auth;
   UserPreferences preferences;
   LocalASRService asr;
   AudioPlayerService player;
+  BehavioralProfileManager behavioralProfile;
   LocalCache cache;
   StatsService stats;
   std::shared_ptr<TranscriptionService> transcription;

@@ -6,11 +6,25 @@
 
 #include "app/status_line.h"
 #include "notes/history.h"
+#include "usermodel/preferences/main_window_effects.h"
 
 namespace kestrin {
 
+/// How the main window looks, as the settings want it. The window that draws it follows.
+struct WindowState {
+  Appearance appearance = Appearance::light;
+  int level = normalWindowLevel;
+  double alpha = 1;
+  bool sidebarVisible = true;
+  bool compactMode = false;
+  bool taskbarEntry = true;
+  int redisplays = 0;  ///< each one asks for all windows to be drawn anew
+
+  bool operator==(const WindowState&) const = default;
+};
+
 /// What the main window shows and where it is. A view draws it. Main queue only.
-class MainWindowController {
+class MainWindowController final : public MainWindowEffects {
  public:
   MainWindowController(History::Services services, std::string holdKeyName);
 
@@ -18,6 +32,18 @@ class MainWindowController {
   void updateDetectedMode(const std::string& mode);
   void resetDetectedMode();
   void navigateToTab(const std::string& tab);
+
+  void setAppearance(Appearance appearance) override {
+    setWindow(&WindowState::appearance, appearance);
+  }
+  void setWindowLevel(int level) override { setWindow(&WindowState::level, level); }
+  void setWindowAlpha(double alpha) override { setWindow(&WindowState::alpha, alpha); }
+  void setSidebarVisible(bool visible) override {
+    setWindow(&WindowState::sidebarVisible, visible);
+  }
+  void setCompactMode(bool compact) override { setWindow(&WindowState::compactMode, compact); }
+  void setTaskbarEntry(bool shown) override { setWindow(&WindowState::taskbarEntry, shown); }
+  void redisplay() override { setWindow(&WindowState::redisplays, window_.redisplays + 1); }
 
   // The history page; see History.
   void addHistoryEntry(const std::string& mode, const std::string& input, const std::string& output,
@@ -40,6 +66,7 @@ class MainWindowController {
   /// Empty when there is none.
   const std::string& detectedMode() const { return detectedMode_; }
   const std::string& currentTab() const { return currentTab_; }
+  const WindowState& window() const { return window_; }
 
   /// After every change; a view redraws.
   std::function<void()> onChange;
@@ -47,6 +74,12 @@ class MainWindowController {
   std::function<void(const StatusLine&)> onStatus;
 
  private:
+  template <class T>
+  void setWindow(T WindowState::*field, T value) {
+    if (window_.*field == value) return;
+    window_.*field = value;
+    changed();
+  }
   void changed() {
     if (onChange) onChange();
   }
@@ -55,6 +88,7 @@ class MainWindowController {
   StatusLine status_;
   std::string detectedMode_;
   std::string currentTab_ = "home";
+  WindowState window_;
   History history_;
 };
 

@@ -26,6 +26,7 @@ StartSequence::StartSequence(Parts parts)
       warmup_(dispatch_, parts_.platform.http, parts_.platform.settings, logger_,
               parts_.core.geminiKey, endpoints_),
       sharedSession_(parts_.platform.http.makeSession({.requestTimeout = prewarmTimeout})) {
+  warmup_.idToken = [&core = parts_.core] { return core.authToken(); };
   warmup_.onStatusChange = lifetime_.guard(
       [this](const ServiceStatus& status) { showServices(status, ServiceState::pending); });
 }

@@ -14,6 +14,7 @@ struct ApplicationStatus {
   bool recording = false;
   int active = 0;
   std::string statusLine;
+  std::string actionTier = "safe";
   ServiceStatus services;
 
   Json toJson() const {
@@ -21,6 +22,7 @@ struct ApplicationStatus {
                          {"recording", recording},
                          {"active", active},
                          {"status_line", statusLine},
+                         {"action_tier", actionTier},
                          {"services", Json::object({{"asr", services.asrReady},
                                                     {"llm", services.llmReady},
                                                     {"agent", services.agentReady},

@@ -3,6 +3,7 @@
 
 #include "cli/commands.h"
 #include "cli/man_page.h"
+#include "platform/text/text.h"
 
 namespace kestrin::cli {
 namespace {
@@ -39,7 +40,12 @@ void addControl(CLI::App& app, Chosen& chosen) {
       {"cancel", "Drops the recording; without one, stops every running request"},
       {"show", "Shows the running application"},
       {"quit", "Ends the running application"},
-      {"retry", "Sends the last undelivered recording or text again"}};
+      {"retry", "Sends the last undelivered recording or text again"},
+      {"elevate",
+       "Lets actions press keys and run scripts (each is shown first) until the running "
+       "application "
+       "ends; refused when pref_actionTier is safe"},
+      {"lower", "Takes that back"}};
   for (const auto& [name, description] : commands) {
     app.add_subcommand(name, description)->callback([&chosen, name = std::string(name)] {
       chosen = [name] { return control(name); };
@@ -61,22 +67,33 @@ void addSettings(CLI::App& app, Chosen& chosen) {
   auto* settings = app.add_subcommand("settings", "Reads and changes the settings");
   settings->require_subcommand(1);
 
-  auto* get = settings->add_subcommand("get", "Prints a setting; status 1 when it is not set");
+  auto* get = settings->add_subcommand(
+      "get", "Prints a setting or its default; status 1 when it has neither");
   get->add_option("KEY", *key, "Name of the setting")->required();
   get->callback([&chosen, key] { chosen = [key] { return settingsGet(*key); }; });
 
-  auto* set = settings->add_subcommand("set", "Changes a setting");
+  auto* set = settings->add_subcommand(
+      "set",
+      "Changes a setting, in the running application too.\nA preference (pref_...) must be a "
+      "known one and its value of the right kind and range, or nothing is changed (status 1); "
+      "so must the kind of the application's other settings. Any other name may hold anything.");
   set->add_option("KEY", *key, "Name of the setting")->required();
-  set->add_option("VALUE", *value, "true, false, a number or any JSON value; else a text")
+  set->add_option("VALUE", *value,
+                  "true or false, a number, one of the setting's choices, a text; JSON for records")
       ->required();
   set->callback(
       [&chosen, key, value] { chosen = [key, value] { return settingsSet(*key, *value); }; });
 
   auto* list = settings->add_subcommand("list", "Prints every setting that is set");
+  auto everything = std::make_shared<bool>(false);
+  list->add_flag("--all", *everything, "Those that are not set as well, with their defaults");
   list->add_flag("--json", *json, "One JSON object");
-  list->callback([&chosen, json] { chosen = [json] { return settingsList(*json); }; });
+  list->callback([&chosen, everything, json] {
+    chosen = [everything, json] { return settingsList(*everything, *json); };
+  });
 
-  auto* reset = settings->add_subcommand("reset", "Puts a setting back to its default, or all");
+  auto* reset =
+      settings->add_subcommand("reset", "Puts a setting back to its default, or all preferences");
   auto* resetKey = reset->add_option("KEY", *key, "Name of the setting");
   reset->callback([&chosen, key, resetKey] {
     const bool one = resetKey->count() > 0;
@@ -97,12 +114,37 @@ void addHistory(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, options] { chosen = [options] { return history(*options); }; });
 }
 
+void addSpeak(CLI::App& app, Chosen& chosen) {
+  auto words = std::make_shared<std::vector<std::string>>();
+  auto* command = app.add_subcommand(
+      "speak", "Says a text aloud, at the volume of spoken replies, and waits for its end");
+  command->add_option("TEXT", *words, "What to say; - reads standard input")->required();
+  command->callback(
+      [&chosen, words] { chosen = [words] { return speak(text::join(*words, " ")); }; });
+}
+
 void addDoctor(CLI::App& app, Chosen& chosen) {
   auto json = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
       "doctor", "Checks everything that dictation needs, one line each with the mend");
   command->add_flag("--json", *json, "One JSON object a line");
   command->callback([&chosen, json] { chosen = [json] { return doctor(*json); }; });
+}
+
+void addServices(CLI::App& app, Chosen& chosen) {
+  auto json = std::make_shared<bool>(false);
+  auto* services = app.add_subcommand("services", "The local services: companion or container");
+  services->require_subcommand(1);
+  services
+      ->add_subcommand(
+          "up", "Starts what the setting pref_serviceHost chooses, and waits until it answers")
+      ->callback([&chosen] { chosen = servicesUp; });
+  services->add_subcommand("down", "Ends exactly what \"up\" has started")->callback([&chosen] {
+    chosen = servicesDown;
+  });
+  auto* status = services->add_subcommand("status", "Asks each of the four services");
+  status->add_flag("--json", *json, "One JSON object");
+  status->callback([&chosen, json] { chosen = [json] { return servicesStatus(*json); }; });
 }
 
 void addSetup(CLI::App& app, Chosen& chosen) {
@@ -123,14 +165,17 @@ void describe(CLI::App& app, Chosen& chosen) {
   app.footer(
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
-      "are the base addresses of the services.");
+      "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
+      "e-mail account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
   addHistory(app, chosen);
   addSettings(app, chosen);
+  addSpeak(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);
+  addServices(app, chosen);
 }
 
 }  // namespace

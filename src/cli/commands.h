@@ -18,15 +18,20 @@ struct DictateOptions {
 };
 int dictate(const DictateOptions& options);
 
-/// "press", "release", "toggle", "cancel", "show", "quit" or "retry", to the running application.
+/// "press", "release", "toggle", "cancel", "show", "quit", "retry", "elevate" or "lower", to the
+/// running application.
 int control(const std::string& command);
 int status(bool json);
 
 int settingsGet(const std::string& key);
 int settingsSet(const std::string& key, const std::string& value);
-int settingsList(bool json);
-/// Without a key: all of them.
+/// `everything`: those that are not set as well, with their defaults.
+int settingsList(bool everything, bool json);
+/// Without a key: all preferences; what is known of the user stays.
 int settingsReset(const std::optional<std::string>& key);
+
+/// Says the text aloud and waits for its end.
+int speak(const std::string& text);
 
 int doctor(bool json);
 
@@ -35,6 +40,12 @@ struct HistoryOptions {
   bool json = false;
 };
 int history(const HistoryOptions& options);
+
+/// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
+int servicesUp();
+/// Ends exactly what `servicesUp` started.
+int servicesDown();
+int servicesStatus(bool json);
 
 /// First-run setup: the checklist, then name and language model. `acceptAsItStands` asks nothing.
 int setup(bool acceptAsItStands);

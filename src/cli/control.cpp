@@ -12,13 +12,15 @@ struct Named {
   const char* name;
   ControlCommand command;
 };
-constexpr std::array<Named, 7> commands{{{"press", ControlCommand::press},
+constexpr std::array<Named, 9> commands{{{"press", ControlCommand::press},
                                          {"release", ControlCommand::release},
                                          {"toggle", ControlCommand::toggle},
                                          {"cancel", ControlCommand::cancel},
                                          {"show", ControlCommand::show},
                                          {"quit", ControlCommand::quit},
-                                         {"retry", ControlCommand::retry}}};
+                                         {"retry", ControlCommand::retry},
+                                         {"elevate", ControlCommand::elevate},
+                                         {"lower", ControlCommand::lower}}};
 
 }  // namespace
 
@@ -54,6 +56,9 @@ int status(bool json) {
   std::cout << (status.boolAt("ready").value_or(false) ? "ready" : "starting");
   if (status.boolAt("recording").value_or(false)) std::cout << ", recording";
   std::cout << ", " << status.intAt("active").value_or(0) << " active\n";
+  if (status.stringAt("action_tier") == "elevated") {
+    std::cout << "actions may press keys and run scripts (kestrin lower)\n";
+  }
   if (const auto* services = status.objectAt("services")) {
     for (const auto& [name, up] : services->members()) {
       std::cout << name << ": " << (up.asBool().value_or(false) ? "up" : "down") << "\n";

@@ -12,6 +12,9 @@
 namespace kestrin::cli {
 namespace {
 
+/// The text is there already; the history's copy of it is worth a moment.
+constexpr std::chrono::seconds reportTimeout{2};
+
 /// What the dictation prints. Main queue only.
 class Printer {
  public:
@@ -101,7 +104,7 @@ int runDictation(LinuxPlatform& backends, const DictateOptions& options, Bytes p
   printer.status({"⏳ Processing... (1 stream)", StatusColor::blue});
   bool first = true;
   core.transcription->transcribePCMStreaming(
-      pcm, options.mode, context, std::nullopt,
+      pcm, options.mode, context, core.authToken(),
       [&, main](const std::string& text) {
         main->post([&, text] {
           if (std::exchange(first, false)) {
@@ -123,6 +126,7 @@ int runDictation(LinuxPlatform& backends, const DictateOptions& options, Bytes p
         });
       });
   const int status = backends.mainLoop().run();
+  core.transcription->waitForBackendReports(reportTimeout);
   backends.endJobs();
   return status;
 }

@@ -20,11 +20,11 @@ class EchoOff {
     if (!known_) return;
     termios quiet = before_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &quiet);
   }
   ~EchoOff() {
     if (!known_) return;
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
     std::cout << "\n";
   }
   EchoOff(const EchoOff&) = delete;
@@ -49,42 +49,46 @@ void askName(SettingsStore& settings) {
   if (!name.empty()) settings.set(UserPreferences::userNameKey, name);
 }
 
-void askGeminiKey(GeminiKeyManager& keys) {
-  const bool known = !keys.apiKey().empty();
+/// False when there is no key afterwards.
+bool askGeminiKey(CoreServices& core) {
+  const bool known = !core.geminiKey.apiKey().empty();
   std::cout << "Gemini API key" << (known ? " [keep the present one]" : "") << ": " << std::flush;
   std::string key;
   {
     const EchoOff quiet;
     std::getline(std::cin, key);
   }
-  if (!text::trim(key).empty()) keys.save(key);
+  if (text::trim(key).empty()) return known;
+  core.geminiKey.save(key);
+  if (!core.platform.secrets.persistent()) {
+    std::cout << "⚠️ No secret store answers: the key is forgotten when this program ends.\n";
+  }
+  return true;
 }
 
+/// Asks again until the answer can be taken; the end of the input changes nothing.
 void askLanguageModel(CoreServices& core) {
   auto& settings = core.platform.settings;
-  const std::string now = settings.boolean("pref_useLocalLLM") ? "local"
-                          : !core.geminiKey.apiKey().empty()   ? "gemini"
-                                                               : "none";
-  for (;;) {
+  const bool hasKey = !core.geminiKey.apiKey().empty();
+  const std::string remote = hasKey ? "gemini" : "none";
+  const std::string now = settings.boolean("pref_useLocalLLM") ? "local" : remote;
+  while (std::cin) {
     const auto choice = text::lower(ask("Language model (none, local, gemini)", now));
     if (choice == "gemini") {
-      askGeminiKey(core.geminiKey);
+      if (!askGeminiKey(core)) continue;
     } else if (choice == "none") {
       core.geminiKey.save("");
     } else if (choice != "local") {
       std::cout << "\"" << choice << "\" is none of them.\n";
-      if (!std::cin) return;
       continue;
     }
-    settings.set("pref_useLocalLLM", choice == "local");
-    return;
+    return settings.set("pref_useLocalLLM", choice == "local");
   }
 }
 
-SetupItems examine(LinuxPlatform& backends, CoreServices& core) {
-  SetupChecks checks(core, examinationOptions(backends.platform()));
+SetupItems examine(LinuxPlatform& backends, SetupChecks& checks) {
   SetupItems items;
-  core.platform.dispatch.globalQueue()->post([&] {
+  backends.platform().dispatch.globalQueue()->post([&] {
     items = checks.examine();
     backends.mainLoop().quit(0);
   });
@@ -106,12 +110,14 @@ int setup(bool acceptAsItStands) {
   const auto printLine = [](std::string_view line) { std::cerr << "kestrin: " << line << "\n"; };
   core.logger.setSink(printLine);
 
-  const auto items = examine(backends, core);
+  SetupChecks checks(core, examinationOptions(platform));
+  auto items = examine(backends, checks);
   for (const auto& item : items) std::cout << item.finding.line() << "\n";
   int status = done;
   if (!acceptAsItStands) {
     askName(platform.settings);
     askLanguageModel(core);
+    items = checks.examineRequired();  // the answers may have mended something
     const auto missing = text::join(missingNames(items), ", ");
     if (!missing.empty() &&
         text::lower(ask("Start without " + missing + "? (yes, no)", "no"))[0] != 'y') {

@@ -3,31 +3,60 @@
 #include <atomic>
 #include <deque>
 #include <mutex>
-#include <re2/re2.h>
 
+#include "diagnostics/log_intake.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
+namespace {
 
+/// So many lines may wait outside the list before somebody is sent to fetch them: enough that a
+/// burst pays for a job once in a thousand lines, few enough that memory stays bounded.
+constexpr int64_t mostWaiting = 1000;
+
+}  // namespace
+
+/// A caller only leaves its line in the intake. Whoever looks at the list fetches what waits there
+/// first, as a writer that excludes readers, so nobody can tell that the line was not in it yet.
 struct Logger::State {
   State(Dispatch& d, NotificationCenter& n)
       : dispatch(d),
         notifications(n),
         queue(d.makeQueue("com.kestrin.logger", QueueKind::concurrent)) {}
 
+  /// The mark of a `clear` among the lines is nothing.
+  using Arrival = std::optional<LogEntry>;
+
   Dispatch& dispatch;
   NotificationCenter& notifications;
   const QueueRef queue;
-  std::deque<LogEntry> entries;  ///< on `queue`
+  LogIntake<Arrival> intake;
+  std::atomic<int64_t> waiting{0};  ///< lines since the last fetch was sent for
+  std::deque<LogEntry> entries;     ///< on `queue`
   std::atomic<int64_t> pendingNotifications{0};
   std::atomic<bool> batchArmed{false};
   std::atomic<int64_t> lastLine{0};  ///< steady nanoseconds of the latest line
   std::mutex sinkMutex;
   std::function<void(std::string_view)> sink;
 
+  /// On `queue`, as a barrier.
+  void fetch();
   static void armBatch(const std::shared_ptr<State>& state, Duration delay);
   static void batchDue(const std::shared_ptr<State>& state);
 };
+
+void Logger::State::fetch() {
+  for (Arrival& arrival : intake.takeAll()) {
+    if (!arrival) {
+      entries.clear();
+      continue;
+    }
+    entries.push_back(std::move(*arrival));
+    if (entries.size() > maxEntries) {
+      entries.erase(entries.begin(), entries.begin() + cutEntries);
+    }
+  }
+}
 
 /// One notification 0.15 s after the last line of a burst. Instead of a timer that each line moves,
 /// the one that is under way looks at its end whether lines came meanwhile: a line costs no timer.
@@ -50,62 +79,6 @@ void Logger::State::batchDue(const std::shared_ptr<State>& state) {
     state->notifications.post("logEntriesBatchAdded", Json::object({{"count", count}}));
 }
 
-std::string_view logLevelText(LogLevel level) {
-  switch (level) {
-    case LogLevel::debug:
-      return "DEBUG";
-    case LogLevel::info:
-      return "INFO";
-    case LogLevel::warning:
-      return "WARN";
-    case LogLevel::error:
-      return "ERROR";
-  }
-  return "INFO";
-}
-
-std::string LogEntry::formatted() const {
-  return "[" + dates::format(timestamp, "HH:mm:ss.SSS") + "] [" + std::string(logLevelText(level)) +
-         "] [" + source + "] " + message;
-}
-
-ParsedLogLine parseLogMessage(std::string_view line, bool isStandardError) {
-  static const RE2 brackets(R"(\[([^\]]+)\])");
-  static const RE2 prefix(R"(^([^:]+):\s*(.+)$)");
-  static const RE2 sourceFile(R"(([^/]+\.swift):\d+)");
-
-  ParsedLogLine out;
-  const std::string lowered = text::lower(line);
-  if (text::containsAny(lowered, {"error", "❌", "failed", "exception"})) {
-    out.level = LogLevel::error;
-  } else if (text::containsAny(lowered, {"warning", "⚠️", "warn"})) {
-    out.level = LogLevel::warning;
-  } else if (text::containsAny(lowered, {"debug", "🔍"})) {
-    out.level = LogLevel::debug;
-  } else {
-    out.level = isStandardError ? LogLevel::error : LogLevel::info;
-  }
-
-  out.source = "System";
-  out.message = line;
-  const re2::StringPiece subject(line.data(), line.size());
-  re2::StringPiece match[2];
-  std::string first;
-  std::string rest;
-  if (brackets.Match(subject, 0, subject.size(), RE2::UNANCHORED, match, 2)) {
-    out.source = std::string(match[1]);
-    out.message = text::trim(
-        line.substr(static_cast<size_t>(match[0].data() - line.data()) + match[0].size()));
-  } else if (RE2::FullMatch(subject, prefix, &first, &rest)) {
-    out.source = text::trim(first);
-    out.message = text::trim(line.substr(first.size() + 1));
-  }
-  std::string file;
-  if (RE2::PartialMatch(out.message, sourceFile, &file)) out.source = file;
-  if (out.message.empty()) out.message = line;
-  return out;
-}
-
 Logger::Logger(Dispatch& dispatch, NotificationCenter& notifications)
     : state_(std::make_shared<State>(dispatch, notifications)) {}
 
@@ -115,17 +88,35 @@ Logger::~Logger() {
 }
 
 void Logger::log(std::string_view source, LogLevel level, std::string_view message) {
-  add({state_->dispatch.clock().wallNow(), level, std::string(source),
-       text::replaceInvalidUtf8(message)});
+  State& state = *state_;
+  Clock& clock = state.dispatch.clock();
+  state.intake.leave(LogEntry{clock.wallNow(), level, text::replaceInvalidUtf8(source),
+                              text::replaceInvalidUtf8(message)});
+  state.lastLine.store(clock.steadyNow().sinceStart.count(), std::memory_order_relaxed);
+  ++state.pendingNotifications;
+  if (!state.batchArmed.exchange(true)) State::armBatch(state_, batchInterval);
+  if (state.waiting.fetch_add(1, std::memory_order_relaxed) % mostWaiting == mostWaiting - 1) {
+    state.queue->barrier([shared = state_] { shared->fetch(); });
+  }
 }
 
-void Logger::print(std::string_view line) {
+void Logger::print(std::string_view text) {
+  for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+    printLine(text.substr(0, end));
+    text.remove_prefix(end + 1);
+    if (text.empty()) return;
+  }
+  printLine(text);
+}
+
+void Logger::printLine(std::string_view line) {
+  const std::string valid = text::replaceInvalidUtf8(line);
   {
     std::lock_guard lock(state_->sinkMutex);
-    if (state_->sink) state_->sink(line);
+    if (state_->sink) state_->sink(valid);
   }
-  if (text::trim(line).empty()) return;
-  ParsedLogLine parsed = parseLogMessage(line, false);
+  if (text::trim(valid).empty()) return;
+  const ParsedLogLine parsed = parseLogMessage(valid, false);
   log(parsed.source, parsed.level, parsed.message);
 }
 
@@ -134,39 +125,28 @@ void Logger::setSink(std::function<void(std::string_view line)> sink) {
   state_->sink = std::move(sink);
 }
 
-void Logger::add(LogEntry entry) {
-  const auto state = state_;
-  state->lastLine = state->dispatch.clock().steadyNow().sinceStart.count();
-  state->queue->barrier([state, entry = std::move(entry)]() mutable {
-    state->entries.push_back(std::move(entry));
-    if (state->entries.size() > maxEntries) {
-      state->entries.erase(state->entries.begin(), state->entries.begin() + cutEntries);
-    }
-    ++state->pendingNotifications;
-    if (!state->batchArmed.exchange(true)) State::armBatch(state, batchInterval);
-  });
-}
-
 std::vector<LogEntry> Logger::getEntries(const std::optional<std::string>& filter,
                                          std::optional<LogLevel> level) const {
   const std::string wanted = filter ? text::lower(*filter) : std::string();
+  const auto matches = [&wanted](const std::string& field) {
+    return text::contains(text::lower(field), wanted);
+  };
   std::vector<LogEntry> out;
+  if (!state_->intake.empty()) state_->queue->syncBarrier([this] { state_->fetch(); });
   state_->queue->sync([&] {
     for (const LogEntry& entry : state_->entries) {
       if (level && entry.level < *level) continue;
-      if (!wanted.empty() && !text::contains(text::lower(entry.message), wanted) &&
-          !text::contains(text::lower(entry.source), wanted)) {
-        continue;
-      }
-      out.push_back(entry);
+      if (wanted.empty() || matches(entry.message) || matches(entry.source)) out.push_back(entry);
     }
   });
   return out;
 }
 
 void Logger::clear() {
+  // In its place among the lines, so that one that follows it stays.
+  state_->intake.leave(std::nullopt);
   state_->queue->barrier([state = state_] {
-    state->entries.clear();
+    state->fetch();
     state->dispatch.mainQueue()->post([state] { state->notifications.post("logsCleared"); });
   });
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <re2/re2.h>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -16,10 +17,25 @@ constexpr int brightnessStep = 6;
 constexpr std::chrono::seconds scriptTimeout{60};
 /// A script that a notification cannot show whole cannot be approved either.
 constexpr size_t maxScriptCharacters = 400;
+constexpr size_t maxScriptLines = 10;
 
-/// Existing paths and other schemes would open whatever the desktop ties to them.
+bool isControlOrBlank(unsigned char c) { return c <= ' ' || c == 0x7f; }
+
+/// Existing paths and other schemes (file, javascript, an application's own) would open whatever
+/// the desktop ties to them. A letter may be begun, but without the file that some mail programs
+/// attach on a link's word.
 bool isOpenableAddress(const std::string& url) {
-  return isHttpUrl(url) || text::lower(url).starts_with("mailto:");
+  if (isHttpUrl(url)) return true;
+  const auto lower = text::lower(url);
+  return lower.starts_with("mailto:") && !text::contains(lower, "attach") &&
+         std::none_of(url.begin(), url.end(), isControlOrBlank);
+}
+
+/// What a reader would not see of a script, or in another order than it stands.
+bool hasHiddenCharacters(const std::string& script) {
+  static const RE2 hidden(
+      R"re([\x00-\x08\x0b-\x1f\x7f]|\p{Cf}|[\x{80}-\x{9f}\x{2028}\x{2029}]| {20})re");
+  return text::replaceInvalidUtf8(script) != script || RE2::PartialMatch(script, hidden);
 }
 
 }  // namespace
@@ -81,7 +97,10 @@ const std::vector<ActionExecutor::Effects::Row>& ActionExecutor::Effects::rows()
       {"open_folder", "path", [](E& e, const Json&, S path) { e.openFolder(path); }},
       {"open_url", "url",
        [](E& e, const Json&, S url) {
-         if (isOpenableAddress(url)) e.report("open_url", e.platform_.workspace.open(url));
+         e.report("open_url",
+                  isOpenableAddress(url)
+                      ? e.platform_.workspace.open(url)
+                      : fail("ActionExecutor", 4, "Only web and mail addresses are opened"));
        }},
       {"type_text", "text",
        [](E& e, const Json&, S text) {
@@ -209,8 +228,12 @@ void ActionExecutor::Effects::speakText(const std::string& text) {
 
 /// A script runs only after the user has read it and said so.
 void ActionExecutor::Effects::askToRunScript(const std::string& script) {
-  if (text::characterCount(script) > maxScriptCharacters) {
+  if (text::characterCount(script) > maxScriptCharacters ||
+      text::split(script, "\n").size() > maxScriptLines) {
     return report("run_script", fail("ActionExecutor", 3, "The script is too long to be shown"));
+  }
+  if (hasHiddenCharacters(script)) {
+    return report("run_script", fail("ActionExecutor", 5, "Part of the script cannot be seen"));
   }
   const auto shown = platform_.userNotifications.show(
       {.title = "Run this script?",

@@ -36,8 +36,8 @@ class ActionExecutor {
   /// True when an effect was started: a known type, with its parameters, allowed in this tier.
   bool execute(const Json& action);
 
-  /// Level of permission. The composition root takes it from the user's setting, never from a
-  /// model.
+  /// Level of permission. The user raises it by hand for one run of the application; neither a
+  /// stored setting nor a model does.
   SafetyTier currentTier = SafetyTier::safe;
 
  private:

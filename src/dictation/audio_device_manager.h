@@ -8,7 +8,9 @@
 
 namespace kestrin {
 
-/// Finds input devices by the name that people read.
+enum class DeviceScope { input, output };
+
+/// Finds sound devices by the name that people read. Blocks as `Audio` does.
 class AudioDeviceManager {
  public:
   explicit AudioDeviceManager(Audio& audio) : audio_(audio) {}
@@ -22,8 +24,11 @@ class AudioDeviceManager {
   }
 
   /// The first device of this name.
-  std::optional<std::string> findDeviceID(const std::string& named) {
-    for (const AudioDevice& device : audio_.inputDevices().value_or(std::vector<AudioDevice>{}))
+  std::optional<std::string> findDeviceID(const std::string& named,
+                                          DeviceScope scope = DeviceScope::input) {
+    const auto devices =
+        scope == DeviceScope::input ? audio_.inputDevices() : audio_.outputDevices();
+    for (const AudioDevice& device : devices.value_or(std::vector<AudioDevice>{}))
       if (device.name == named) return device.id;
     return std::nullopt;
   }

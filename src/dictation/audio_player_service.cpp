@@ -7,19 +7,23 @@ namespace kestrin {
 
 AudioPlayerService::AudioPlayerService(Dispatch& dispatch, Audio& audio,
                                        const SettingsStore& settings, Logger& logger)
-    : dispatch_(dispatch), audio_(audio), settings_(settings), logger_(logger) {
+    : dispatch_(dispatch),
+      audio_(audio),
+      settings_(settings),
+      logger_(logger),
+      opening_(dispatch.makeQueue("com.kestrin.player")) {
   applyPreferences();
 }
 
 void AudioPlayerService::play(Bytes data, std::function<void()> completion) {
   const bool stopped = stop();
   completionHandler_ = std::move(completion);
-  if (!stopped) return begin(data);
-  pendingStart_ =
-      dispatch_.after(dispatch_.mainQueue(), pauseAfterStop, [this, data = std::move(data)] {
-        const auto timer = std::move(pendingStart_);
-        begin(data);
-      });
+  if (!stopped) return begin(std::move(data));
+  pendingStart_ = dispatch_.after(dispatch_.mainQueue(), pauseAfterStop,
+                                  [this, data = std::move(data)]() mutable {
+                                    const auto timer = std::move(pendingStart_);
+                                    begin(std::move(data));
+                                  });
 }
 
 bool AudioPlayerService::stop() {
@@ -27,28 +31,54 @@ bool AudioPlayerService::stop() {
   ++playNumber_;
   pendingStart_.reset();
   player_.reset();
+  isOpening_ = false;
   completionHandler_ = nullptr;
   return played;
 }
 
-void AudioPlayerService::begin(const Bytes& data) {
-  auto ended = lifetime_.guard([this](uint64_t number) { finished(number); });
-  auto player = audio_.play(data, preferredVolume_,
-                            [main = dispatch_.mainQueue(), ended, number = playNumber_](bool) {
-                              main->post([ended, number]() mutable { ended(number); });
-                            });
+void AudioPlayerService::begin(Bytes data) {
+  isOpening_ = true;
+  const auto main = dispatch_.mainQueue();
+  opening_->post([&audio = audio_, main, data = std::move(data), volume = preferredVolume_,
+                  number = playNumber_,
+                  began = lifetime_.guard([this](auto&&... all) { this->began(all...); }),
+                  ended = lifetime_.guard([this](uint64_t number) { finished(number); })] {
+    auto opened = audio.play(data, volume, [main, ended, number](bool) {
+      main->post([ended, number]() mutable { ended(number); });
+    });
+    Result<std::shared_ptr<AudioPlayback>> player = fail(Error{});
+    if (opened) {
+      player = std::move(*opened);
+    } else {
+      player = fail(opened.error());
+    }
+    main->post([began, number, player, bytes = data.size()]() mutable {
+      began(number, std::move(player), bytes);
+    });
+  });
+}
+
+void AudioPlayerService::began(uint64_t number, Result<std::shared_ptr<AudioPlayback>> player,
+                               size_t bytes) {
+  // Stopped or replaced while it was being opened: it goes with its handle.
+  if (number != playNumber_) return;
+  isOpening_ = false;
   if (!player) {
     logger_.log("AudioPlayerService", LogLevel::error,
                 "❌ Audio playback error: " + player.error().description);
     return complete();
   }
   player_ = std::move(*player);
-  logger_.print("🔊 Playing audio response (" + std::to_string(data.size()) + " bytes)");
+  player_->setVolume(preferredVolume_);
+  logger_.print("🔊 Playing audio response (" + std::to_string(bytes) + " bytes)");
 }
 
 void AudioPlayerService::finished(uint64_t number) {
   // The end of a sound that was replaced meanwhile concerns nobody.
   if (number != playNumber_) return;
+  // A very short sound may end before its opening is told.
+  ++playNumber_;
+  isOpening_ = false;
   player_.reset();
   complete();
 }
@@ -57,8 +87,12 @@ void AudioPlayerService::complete() {
   if (const auto completion = std::exchange(completionHandler_, nullptr)) completion();
 }
 
+float AudioPlayerService::preferredVolume(const SettingsStore& settings) {
+  return float(std::clamp(settings.number("pref_voiceVolume", 80), 0.0, 100.0) / 100);
+}
+
 void AudioPlayerService::applyPreferences() {
-  preferredVolume_ = float(std::clamp(settings_.number("pref_voiceVolume", 80), 0.0, 100.0) / 100);
+  preferredVolume_ = preferredVolume(settings_);
   if (player_) player_->setVolume(preferredVolume_);
 }
 

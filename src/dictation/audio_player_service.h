@@ -20,19 +20,22 @@ class AudioPlayerService {
                      Logger& logger);
 
   /// Stops what plays now (its completion is not called) and plays the WAV `data`; after a stop the
-  /// new sound begins a short pause later. `completion` is called at the end, or at once when it
+  /// new sound begins a short pause later. `completion` is called at the end, or when it
   /// cannot play.
   void play(Bytes data, std::function<void()> completion = {});
   /// Stops and drops the player without calling its completion; false when nothing played. The
   /// caller leaves `pauseAfterStop` before it records.
   bool stop();
-  bool isPlaying() const { return player_ != nullptr || pendingStart_ != nullptr; }
+  bool isPlaying() const { return player_ || pendingStart_ || isOpening_; }
   /// Takes the volume from "pref_voiceVolume", for the sound that plays now too.
   void applyPreferences();
   float preferredVolume() const { return preferredVolume_; }
+  /// What "pref_voiceVolume" says, 0 to 1.
+  static float preferredVolume(const SettingsStore& settings);
 
  private:
-  void begin(const Bytes& data);
+  void begin(Bytes data);
+  void began(uint64_t number, Result<std::shared_ptr<AudioPlayback>> player, size_t bytes);
   void finished(uint64_t number);
   void complete();
 
@@ -40,7 +43,9 @@ class AudioPlayerService {
   Audio& audio_;
   const SettingsStore& settings_;
   Logger& logger_;
-  std::unique_ptr<AudioPlayback> player_;
+  const QueueRef opening_;  ///< opening can keep a caller waiting
+  std::shared_ptr<AudioPlayback> player_;
+  bool isOpening_ = false;
   TimerHandle pendingStart_;
   std::function<void()> completionHandler_;
   float preferredVolume_ = 0.8F;

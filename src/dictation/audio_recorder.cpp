@@ -46,6 +46,25 @@ std::string chosenDevice(Audio& audio, const SettingsStore& settings, Logger& lo
   return {};
 }
 
+/// The chosen device, once its format is known and usable.
+Result<std::string> usableDevice(RecorderEngine& engine, Audio& audio,
+                                 const SettingsStore& settings, Logger& logger) {
+  engine.close();
+  std::string device = chosenDevice(audio, settings, logger);
+  AudioFormat format = audio.inputFormat(device);
+  if (!isUsable(format)) {
+    logger.print("⚠️ Invalid format on existing engine, creating fresh engine...");
+    format = audio.inputFormat(device);
+  }
+  engine.setInputFormat(format);
+  if (isUsable(format)) return device;
+  logger.print("⚠️ Invalid audio format even on fresh engine");
+  // Without a server the microphone is not to blame.
+  if (auto server = audio.available(); !server) return fail(server.error());
+  return fail("AudioRecorder", 1,
+              "Invalid audio format - microphone may be in use. Please try again.");
+}
+
 /// Runs on whichever queue the reset is wanted.
 void resetAndTell(RecorderEngine& engine, Logger& logger, std::optional<uint64_t> onlyIfStarts) {
   if (onlyIfStarts && *onlyIfStarts != engine.starts()) return;
@@ -116,41 +135,49 @@ RecorderEngine::Callbacks AudioRecorder::callbacks() {
           }};
 }
 
-Status AudioRecorder::startRecording(std::function<void(float)> onLevel) {
-  if (isRecording()) {
+struct AudioRecorder::Opening {
+  SteadyTime began;
+  Status outcome;
+  std::function<void(const Status&)> completion;
+};
+
+void AudioRecorder::startRecording(std::function<void(float)> onLevel,
+                                   std::function<void(const Status&)> completion) {
+  // A start that is still under way was given up by its caller: this one takes over.
+  if (isRecording() && pendingStarts_ == 0) {
     logger_.print("⚠️ startRecording called while already recording – ignoring");
-    return {};
+    return;
   }
+  ++pendingStarts_;
   const SteadyTime pressed = dispatch_.clock().steadyNow();
   onLevel_ = std::move(onLevel);
-  if (engine_->takeOverPreRoll(pressed)) {
-    recordingStartTime_ = dispatch_.clock().steadyNow();
-  } else {
-    engine_->close();
-    const std::string device = chosenDevice(audio_, settings_, logger_);
-    AudioFormat format = audio_.inputFormat(device);
-    if (!isUsable(format)) {
-      logger_.print("⚠️ Invalid format on existing engine, creating fresh engine...");
-      format = audio_.inputFormat(device);
-    }
-    engine_->setInputFormat(format);
-    if (!isUsable(format)) {
-      logger_.print("⚠️ Invalid audio format even on fresh engine");
-      // Without a server the microphone is not to blame.
-      if (auto server = audio_.available(); !server) return server;
-      return fail("AudioRecorder", 1,
-                  "Invalid audio format - microphone may be in use. Please try again.");
-    }
-    recordingStartTime_ = dispatch_.clock().steadyNow();
-    if (auto opened = engine_->openRecording(audio_, device, pressed, callbacks()); !opened)
-      return opened;
+  std::function<void(const Opening&)> opened =
+      lifetime_.guard([this](const Opening& opening) { recordingOpened(opening); });
+  if (engine_->takeOverPreRoll(pressed)) return opened({pressed, {}, std::move(completion)});
+  engineQueue_->post([opened, completion = std::move(completion), pressed, engine = engine_,
+                      callbacks = callbacks(), main = dispatch_.mainQueue(), &dispatch = dispatch_,
+                      &audio = audio_, &settings = settings_, &logger = logger_] {
+    Opening opening{{}, {}, completion};
+    const auto device = usableDevice(*engine, audio, settings, logger);
+    opening.began = dispatch.clock().steadyNow();
+    opening.outcome = device ? engine->openRecording(audio, *device, pressed, callbacks)
+                             : Status(fail(device.error()));
+    main->post([opened, opening] { opened(opening); });
+  });
+}
+
+void AudioRecorder::recordingOpened(const Opening& opening) {
+  --pendingStarts_;
+  if (opening.outcome) {
+    recordingStartTime_ = opening.began;
+    const AudioFormat format = engine_->inputFormat();
+    logger_.print(std::string("🎙️ Recording started (PCM-only mode: ") +
+                  (pcmOnlyMode ? "true" : "false") + ")");
+    logger_.print("🎙️ Input format: " + std::to_string(format.sampleRate) + " Hz, " +
+                  std::to_string(format.channels) +
+                  (format.channels > 1 ? " channels" : " channel"));
   }
-  const AudioFormat format = engine_->inputFormat();
-  logger_.print(std::string("🎙️ Recording started (PCM-only mode: ") +
-                (pcmOnlyMode ? "true" : "false") + ")");
-  logger_.print("🎙️ Input format: " + std::to_string(format.sampleRate) + " Hz, " +
-                std::to_string(format.channels) + (format.channels > 1 ? " channels" : " channel"));
-  return {};
+  if (opening.completion) opening.completion(opening.outcome);
 }
 
 Bytes AudioRecorder::endRecording() {

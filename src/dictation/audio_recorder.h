@@ -40,9 +40,12 @@ class AudioRecorder {
 
   /// Looks at the microphone in the background, so that the first press finds it ready.
   void prepareEngine();
-  /// `onLevel` gets 0 to 1 on the main queue. Ignored while a recording runs. Errors:
+  /// `onLevel` gets 0 to 1 on the main queue. `completion` comes on the main queue once the
+  /// microphone is open: a sound server that hangs must not hold up the caller. A recording that is
+  /// not wanted any more by then is stopped like any other. Ignored while a recording runs. Errors:
   /// "AudioRecorder" when there is no usable microphone, else the sound server's own.
-  Status startRecording(std::function<void(float)> onLevel = {});
+  void startRecording(std::function<void(float)> onLevel,
+                      std::function<void(const Status&)> completion);
   /// Empty when nothing was recorded.
   Recording stopRecordingWithPCM();
   /// The file alone, outside PCM-only mode.
@@ -76,7 +79,11 @@ class AudioRecorder {
   std::function<void()> onPreRollChanged;
 
  private:
+  /// How far a start has come.
+  struct Opening;
+
   RecorderEngine::Callbacks callbacks();
+  void recordingOpened(const Opening& opening);
   void formatFound(const AudioFormat& format);
   void captureStopped(uint64_t generation, AudioStop why);
   Bytes endRecording();
@@ -95,6 +102,7 @@ class AudioRecorder {
   std::function<void(float)> onLevel_;
   std::optional<std::string> tempFileURL_;
   std::optional<SteadyTime> recordingStartTime_;
+  int pendingStarts_ = 0;
   int consecutiveFailures_ = 0;
   int audioDurationMs_ = 0;
   bool preRollActive_ = false;

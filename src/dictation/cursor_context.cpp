@@ -315,6 +315,12 @@ void CursorContext::restoreChromeTabIfNeeded() {
                     : "⚠️ Chrome tab restore AppleScript error: " + found.error().description);
 }
 
+bool CursorContext::hasFocus() const {
+  if (!focusedElement_) return false;
+  const auto now = ports_.accessibility.focusedElement(processId);
+  return now && *now == *focusedElement_;
+}
+
 void CursorContext::clickAtCapturedCaretPoint() {
   if (!capturedMouseLocation_) return;
   SyntheticInput& input = ports_.input;

@@ -95,6 +95,8 @@ class CursorContext {
   /// afterwards.
   bool raiseWindowOnly();
   void restoreChromeTabIfNeeded();
+  /// The captured element has the keyboard focus now.
+  bool hasFocus() const;
   void clickAtCapturedCaretPoint();
 
  private:

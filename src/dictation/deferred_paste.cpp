@@ -36,8 +36,10 @@ PasteResult DeferredPaste::performDeferredPaste(const std::string& text, CursorC
   const bool isInFront = context.raiseWindowOnly();
   pause(80, "the raised window");
   const std::string hindrance = obstacle(context, isInFront);
-  // A terminal takes its input wherever it is clicked, so it need not be clicked at all.
-  if (hindrance.empty() && context.isLikelyWebEditor() && !context.isTerminal()) {
+  // A terminal takes its input wherever it is clicked, so it need not be clicked at all. Nor what
+  // still has the focus: the pointer may rest on anything, a button that sends among it.
+  if (hindrance.empty() && context.isLikelyWebEditor() && !context.isTerminal() &&
+      !context.hasFocus()) {
     logger_.log(logSource, LogLevel::debug, "Clicking to focus web input");
     context.clickAtCapturedCaretPoint();
     pause(50, "the web input");

@@ -117,6 +117,8 @@ Bytes RecorderEngine::finishRecording() {
     const std::lock_guard lock(mutex_);
     capture = std::move(capture_);
     preRoll_ = false;
+    // One that is still being opened is not wanted any more.
+    if (!capture) nextGeneration();
   }
   // Still the present capture while it stops: the partial block belongs to the recording.
   if (capture) capture->stop();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "dictation/deferred_paste.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -24,7 +23,6 @@ constexpr Throttle webThrottle{milliseconds(120), 50};
 constexpr milliseconds tickInterval{25};
 constexpr seconds pieceTimeout{1};
 constexpr seconds pasteTimeout{10};
-constexpr seconds lateInsertTimeout{4};
 constexpr seconds cleanupInterval{1};
 constexpr int cleanupAttempts = 40;
 
@@ -34,11 +32,10 @@ StreamingRequestManager::StreamingRequestManager(InsertionPorts ports, Logger& l
                                                  UndeliveredStore& undelivered)
     : ports_(ports),
       logger_(logger),
-      undelivered_(undelivered),
       requestQueue_(ports.dispatch.makeQueue("streaming.request.manager")),
       typingQueue_(ports.dispatch.makeQueue("streaming.typing.queue")),
       deliveryQueue_(ports.dispatch.makeQueue("streaming.delivery.queue")),
-      paste_(std::make_unique<DeferredPaste>(ports, logger)) {}
+      delivery_(ports, logger, undelivered) {}
 
 StreamingRequestManager::~StreamingRequestManager() = default;
 
@@ -73,10 +70,8 @@ std::shared_ptr<StreamingRequest> StreamingRequestManager::createRequest(
   request->onStateChange = [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->notifyRequestsChanged();
   };
-  requestQueue_->sync([&] {
-    activeRequests_[request->id()] = request;
-    deliveries_[request->id()] = {};
-  });
+  delivery_.begin(request->id());
+  requestQueue_->sync([&] { activeRequests_[request->id()] = request; });
   logger_.log(
       logSource, LogLevel::info,
       "Created request " + request->id().substr(0, 8) + " for " + request->cursorContext->appName);
@@ -195,66 +190,11 @@ void StreamingRequestManager::activateAndType(const std::shared_ptr<StreamingReq
   setTyping(request->id());
   const auto done = ports_.dispatch.makeSemaphore(0, "a piece to be inserted");
   deliveryQueue_->post([weak = weak_from_this(), request, text = std::move(text), done] {
-    if (const auto self = weak.lock()) self->deliverPiece(*request, text);
+    if (const auto self = weak.lock()) self->delivery_.deliver(*request, text);
     done->signal();
   });
   done->wait(pieceTimeout);
   setTyping(std::nullopt);
-}
-
-void StreamingRequestManager::updateDelivery(const std::string& id,
-                                             const std::function<void(Delivery&)>& change) {
-  requestQueue_->sync([&] {
-    const auto at = deliveries_.find(id);
-    if (at != deliveries_.end()) change(at->second);
-  });
-}
-
-void StreamingRequestManager::deliverPiece(const StreamingRequest& request,
-                                           const std::string& text) {
-  CursorContext& context = *request.cursorContext;
-  if (request.isCancelled()) return;
-  const auto collect = [&](bool divertTheRest) {
-    updateDelivery(request.id(), [&](Delivery& delivery) {
-      delivery.deferredPasteBuffer += text;
-      delivery.diverted = delivery.diverted || divertTheRest;
-    });
-  };
-  bool diverted = context.isLikelyWebEditor() || context.isSecureField();
-  bool isUnknown = false;
-  updateDelivery(request.id(), [&](Delivery& delivery) {
-    diverted = diverted || delivery.diverted;
-    isUnknown = !delivery.unknownText.empty();
-  });
-  if (isUnknown && context.resolveUnknownInsert(Duration(0)) == InsertResult::inserted) {
-    isUnknown = false;
-    updateDelivery(request.id(), [](Delivery& delivery) {
-      delivery.unknownText.clear();
-      delivery.inserted = true;
-    });
-  }
-  if (diverted || isUnknown) {
-    collect(isUnknown);
-    return;
-  }
-  switch (const InsertResult result = context.insertText(text)) {
-    case InsertResult::inserted:
-    case InsertResult::unverified:
-      updateDelivery(request.id(), [&](Delivery& delivery) {
-        delivery.inserted = true;
-        delivery.unverified = delivery.unverified || result == InsertResult::unverified;
-      });
-      break;
-    case InsertResult::refused:
-      collect(false);
-      break;
-    case InsertResult::held:
-      collect(true);
-      break;
-    case InsertResult::unknown:
-      updateDelivery(request.id(), [&](Delivery& delivery) { delivery.unknownText = text; });
-      break;
-  }
 }
 
 void StreamingRequestManager::completeRequest(const std::string& id) {
@@ -282,7 +222,7 @@ void StreamingRequestManager::flushDeferredPaste(const std::shared_ptr<Streaming
   // On the delivery queue, behind pieces that are late.
   deliveryQueue_->post([weak = weak_from_this(), request, done] {
     if (const auto self = weak.lock()) {
-      const DeliveryReport report = self->finishDelivery(*request);
+      const DeliveryReport report = self->delivery_.finish(*request);
       self->ports_.dispatch.mainQueue()->post([weak, report] {
         const auto alive = weak.lock();
         if (alive && alive->onDelivery) alive->onDelivery(report);
@@ -291,77 +231,6 @@ void StreamingRequestManager::flushDeferredPaste(const std::shared_ptr<Streaming
     done->signal();
   });
   done->wait(pasteTimeout);
-}
-
-DeliveryReport StreamingRequestManager::finishDelivery(const StreamingRequest& request) {
-  CursorContext& context = *request.cursorContext;
-  DeliveryReport report{request.id(), DeliveryOutcome::nothing, {}, {}};
-  Delivery delivery;
-  updateDelivery(request.id(), [&](Delivery& mine) { delivery = std::exchange(mine, {}); });
-  if (request.isCancelled()) {
-    report.outcome = DeliveryOutcome::cancelled;
-    return report;
-  }
-  std::string& rest = delivery.deferredPasteBuffer;
-  if (!delivery.unknownText.empty()) {
-    switch (context.resolveUnknownInsert(lateInsertTimeout)) {
-      case InsertResult::inserted:
-        delivery.inserted = true;
-        break;
-      case InsertResult::refused:
-        rest.insert(0, delivery.unknownText);
-        break;
-      default:
-        return undeliverable(request, delivery.unknownText + rest,
-                             "it does not answer, and the text may still appear there");
-    }
-  }
-  if (rest.empty()) {
-    if (delivery.inserted) {
-      report.outcome =
-          delivery.unverified ? DeliveryOutcome::unverified : DeliveryOutcome::inserted;
-    }
-    if (delivery.unverified) {
-      report.message = "⚠️ Sent to " + context.appName + ", which cannot confirm it";
-    }
-    return report;
-  }
-  if (context.isSecureField()) {
-    return undeliverable(request, rest, "dictation does not type into password fields");
-  }
-  logger_.log(
-      logSource, LogLevel::info,
-      "Flushing " + std::to_string(text::characterCount(rest)) + " chars to " + context.appName);
-  const PasteResult paste = paste_->performDeferredPaste(rest, context);
-  switch (paste.outcome) {
-    case PasteResult::Outcome::confirmed:
-      report.outcome = DeliveryOutcome::pasted;
-      break;
-    case PasteResult::Outcome::unverified:
-      report.outcome = DeliveryOutcome::unverified;
-      report.text = rest;
-      report.message = "⚠️ Pasted into " + context.appName + ", which cannot confirm it";
-      break;
-    case PasteResult::Outcome::failed:
-      return undeliverable(request, rest, paste.reason);
-  }
-  return report;
-}
-
-DeliveryReport StreamingRequestManager::undeliverable(const StreamingRequest& request,
-                                                      const std::string& text,
-                                                      const std::string& reason) {
-  const std::string& app = request.cursorContext->appName;
-  undelivered_.keepText({request.id(), ports_.dispatch.clock().wallNow(), text, app, reason});
-  Pasteboard& pasteboard = ports_.pasteboard;
-  const bool onClipboard =
-      (pasteboard.isOwner() && pasteboard.string() == text) || pasteboard.setString(text);
-  DeliveryReport report{
-      request.id(), onClipboard ? DeliveryOutcome::clipboard : DeliveryOutcome::kept, text, {}};
-  report.message = "⚠️ Not delivered to " + app + ": " + reason +
-                   (onClipboard ? ". The text is on the clipboard" : ". The text is kept");
-  logger_.log(logSource, LogLevel::warning, report.message);
-  return report;
 }
 
 void StreamingRequestManager::attemptCleanupRequest(const std::string& id, int remainingAttempts) {
@@ -376,10 +245,8 @@ void StreamingRequestManager::attemptCleanupRequest(const std::string& id, int r
         }
         const auto request = self->getRequest(id);
         if (!typing && !(request && request->hasPendingChunks())) {
-          self->requestQueue_->sync([&] {
-            self->activeRequests_.erase(id);
-            self->deliveries_.erase(id);
-          });
+          self->requestQueue_->sync([&] { self->activeRequests_.erase(id); });
+          self->delivery_.forget(id);
           self->cleanupActivation(id);
           self->notifyRequestsChanged();
         } else if (remainingAttempts >= 1) {
@@ -397,7 +264,7 @@ void StreamingRequestManager::cancelRequest(const std::string& id) {
   const auto request = getRequest(id);
   if (!request) return;
   request->cancel();
-  updateDelivery(id, [](Delivery& delivery) { delivery.deferredPasteBuffer.clear(); });
+  delivery_.dropCollected(id);
   logger_.print("🛑 Cancelled streaming request " + id);
 }
 

@@ -9,31 +9,10 @@
 #include <vector>
 
 #include "dictation/cursor_context.h"
+#include "dictation/request_delivery.h"
 #include "dictation/streaming_request.h"
-#include "dictation/undelivered.h"
 
 namespace kestrin {
-
-enum class DeliveryOutcome {
-  nothing,     ///< the stream brought no text
-  inserted,    ///< all of it is in the document
-  pasted,      ///< read back after the paste
-  unverified,  ///< inserted or pasted, and nothing could be read back
-  clipboard,   ///< not in the target: on the clipboard, and kept as undelivered
-  kept,        ///< not in the target and not on the clipboard: kept as undelivered
-  cancelled,   ///< the user stopped it
-};
-
-struct DeliveryReport {
-  std::string requestId;
-  DeliveryOutcome outcome = DeliveryOutcome::nothing;
-  /// What did not arrive, or could not be confirmed; empty when all is well.
-  std::string text;
-  /// A line for the status when there is something to say ("⚠️ ..."), else empty.
-  std::string message;
-};
-
-class DeferredPaste;
 
 /// Turns arriving chunks into text in another application while the user may be working elsewhere:
 /// keeps the running requests, decides when a request's pending text is inserted, and how (in the
@@ -65,44 +44,25 @@ class StreamingRequestManager : public std::enable_shared_from_this<StreamingReq
   std::function<void(const DeliveryReport&)> onDelivery;
 
  private:
-  /// How the text of a request fared so far.
-  struct Delivery {
-    std::string deferredPasteBuffer;  ///< collected for the paste at the end
-    std::string unknownText;          ///< the insert of which nobody knows whether it happened
-    bool inserted = false;
-    bool unverified = false;
-    /// Set where a later piece must not overtake an earlier one: everything that follows is
-    /// collected.
-    bool diverted = false;
-  };
-
   void processPendingChunks();
   /// True when text stays pending.
   bool processChunksForRequest(const std::shared_ptr<StreamingRequest>& request, bool force);
   void activateAndType(const std::shared_ptr<StreamingRequest>& request, std::string text);
-  void deliverPiece(const StreamingRequest& request, const std::string& text);
   void flushDeferredPaste(const std::shared_ptr<StreamingRequest>& request);
-  DeliveryReport finishDelivery(const StreamingRequest& request);
-  DeliveryReport undeliverable(const StreamingRequest& request, const std::string& text,
-                               const std::string& reason);
   void attemptCleanupRequest(const std::string& id, int remainingAttempts);
   void cleanupActivation(const std::string& id);
   void notifyRequestsChanged();
   void armTick();
   std::vector<std::shared_ptr<StreamingRequest>> allRequests() const;
-  /// Runs `change` on the request's delivery, under the guard of the table.
-  void updateDelivery(const std::string& id, const std::function<void(Delivery&)>& change);
 
   InsertionPorts ports_;
   Logger& logger_;
-  UndeliveredStore& undelivered_;
   QueueRef requestQueue_;
   QueueRef typingQueue_;
   /// Accessibility writes and deferred pastes, in order: they can hold a thread for seconds.
   QueueRef deliveryQueue_;
-  std::unique_ptr<DeferredPaste> paste_;
+  RequestDelivery delivery_;
   std::map<std::string, std::shared_ptr<StreamingRequest>> activeRequests_;  ///< on `requestQueue_`
-  std::map<std::string, Delivery> deliveries_;                               ///< on `requestQueue_`
 
   mutable std::mutex scheduleMutex_;  ///< guards what follows
   std::map<std::string, SteadyTime> lastPasteTime_;

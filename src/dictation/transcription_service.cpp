@@ -3,6 +3,7 @@
 #include "dictation/agent_events.h"
 #include "dictation/sse_client.h"
 #include "platform/text/text.h"
+#include "services/local/agent_client.h"
 
 namespace kestrin {
 namespace {
@@ -52,11 +53,12 @@ TranscriptionService::TranscriptionService(Dispatch& dispatch, Http& http, Setti
       geminiKey_(geminiKey),
       endpoints_(endpoints),
       sources_(std::move(sources)),
-      backendSession_(http.makeSession({})) {}
+      backendSession_(http.makeSession({})),
+      backendReports_(dispatch, "reports to the backend") {}
 
 TranscriptionService::~TranscriptionService() = default;
 
-void TranscriptionService::transcribePCMStreaming(const Bytes& pcmData, const std::string& mode,
+void TranscriptionService::transcribePCMStreaming(Bytes pcmData, const std::string& mode,
                                                   const CapturedContext& context,
                                                   const std::optional<std::string>& authToken,
                                                   ChunkHandler onStreamChunk,
@@ -66,15 +68,10 @@ void TranscriptionService::transcribePCMStreaming(const Bytes& pcmData, const st
   stream->context = context;
   stream->onStreamChunk = std::move(onStreamChunk);
   stream->completion = std::move(completion);
-  auto start = [self = shared_from_this(), stream, pcmData, authToken] {
-    self->startStream(stream, pcmData, authToken);
-  };
   // The first reading of the secret store may take seconds.
-  if (dispatch_.mainQueue()->isCurrent()) {
-    dispatch_.globalQueue()->post(std::move(start));
-  } else {
-    start();
-  }
+  if (!dispatch_.mainQueue()->isCurrent()) return startStream(stream, pcmData, authToken);
+  dispatch_.globalQueue()->post([self = shared_from_this(), stream, pcmData = std::move(pcmData),
+                                 authToken] { self->startStream(stream, pcmData, authToken); });
 }
 
 void TranscriptionService::startStream(const std::shared_ptr<Stream>& stream, const Bytes& pcmData,
@@ -125,10 +122,13 @@ std::string TranscriptionService::timezone() const {
   return stored.empty() ? dates::systemTimeZone() : stored;
 }
 
+std::optional<User> TranscriptionService::signedInUser() const {
+  return sources_.signedInUser ? sources_.signedInUser() : std::nullopt;
+}
+
 /// The keys about the user that the agent and the backend's log share.
-void TranscriptionService::addUser(Json& body) const {
-  const auto email = sources_.signedInEmail ? sources_.signedInEmail() : std::nullopt;
-  if (email) body.set("user_email", *email);
+void TranscriptionService::addUser(Json& body, const std::optional<User>& user) const {
+  if (user) body.set("user_email", user->email);
   for (const auto& [key, setting] :
        {std::pair{"user_name", UserPreferences::userNameKey},
         std::pair{"user_location", UserPreferences::userLocationKey}}) {
@@ -140,8 +140,9 @@ void TranscriptionService::addUser(Json& body) const {
 Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
   const CapturedContext& context = stream.context;
   const std::string device = deviceId_.deviceId();
+  const auto user = signedInUser();
   Json body = Json::object({{"mode", stream.requestedMode},
-                            {"user_id", device},
+                            {"user_id", user ? user->localId : device},
                             {"device_id", device},
                             {"user_timezone", timezone()},
                             {"stream", true},
@@ -150,7 +151,7 @@ Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
     if (!value.empty()) body.set(key, value);
   };
   if (context.audioDurationMs >= 1) body.set("audio_duration_ms", context.audioDurationMs);
-  addUser(body);
+  addUser(body, user);
   setText("user_personality", settings_.string(UserPreferences::userPersonalityKey));
   auto style = sources_.archetypeStylePrompt ? sources_.archetypeStylePrompt() : std::nullopt;
   if (!style) {
@@ -165,11 +166,7 @@ Json TranscriptionService::buildStaticRequestBody(const Stream& stream) {
   const auto prompts = preferences_.customPrompts();
   if (!prompts.empty()) body.set("custom_prompts", Json::fromMap(prompts));
   body.set("custom_temperatures", Json::fromMap(preferences_.modeTemperatures()));
-  setText("gemini_api_key", geminiKey_.apiKey());
-  if (const auto url = settings_.get("pref_llmEndpoint"); url && url->stringPtr()) {
-    body.set("custom_llm_url", *url);
-  }
-  body.set("use_local_llm", settings_.boolean("pref_useLocalLLM"));
+  setModelFields(body, settings_, geminiKey_);
   if (!context.localFiles.empty()) body.set("local_files", localFiles(context));
   if (!context.workspaceFiles.empty()) {
     body.set("workspace_files", Json::arrayOf(context.workspaceFiles));
@@ -305,13 +302,16 @@ void TranscriptionService::postToBackend(const std::string& path, const Json& bo
   request.setHeader("X-Device-Id", deviceId_.deviceId());
   request.timeout = backendTimeout;
   request.body = body.dump();
-  backendSession_->data(std::move(request), [weak = weak_from_this(), source,
-                                             failureLabel](const Result<HttpResponse>& answer) {
-    const auto self = weak.lock();
-    if (!answer && self) {
-      self->logger_.log(source, LogLevel::warning, failureLabel + answer.error().description);
-    }
-  });
+  backendReports_.enter();
+  backendSession_->data(
+      std::move(request), [weak = weak_from_this(), source, failureLabel,
+                           reports = backendReports_](const Result<HttpResponse>& answer) mutable {
+        reports.leave();
+        const auto self = weak.lock();
+        if (!answer && self) {
+          self->logger_.log(source, LogLevel::warning, failureLabel + answer.error().description);
+        }
+      });
 }
 
 void TranscriptionService::updateVoiceProfileInBackground(const Stream& stream) {
@@ -339,7 +339,7 @@ void TranscriptionService::logTranscriptionToCloudBackend(const Stream& stream) 
   if (stream.context.audioDurationMs >= 1) {
     body.set("audio_duration_ms", stream.context.audioDurationMs);
   }
-  addUser(body);
+  addUser(body, signedInUser());
   body.set("user_timezone", timezone());
   if (!stream.context.localFiles.empty()) body.set("local_files", localFiles(stream.context));
   if (stream.asr.metadata) body.set("voice_metadata", stream.asr.metadata->toJson());

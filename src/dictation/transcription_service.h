@@ -11,6 +11,7 @@
 #include "dictation/captured_context.h"
 #include "identity/device_id_manager.h"
 #include "identity/gemini_key_manager.h"
+#include "identity/user.h"
 #include "platform/http.h"
 #include "platform/notification_center.h"
 #include "services/local/endpoints.h"
@@ -44,8 +45,7 @@ struct RequestContextSources {
   std::function<std::string()> voiceProfileSummary;
   /// The style text of the cached archetype, when there is one.
   std::function<std::optional<std::string>()> archetypeStylePrompt;
-  /// E-mail address of the signed-in user.
-  std::function<std::optional<std::string>()> signedInEmail;
+  std::function<std::optional<User>()> signedInUser;
   /// Both deliver once, on any thread: the new personality text; the new archetype's name.
   std::function<void(const std::string& userId, const std::string& voiceProfileSummary,
                      std::function<void(Result<std::string>)>)>
@@ -77,10 +77,14 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   /// `completion` (once) run on the thread that delivers the stream, never on the main queue.
   /// Errors: the recogniser's or the transport's, or "TranscriptionService" ("Invalid streaming
   /// URL").
-  void transcribePCMStreaming(const Bytes& pcmData, const std::string& mode,
+  void transcribePCMStreaming(Bytes pcmData, const std::string& mode,
                               const CapturedContext& context,
                               const std::optional<std::string>& authToken,
                               ChunkHandler onStreamChunk, Completion completion);
+
+  /// Waits for the reports to the backend that are under way; false when the time ran out. For
+  /// programs that end after one dictation.
+  bool waitForBackendReports(Duration timeout) { return backendReports_.wait(timeout); }
 
  private:
   struct Stream;
@@ -88,7 +92,8 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   void startStream(const std::shared_ptr<Stream>& stream, const Bytes& pcmData,
                    const std::optional<std::string>& authToken);
   Json buildStaticRequestBody(const Stream& stream);
-  void addUser(Json& body) const;
+  std::optional<User> signedInUser() const;
+  void addUser(Json& body, const std::optional<User>& user) const;
   void processTranscriptStreamingFast(const std::shared_ptr<Stream>& stream);
   AgentEventHandlers eventHandlers(const std::shared_ptr<Stream>& stream);
   void finishStream(const std::shared_ptr<Stream>& stream, const std::optional<Error>& error);
@@ -113,6 +118,7 @@ class TranscriptionService : public std::enable_shared_from_this<TranscriptionSe
   const Endpoints endpoints_;
   const RequestContextSources sources_;
   std::shared_ptr<HttpSession> backendSession_;
+  Group backendReports_;  ///< those under way
 
   std::mutex mutex_;  ///< guards what follows
   std::shared_ptr<SSEClient> sseClient_;

@@ -1,5 +1,6 @@
 #include "identity/device_id_manager.h"
 
+#include "identity/account_file.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -10,18 +11,8 @@ std::string DeviceIdManager::deviceId() {
   return deviceId_;
 }
 
-std::optional<std::string> DeviceIdManager::filePath() {
-  const std::string base = files_.dataFolder();
-  if (base.empty()) return std::nullopt;
-  files_.createFolders(base + "/" + appSupportDir);
-  const std::string legacy = base + "/" + legacyAppSupportDir + "/" + deviceIdFilename;
-  const std::string current = base + "/" + appSupportDir + "/" + deviceIdFilename;
-  if (files_.exists(legacy) && !files_.exists(current)) files_.copy(legacy, current);
-  return current;
-}
-
 std::string DeviceIdManager::find() {
-  const auto path = filePath();
+  const auto path = accountFilePath(files_, deviceIdFilename);
   if (path) {
     if (const auto content = files_.read(*path); content && text::isValidUtf8(*content)) {
       std::string id = text::trim(*content);

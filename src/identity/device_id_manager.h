@@ -1,9 +1,9 @@
 #pragma once
 
 #include <mutex>
-#include <optional>
 #include <string>
 
+#include "identity/account_file.h"
 #include "platform/files.h"
 #include "platform/settings.h"
 
@@ -16,8 +16,8 @@ class DeviceIdManager {
  public:
   static constexpr const char* deviceIdKey = "com.kestrin.nibo.device_id";
   static constexpr const char* deviceIdFilename = "device_id.txt";
-  static constexpr const char* appSupportDir = "com.kestrin.kestrin";
-  static constexpr const char* legacyAppSupportDir = "com.kestrin.nibo";
+  static constexpr const char* appSupportDir = accountFolder;
+  static constexpr const char* legacyAppSupportDir = legacyAccountFolder;
 
   DeviceIdManager(Files& files, SettingsStore& settings, Random& random)
       : files_(files), settings_(settings), random_(random) {}
@@ -26,8 +26,6 @@ class DeviceIdManager {
   std::string deviceId();
 
  private:
-  /// Where the file belongs; copies it from the older folder when only that one has it.
-  std::optional<std::string> filePath();
   std::string find();
 
   Files& files_;

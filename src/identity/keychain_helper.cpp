@@ -12,7 +12,12 @@ void KeychainHelper::saveLocked(const Bytes& data, const std::string& key) {
   cacheLoaded_.insert(key);
   store_.remove(service, key);
   store_.remove(legacyService, key);
-  store_.save(service, key, data);
+  const bool saved = store_.save(service, key, data).has_value();
+  if ((saved && store_.persistent()) || warned_) return;
+  warned_ = true;
+  logger_.print(
+      "⚠️ No secret store can be written: keys for services serve this run and are then "
+      "forgotten");
 }
 
 std::optional<Bytes> KeychainHelper::load(const std::string& key) {

@@ -8,7 +8,9 @@
 namespace kestrin {
 
 /// What a terminal, a script or a compositor's own key binding can ask of the running application.
-enum class ControlCommand { press, release, toggle, cancel, show, quit, retry };
+/// `elevate` and `lower`: whether actions may press keys and run scripts, until the application
+/// ends.
+enum class ControlCommand { press, release, toggle, cancel, show, quit, retry, elevate, lower };
 
 enum ControlError {
   controlNoBus = 1,           ///< no session bus
@@ -20,8 +22,8 @@ enum ControlError {
 
 /// The running application's place on the session bus: name "com.kestrin.Kestrin", object
 /// "/com/kestrin/Kestrin", interface "com.kestrin.Control" with the methods Press, Release, Toggle,
-/// Cancel, Show, Quit, Retry, and Status, which returns a JSON object as text. Errors: domain
-/// "ControlBus", codes `ControlError`.
+/// Cancel, Show, Quit, Retry, Elevate, Lower, and Status, which returns a JSON object as text.
+/// Errors: domain "ControlBus", codes `ControlError`.
 class ControlBus {
  public:
   virtual ~ControlBus() = default;

@@ -7,8 +7,10 @@
 #include "platform/files.h"
 #include "platform/http.h"
 #include "platform/key_monitor.h"
+#include "platform/login_item.h"
 #include "platform/notification_center.h"
 #include "platform/pasteboard.h"
+#include "platform/place.h"
 #include "platform/processes.h"
 #include "platform/secret_store.h"
 #include "platform/settings.h"
@@ -41,6 +43,8 @@ struct Platform {
   UserNotifications& userNotifications;
   SystemControls& controls;
   SystemSpeech& speech;
+  LoginItem& loginItem;
+  PlaceService& place;
 };
 
 }  // namespace kestrin

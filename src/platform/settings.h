@@ -8,6 +8,7 @@
 
 #include "platform/json/json.h"
 #include "platform/lifetime.h"
+#include "platform/result.h"
 
 namespace kestrin {
 
@@ -19,10 +20,14 @@ class SettingsStore {
   virtual ~SettingsStore() = default;
 
   virtual std::optional<Json> get(std::string_view key) const = 0;
-  /// Stored at once (atomic replace); a failure to write keeps the value for this run and is
+  /// Visible at once to this process, on disk moments later (atomic replace, not on the caller's
+  /// thread) and before the store is gone; a failure to write keeps the value for this run and is
   /// logged.
   virtual void set(std::string_view key, Json value) = 0;
   virtual void remove(std::string_view key) = 0;
+  /// Waits until all that was changed so far is on disk. Never on the main queue. Error: it could
+  /// not be written; the values hold for this run and are tried again with the next change.
+  virtual Status flush() = 0;
   /// Sorted by key.
   virtual std::vector<std::string> keys() const = 0;
   /// Called on the thread of the change with the key, after every change that altered a value.

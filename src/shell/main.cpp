@@ -7,6 +7,7 @@
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/overlay_widget.h"
+#include "shell/process_log.h"
 #include "shell/termination_signals.h"
 #include "shell/tray_item.h"
 
@@ -17,10 +18,10 @@ void printLine(std::string_view line) { std::cerr << line << std::endl; }
 
 /// The toolkit ends the process when it finds no display; the key binding, the session bus and the
 /// services work without one.
-void chooseToolkitPlatform(Platform& platform) {
+void chooseToolkitPlatform(Platform& platform, Logger& logger) {
   if (std::getenv("QT_QPA_PLATFORM") != nullptr) return;
   if (!platform.workspace.screenSize()) {
-    printLine("⚠️ No display: running without overlay and tray");
+    logger.print("⚠️ No display: running without overlay and tray");
     setenv("QT_QPA_PLATFORM", "offscreen", 1);
   } else if (displaySession() == DisplaySession::wayland) {
     // Only there can a window stay above all others at a place of its own.
@@ -43,7 +44,6 @@ int runDesktop(int argc, char** argv) {
 
   LinuxControlBus bus;
   Application application(platform, {.companionProgram = siblingProgram("kestrin-companion")});
-  application.core().logger.setSink(printLine);
   const auto serving =
       bus.serve({.onCommand =
                      [main, &application](ControlCommand command) {
@@ -56,9 +56,12 @@ int runDesktop(int argc, char** argv) {
     backends.endJobs();
     return shown ? 0 : 1;
   }
-  if (!serving) printLine("⚠️ Session bus: " + serving.error().description);
 
-  chooseToolkitPlatform(platform);
+  ProcessLog log(platform, application.core().logger, printLine);
+  if (!serving) {
+    application.core().logger.print("⚠️ Session bus: " + serving.error().description);
+  }
+  chooseToolkitPlatform(platform, application.core().logger);
   QApplication toolkit(argc, argv);
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName("com.kestrin.Kestrin");
@@ -85,6 +88,7 @@ int runDesktop(int argc, char** argv) {
     application.stop();
   }
   bus.stop();
+  log.stop();
   backends.endJobs();
   return code;
 }
@@ -92,4 +96,7 @@ int runDesktop(int argc, char** argv) {
 }  // namespace
 }  // namespace kestrin
 
-int main(int argc, char** argv) { return kestrin::runDesktop(argc, argv); }
+int main(int argc, char** argv) {
+  kestrin::openClosedStreams();
+  return kestrin::runDesktop(argc, argv);
+}

@@ -9,6 +9,7 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
     : application_(application),
       statusAction_(menu_.addAction(QString())),
       sendAgainAction_(nullptr),
+      elevateAction_(nullptr),
       setupAction_(nullptr),
       startAnywayAction_(nullptr),
       icon_(drawIcon(false, false)) {
@@ -18,6 +19,11 @@ TrayItem::TrayItem(Application& application, std::function<void()> quit)
   menu_.addSeparator();
   sendAgainAction_ =
       menu_.addAction("Send again", [&application] { application.obey(ControlCommand::retry); });
+  elevateAction_ = menu_.addAction("Allow key presses and scripts", [&application] {
+    const bool elevated = application.actionTier() == SafetyTier::elevated;
+    application.obey(elevated ? ControlCommand::lower : ControlCommand::elevate);
+  });
+  elevateAction_->setCheckable(true);
   menu_.addAction("Show Window", [&application] { application.applicationShouldHandleReopen(); });
   setupAction_ =
       menu_.addAction("Setup && Permissions...", [&application] { application.tellSetup(); });
@@ -33,6 +39,8 @@ void TrayItem::refresh() {
   const auto status = QString::fromStdString(application_.mainWindow().status().text);
   statusAction_->setText(status);
   sendAgainAction_->setEnabled(application_.hasUndelivered());
+  const bool elevated = application_.actionTier() == SafetyTier::elevated;
+  elevateAction_->setChecked(elevated);
   startAnywayAction_->setVisible(application_.setup().isShown());
   const bool recording = application_.delegate().statusIcon() == AppDelegate::StatusIcon::recording;
   const bool preRoll = application_.isPreRollActive();
@@ -43,7 +51,8 @@ void TrayItem::refresh() {
   }
   icon_.setToolTip(recording
                        ? "Recording"
-                       : "Kestrin\n" + status + (preRoll ? "\nThe microphone stays open" : ""));
+                       : "Kestrin\n" + status + (preRoll ? "\nThe microphone stays open" : "") +
+                             (elevated ? "\nActions may press keys and run scripts" : ""));
 }
 
 /// A microphone; in a red disc while recording, with an orange dot while the microphone stays open

@@ -24,6 +24,7 @@ class TrayItem {
   QMenu menu_;
   QAction* statusAction_;
   QAction* sendAgainAction_;
+  QAction* elevateAction_;
   QAction* setupAction_;
   QAction* startAnywayAction_;
   QSystemTrayIcon icon_;

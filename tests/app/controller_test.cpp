@@ -118,6 +118,33 @@ TEST(Controller, ARecorderThatFailsAfterAReplyIsTriedOnceMore) {
   }
 }
 
+TEST(Controller, ASoundServerThatTakesItsTimeHoldsNothingUp) {
+  Desk desk;
+  auto& app = desk.startReady();
+  desk.audio.setOpeningTime(2s);
+  desk.press(1s);
+  EXPECT_TRUE(app.delegate().isStartingRecording());
+  const auto before = desk.simulation->clock().steadyNow();
+  desk.onMain([] {});
+  EXPECT_EQ(desk.simulation->clock().steadyNow(), before) << "the main queue did not wait";
+  desk.desktop.releaseHoldKey();
+  desk.simulation->runFor(3s);
+  EXPECT_TRUE(desk.printedLine("⚠️ Fn released before recording could start – aborting"));
+  EXPECT_FALSE(app.delegate().isRecording());
+  EXPECT_EQ(desk.audio.openCaptures(), 0) << "nothing listens without a key held";
+
+  // A press while the microphone of the one before is still being opened.
+  desk.press(500ms);
+  desk.desktop.releaseHoldKey();
+  desk.simulation->runFor(100ms);
+  desk.press(6s);
+  EXPECT_TRUE(app.delegate().isRecording());
+  desk.desktop.releaseHoldKey();
+  desk.simulation->runFor(8s);
+  EXPECT_EQ(desk.text(), "abcHello there");
+  EXPECT_EQ(desk.audio.openCaptures(), 0);
+}
+
 TEST(Controller, AMicrophoneThatCannotBeOpenedIsToldAndTheNextPressWorks) {
   Desk desk;
   auto& app = desk.startReady();

@@ -27,7 +27,7 @@ struct Desk : SimulatedWorld {
     agentAnswers("Hello there");
   }
   ~Desk() {
-    if (application) application->stop();
+    if (application) onMain([this] { application->stop(); });
     simulation->runFor(120s);
   }
 

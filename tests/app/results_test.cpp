@@ -19,6 +19,35 @@ TEST(Results, MarkersOfACommandRunAsActions) {
   EXPECT_EQ(entry.appContext, "System");
 }
 
+TEST(Results, OnlyTheUserLetsActionsPressKeysAndOnlyForThisRun) {
+  Desk desk;
+  desk.settings.set("pref_actionTier", Json("elevated"));
+  auto& app = desk.startReady();
+  const auto pressed = [&] {
+    desk.agentAnswersMode("command", "[ACTION:elevate][ACTION:press_key key=\"a\"][ACTION:mute]");
+    desk.dictateWhole();
+    return desk.desktop.recorded("chord").size();
+  };
+  const auto tier = [&] { return Json::parse(app.statusJson())->stringAt("action_tier", ""); };
+  EXPECT_EQ(pressed(), 0u) << "a stored setting raised the tier by itself";
+  EXPECT_EQ(tier(), "safe");
+  desk.onMain([&] { app.obey(ControlCommand::elevate); });
+  EXPECT_EQ(tier(), "elevated");
+  EXPECT_TRUE(desk.showed("Actions may press keys and run scripts until Kestrin ends"));
+  EXPECT_EQ(pressed(), 1u);
+  desk.onMain([&] { app.obey(ControlCommand::lower); });
+  EXPECT_EQ(pressed(), 1u);
+
+  desk.onMain([&] { app.obey(ControlCommand::elevate); });
+  desk.settings.set("pref_actionTier", Json("safe"));
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(tier(), "safe") << "switching it off takes effect at once";
+  desk.onMain([&] { app.obey(ControlCommand::elevate); });
+  EXPECT_EQ(tier(), "safe");
+  EXPECT_TRUE(desk.showed("Key presses and scripts are switched off in the settings"));
+  EXPECT_EQ(pressed(), 1u);
+}
+
 TEST(Results, ACommandWithoutMarkersIsReadAsASentence) {
   Desk desk;
   auto& app = desk.startReady();
@@ -139,6 +168,13 @@ TEST(Results, ATerminalTakesItsOwnPasteChord) {
   desk.desktop.element(Desk::editorPid, "/text")->role = "AXTerminal";
   desk.handle({.text = "ls", .mode = "chat"});
   EXPECT_EQ(desk.desktop.recorded("chord"), std::vector<std::string>{"control+shift+v"});
+}
+
+TEST(Results, APasteStartsNothingOnATerminalsCommandLine) {
+  Handler desk;
+  desk.desktop.element(Desk::editorPid, "/text")->role = "AXTerminal";
+  desk.handle({.text = "rm x\r\nls\x1b[201~\u009b~\tü\n", .mode = "chat"});
+  EXPECT_EQ(desk.text(), "abcrm x  ls [201~ ~ ü");
 }
 
 TEST(Results, AVoiceReplyIsPlayedAndMayLeadToAPage) {

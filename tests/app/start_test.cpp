@@ -5,7 +5,7 @@ namespace {
 
 /// A desk whose services the companion runs.
 struct CompanionDesk : Desk {
-  CompanionDesk() {
+  explicit CompanionDesk(uint64_t seed = 1) : Desk(seed) {
     settings.set("pref_serviceHost", "companion");
     processes.on("kestrin-companion", [this](const ProcessSpec&) {
       return ScriptedProgram{.exitCode = 1, .endless = companionLives};
@@ -39,8 +39,10 @@ TEST(Start, TellsEachStepAndOpensWhenAllAnswer) {
 }
 
 TEST(Start, RetriesAfterGrowingPausesAndOpensAllTheSame) {
-  for (const char* missing : {"127.0.0.1:8001/", "127.0.0.1:8765/health"}) {
+  for (const char* missing :
+       {"127.0.0.1:8001/", "127.0.0.1:8765/health", "127.0.0.1:8082/health"}) {
     Desk desk;
+    desk.settings.set("pref_useLocalLLM", true);
     desk.http.on("GET", missing, ScriptedReply::refused());
     auto& app = desk.start();
     desk.simulation->runFor(41s);
@@ -100,6 +102,65 @@ TEST(Start, AHostThatFailsIsStartedAgainEveryTwoSeconds) {
   EXPECT_TRUE(app.delegate().isAppReady) << desk.shown();
 }
 
+TEST(Start, AContainerTellsItsStepsAndIsTriedAgainAfterAFailure) {
+  Desk desk;
+  desk.settings.set("pref_serviceHost", "container");
+  desk.settings.set("pref_useLocalLLM", true);
+  desk.http.on("GET", "127.0.0.1:8001/", ScriptedReply::refused());
+  bool pulls = false;
+  desk.processes.on("docker", [&](const ProcessSpec& spec) {
+    if (spec.arguments.at(0) == "pull" && !pulls) return ScriptedProgram{.exitCode = 1};
+    if (spec.arguments.at(0) == "run")
+      desk.http.on("GET", "127.0.0.1:8001/", ScriptedReply::body("{}"));
+    return ScriptedProgram{};
+  });
+  auto& app = desk.start();
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(desk.statuses.back(), "Failed to download ASR model") << desk.shown();
+  EXPECT_EQ(app.startSequence().loadingOverlay().services(),
+            (LoadingOverlayView::Services{ServiceState::failed, ServiceState::failed,
+                                          ServiceState::failed, ServiceState::pending}));
+  desk.simulation->runFor(900ms);
+  EXPECT_FALSE(desk.showed("Restarting services..."));
+  pulls = true;
+  desk.simulation->runFor(5s);
+  EXPECT_TRUE(desk.showed("Restarting services..."));
+  EXPECT_TRUE(desk.showed("Initializing AI models..."));
+  EXPECT_TRUE(app.delegate().isAppReady) << desk.shown();
+  bool stopped = false;
+  desk.onMain([&] { app.stop([&] { stopped = true; }); });
+  desk.simulation->runFor(1s);
+  EXPECT_TRUE(stopped);
+  EXPECT_EQ(desk.processes.seen().back().spec.arguments.at(0), "stop");
+}
+
+TEST(Start, WhatOnlyTheUserCanDecideIsAskedByANotification) {
+  Desk desk;
+  auto& app = desk.startReady();
+  int accepted = 0;
+  desk.onMain([&] {
+    app.startSequence().hooks.onPrompt({.title = "Start Docker Desktop",
+                                        .text = "It is not running.",
+                                        .acceptLabel = "Open Docker",
+                                        .declineLabel = "Later",
+                                        .command = {},
+                                        .accept = [&] { ++accepted; }});
+  });
+  desk.simulation->runFor(1s);
+  ASSERT_EQ(desk.userNotifications.shown.size(), 1u);
+  const auto& [shown, answer] = desk.userNotifications.shown[0];
+  ASSERT_EQ(shown.actions.size(), 2u);
+  EXPECT_EQ(shown.actions[0].second, "Open Docker");
+  answer(shown.actions[1].first);
+  answer("default");
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(accepted, 0);
+  answer(shown.actions[0].first);
+  answer(shown.actions[0].first);
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(accepted, 1) << "accepting is done once";
+}
+
 TEST(Start, TheLanguageModelIsKeptWarm) {
   Desk desk;
   desk.startReady();
@@ -115,8 +176,10 @@ TEST(Start, TheLanguageModelIsKeptWarm) {
 }
 
 TEST(Start, QuittingAtAnyMomentEndsEverything) {
-  for (const auto moment : {0ms, 1ms, 5ms, 40ms, 200ms, 3000ms, 61'000ms, 63'000ms}) {
-    CompanionDesk desk;
+  uint64_t seed = 0;
+  for (const auto moment :
+       {0ms, 1ms, 5ms, 40ms, 200ms, 3000ms, 61'000ms, 63'000ms, 0ms, 1ms, 5ms, 0ms, 1ms, 5ms}) {
+    CompanionDesk desk(++seed);
     desk.http.on("GET", "127.0.0.1:8001/", ScriptedReply::refused());
     auto& app = desk.start();
     std::vector<std::string> order;

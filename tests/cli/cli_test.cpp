@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -14,7 +15,8 @@ namespace {
 
 /// Runs the built program with a home of its own and no services, display or bus.
 struct Terminal {
-  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {}) {
+  ProcessOutput run(std::vector<std::string> arguments, Bytes input = {},
+                    const std::string& services = "http://127.0.0.1:9") {
     const auto output = processes->run(
         {.program = std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin",
          .arguments = std::move(arguments),
@@ -26,10 +28,10 @@ struct Terminal {
                          {"DISPLAY", ""},
                          {"WAYLAND_DISPLAY", ""},
                          {"PULSE_SERVER", "unix:" + folder.file("nosound")},
-                         {"KESTRIN_ASR_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_AGENT_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_LLM_URL", "http://127.0.0.1:9"},
-                         {"KESTRIN_BACKEND_URL", backend}},
+                         {"KESTRIN_ASR_URL", services},
+                         {"KESTRIN_AGENT_URL", services},
+                         {"KESTRIN_LLM_URL", services},
+                         {"KESTRIN_BACKEND_URL", services}},
          .input = std::move(input)},
         std::chrono::seconds(60));
     return output ? *output
@@ -37,7 +39,6 @@ struct Terminal {
   }
 
   ScratchFolder folder;
-  std::string backend = "http://127.0.0.1:9";
   std::unique_ptr<Processes> processes = makePosixProcesses();
 };
 
@@ -49,8 +50,11 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"dictate", "--wav"},
                                              {"dictate", "--nope"},
                                              {"settings"},
+                                             {"services"},
+                                             {"services", "sideways"},
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
+                                             {"speak"},
                                              {"history", "--limit", "0"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
@@ -64,8 +68,9 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   Terminal terminal;
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
-  for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "setup", "doctor", "settings", "history"}) {
+  for (const char* command :
+       {"dictate", "press", "release", "toggle", "cancel", "show", "status", "quit", "retry",
+        "elevate", "lower", "speak", "setup", "doctor", "settings", "services", "history"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -120,8 +125,7 @@ TEST(Cli, TheHistoryComesFromTheBackendElseFromWhatWasKept) {
       asked = peer.request().value_or("");
       peer.reply(answer);
     });
-    terminal.backend = server.url("");
-    const auto shown = terminal.run({"history"});
+    const auto shown = terminal.run({"history"}, {}, server.url(""));
     EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
     std::vector<std::string> lines = text::split(shown.standardOutput, "\n");
     ASSERT_EQ(lines.size(), 9u) << shown.standardOutput;
@@ -146,6 +150,68 @@ TEST(Cli, TheHistoryComesFromTheBackendElseFromWhatWasKept) {
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
+TEST(Cli, SpeakIsHeardAtTheVolumeOfRepliesAndEndsWithItsText) {
+  Terminal terminal;
+  const std::string script =
+      "parec --raw --rate=16000 --channels=1 --format=s16le -d speakers.monitor >heard & "
+      "recorder=$!; until [ -s heard ]; do sleep 0.02; done; " +
+      std::string(KESTRIN_BINARY_DIR) +
+      "/bin/kestrin speak -- --one two three; status=$?; kill $recorder; exit $status";
+  const auto heard = [&](const char* volume) {
+    EXPECT_EQ(terminal.run({"settings", "set", "pref_voiceVolume", volume}).exitCode, 0);
+    const auto output = terminal.processes->run(
+        {.program = std::string(KESTRIN_SOURCE_DIR) + "/scripts/private-sound",
+         .arguments = {"bash", "-c", script},
+         .environment = {{"XDG_CONFIG_HOME", terminal.folder.file("config")}},
+         .workingFolder = terminal.folder.path()},
+        std::chrono::seconds(60));
+    EXPECT_TRUE(output && output->exitCode == 0) << (output ? output->standardError : "");
+    double peak = 0;
+    for (const float sample :
+         wav::fromPcm16(LinuxFiles().read(terminal.folder.file("heard")).value_or(""))) {
+      peak = std::max(peak, std::fabs(double(sample)));
+    }
+    return peak;
+  };
+  const double loud = heard("100");
+  EXPECT_GT(loud, 0.2);
+  EXPECT_LT(heard("40"), loud * 0.7);
+  EXPECT_EQ(heard("0"), 0);
+}
+
+TEST(Cli, SpeakWithoutSoundOrWordsFailsAndSaysWhy) {
+  Terminal terminal;
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"speak", "hello"}, {"speak", " "}, {"speak", "-"}}) {
+    const auto output = terminal.run(arguments);
+    EXPECT_EQ(output.exitCode, 1);
+    EXPECT_EQ(output.standardOutput, "");
+    EXPECT_EQ(output.standardError.rfind("kestrin: ", 0), 0u) << output.standardError;
+  }
+}
+
+TEST(Cli, ADictationIsPrintedAndItsReportReachesTheBackendBeforeTheEnd) {
+  Log reported;
+  LoopbackServer services([&](LoopbackServer::Peer& peer) {
+    while (const auto request = peer.request()) {
+      if (request->starts_with("POST /transcribe/pcm")) {
+        peer.reply("{\"transcript\":\"hello there\"}");
+      } else if (request->starts_with("POST /process/stream")) {
+        peer.reply("data: {\"chunk\":\"Hello there.\"}\n\ndata: [DONE]\n\n");
+      } else if (request->starts_with("POST /log-transcription")) {
+        // A backend that takes its time, but not forever.
+        if (peer.pause(std::chrono::milliseconds(300)) && peer.reply("{}")) reported.add(*request);
+      }
+    }
+  });
+  Terminal terminal;
+  const auto output = terminal.run({"dictate", "--wav", "-"}, wav::write(Bytes(32000, '\1')),
+                                   "http://" + services.host());
+  EXPECT_EQ(output.exitCode, 0) << output.standardError;
+  EXPECT_EQ(output.standardOutput, "Hello there.\n");
+  EXPECT_TRUE(reported.has("\"processed_text\":\"Hello there.\"")) << reported.text();
+}
+
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
   Terminal terminal;
   EXPECT_EQ(terminal.run({"settings", "get", "pref_holdKey"}).exitCode, 1);
@@ -156,8 +222,42 @@ TEST(Cli, SettingsAreKeptWithTheirKinds) {
   EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
             "{\"pref_holdKey\":\"Right Super\",\"pref_preRoll\":true,\"pref_voiceVolume\":35.5}\n");
   EXPECT_EQ(terminal.run({"settings", "reset", "pref_holdKey"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "set", "nibo_user_name", "42"}).exitCode, 0);
   EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_EQ(terminal.run({"settings", "list", "--json"}).standardOutput,
+            "{\"nibo_user_name\":\"42\"}\n");
+  EXPECT_EQ(terminal.run({"settings", "get", "pref_voiceVolume"}).standardOutput, "80.0\n");
+}
+
+TEST(Cli, AWrongSettingIsRefusedWithWhatWouldBeRightAndChangesNothing) {
+  Terminal terminal;
+  const auto refuses = [&](const char* key, const char* value, const char* why) {
+    const auto output = terminal.run({"settings", "set", key, value});
+    EXPECT_EQ(output.exitCode, 1) << key;
+    EXPECT_NE(output.standardError.find(why), std::string::npos) << output.standardError;
+  };
+  refuses("pref_voiceVolume", "101", "a number from 0 to 100");
+  refuses("pref_compactMode", "1", "true or false");
+  refuses("pref_volume", "5", "There is no setting pref_volume");
+  refuses("nibo_setup_completed", "yes", "true or false");
+  refuses("pref_geminiApiKey", "AIza", "no secret store");
   EXPECT_EQ(terminal.run({"settings", "list"}).standardOutput, "");
+  EXPECT_NE(terminal.run({"settings", "list", "--all"})
+                .standardOutput.find("pref_timeFormat = 12-hour\n"),
+            std::string::npos);
+  const auto entry = terminal.folder.file("config/autostart/kestrin.desktop");
+  EXPECT_EQ(terminal.run({"settings", "set", "pref_launchAtLogin", "true"}).exitCode, 0);
+  EXPECT_TRUE(std::filesystem::exists(entry));
+  EXPECT_EQ(terminal.run({"settings", "reset"}).exitCode, 0);
+  EXPECT_FALSE(std::filesystem::exists(entry));
+}
+
+TEST(Cli, ASettingThatCannotBeStoredIsAFailure) {
+  Terminal terminal;
+  std::filesystem::create_directories(terminal.folder.file("config/kestrin/settings.json/in"));
+  const auto output = terminal.run({"settings", "set", "pref_compactMode", "true"});
+  EXPECT_EQ(output.exitCode, 1);
+  EXPECT_NE(output.standardError.find("settings.json"), std::string::npos) << output.standardError;
 }
 
 TEST(Cli, SetupAsksNobodyWithoutATerminalAndAcceptsAsItStandsWhenTold) {
@@ -181,7 +281,7 @@ TEST(Cli, WithoutARunningApplicationStatusSaysSoAndCommandsFail) {
   const auto status = terminal.run({"status", "--json"});
   EXPECT_EQ(status.exitCode, 0);
   EXPECT_EQ(Json::parse(status.standardOutput)->boolAt("ready"), false);
-  for (const char* command : {"press", "quit", "retry"}) {
+  for (const char* command : {"press", "quit", "retry", "elevate"}) {
     const auto output = terminal.run({command});
     EXPECT_EQ(output.exitCode, 1);
     EXPECT_NE(output.standardError, "");

@@ -77,10 +77,18 @@ TEST(Actions, OfAModelOpenAddressesAndFoldersButNeverFiles) {
   hands.run(Json::object({{"type", "open_url"}, {"url", "https://example.com"}}));
   hands.run(Json::object({{"type", "open_url"}, {"url", "/home/user/Music/evil.desktop"}}));
   hands.run(Json::object({{"type", "open_url"}, {"url", "file:///home/user/Music/evil.desktop"}}));
+  for (const char* bad :
+       {"javascript:alert(1)", "data:text/html,x", "x-terminal://run", "--new-window", "ftp://a.b/",
+        "https://a b", "http:///etc/passwd", "https://a.b/\nx", "", "mailto:a@b?attach=/etc/passwd",
+        "mailto:a@b?subject=x\ny", "smb://host/share", "$(reboot)"}) {
+    hands.run(Json::object({{"type", "open_url"}, {"url", bad}}));
+  }
+  hands.run(Json::object({{"type", "open_url"}, {"url", "mailto:a@b?subject=x"}}));
   hands.command("ACTION: OPEN_FOLDER\nTARGET: ~/Music/evil.desktop");
   hands.command("ACTION: OPEN_FOLDER\nTARGET: Music");
   EXPECT_EQ(hands.desktop.opened,
-            (std::vector<std::string>{"https://example.com", "/home/user/Music"}));
+            (std::vector<std::string>{"https://example.com", "mailto:a@b?subject=x",
+                                      "/home/user/Music"}));
 }
 
 TEST(Actions, OfTheElevatedTierNeedItAndAScriptNeedsTheUsersWord) {
@@ -109,6 +117,35 @@ TEST(Actions, OfTheElevatedTierNeedItAndAScriptNeedsTheUsersWord) {
   hands.userNotifications.shown[0].second("run");
   hands.simulation->runFor(1s);
   EXPECT_EQ(hands.processes.seen().size(), 1u);
+}
+
+TEST(Actions, NeverStartAProgramForWhatAModelCallsAnApplication) {
+  Hands hands;
+  for (const char* name : {"; rm -rf ~", "$(reboot)", "`reboot`", "--version", "/bin/sh", "../evil",
+                           "evil.desktop", "notes\n--help", "", "\xff"}) {
+    for (const char* type : {"open_app", "close_app"}) {
+      hands.run(Json::object({{"type", type}, {"app_name", name}}));
+    }
+    hands.command(std::string("ACTION: OPEN_APP\nTARGET: ") + name);
+    hands.command(std::string("open ") + name);
+  }
+  EXPECT_TRUE(hands.processes.seen().empty());
+  EXPECT_EQ(hands.workspace.frontmostApplication()->name, "Notes");
+}
+
+TEST(Actions, AScriptThatCannotBeSeenWholeIsNotOffered) {
+  Hands hands;
+  hands.actions.currentTier = SafetyTier::elevated;
+  for (const std::string& script :
+       {std::string(500, 'a'), "date" + std::string(12, '\n') + "reboot",
+        "date" + std::string(60, ' ') + "; reboot", std::string("date\r; reboot"),
+        std::string("date \u202e; toober"), std::string("da\u200bte"), std::string("date\x1b[8m"),
+        std::string("da\xffte"), std::string("x\u2028y"), std::string("x\u0085y")}) {
+    hands.run(Json::object({{"type", "run_script"}, {"script", script}}));
+  }
+  EXPECT_TRUE(hands.userNotifications.shown.empty());
+  hands.run(Json::object({{"type", "run_script"}, {"script", "for i in 1 2; do\n\techo ü\ndone"}}));
+  EXPECT_EQ(hands.userNotifications.shown.size(), 1u);
 }
 
 TEST(Actions, ThatCannotRunAreLoggedOrLeftAlone) {

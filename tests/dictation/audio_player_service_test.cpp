@@ -22,6 +22,8 @@ TEST(AudioPlayerService, PlaysOneReplyAtATime) {
   const Bytes second = wav::write(Bytes(32000, '\0'));
 
   player.play(second, [&] { ended += "a"; });
+  EXPECT_TRUE(player.isPlaying());
+  dispatch->runFor(0ms);
   EXPECT_EQ(audio.played().back().volume, 0.8F);
   settings.set("pref_voiceVolume", Json(30));
   player.applyPreferences();
@@ -41,15 +43,22 @@ TEST(AudioPlayerService, PlaysOneReplyAtATime) {
   EXPECT_FALSE(player.isPlaying());
 
   player.play("not a sound", [&] { ended += "c"; });
+  dispatch->runFor(0ms);
   EXPECT_EQ(ended, "bc") << "what cannot play is over at once";
+  EXPECT_FALSE(player.isPlaying());
   EXPECT_EQ(logger.getEntries("❌ Audio playback error: ").size(), 1U);
   player.play(second, [&] { ended += "d"; });
+  dispatch->runFor(0ms);
   player.play(second, [&] { ended += "e"; });
   EXPECT_TRUE(player.stop());
   EXPECT_FALSE(player.stop());
   dispatch->runFor(5s);
   EXPECT_EQ(ended, "bc");
   EXPECT_EQ(audio.played().size(), 3U) << "a stop also stops the sound that was about to begin";
+  player.play(second, [&] { ended += "f"; });
+  player.play(second, [&] { ended += "g"; });
+  dispatch->runFor(5s);
+  EXPECT_EQ(ended, "bcg") << "a sound that is replaced while it is being opened never starts";
 }
 
 }  // namespace

@@ -26,8 +26,14 @@ struct RecorderWorld {
     }
     return *recorder_;
   }
+  Status start(std::function<void(float)> onLevel = {}) {
+    std::optional<Status> outcome;
+    recorder().startRecording(std::move(onLevel), [&](const Status& status) { outcome = status; });
+    EXPECT_TRUE(dispatch->runUntil([&] { return outcome.has_value(); }, 3s));
+    return outcome.value_or(fail("test", 1, "no outcome"));
+  }
   Bytes record(Duration length) {
-    EXPECT_TRUE(recorder().startRecording());
+    EXPECT_TRUE(start());
     dispatch->runFor(length);
     return recorder().stopRecordingWithPCM().pcmData;
   }
@@ -106,8 +112,9 @@ TEST(AudioRecorder, ShowsASmoothedLevelThatFollowsTheSensitivity) {
     AudioRecorder::applyPreferences(world.settings);
     world.audio.speak("mic", level(-0.05F, 9), 48000);
     std::vector<float> levels;
-    ASSERT_TRUE(world.recorder().startRecording([&](float value) { levels.push_back(value); }));
-    EXPECT_TRUE(world.recorder().startRecording()) << "a second start is ignored";
+    ASSERT_TRUE(world.start([&](float value) { levels.push_back(value); }));
+    world.recorder().startRecording({},
+                                    [](const Status&) { FAIL() << "a second start is ignored"; });
     world.dispatch->runFor(4s);
     ASSERT_GT(levels.size(), 40U);
     EXPECT_NEAR(levels[0], expected, 1e-4);
@@ -139,7 +146,9 @@ TEST(AudioRecorder, AResetInTheBackgroundSparesTheNextRecording) {
     RecorderWorld world(seed);
     world.record(0s);
     world.dispatch->mainQueue()->post([&] { world.recorder().resetEngineInBackground(); });
-    world.dispatch->mainQueue()->post([&] { EXPECT_TRUE(world.recorder().startRecording()); });
+    world.dispatch->mainQueue()->post([&] {
+      world.recorder().startRecording({}, [](const Status& status) { EXPECT_TRUE(status); });
+    });
     world.dispatch->runFor(500ms);
     ASSERT_EQ(world.recorder().stopRecordingWithPCM().pcmData.size() / 3200, 4U) << "seed " << seed;
   }
@@ -148,7 +157,7 @@ TEST(AudioRecorder, AResetInTheBackgroundSparesTheNextRecording) {
 TEST(AudioRecorder, SaysWhyItCannotStartAndStartsWhenItCan) {
   RecorderWorld world;
   const auto why = [&] {
-    const auto started = world.recorder().startRecording();
+    const auto started = world.start();
     return started ? std::string() : started.error().description;
   };
   world.audio.setServerRunning(false);
@@ -169,7 +178,7 @@ TEST(AudioRecorder, AMicrophoneTakenAwayLeavesWhatWasSaid) {
   RecorderWorld world;
   std::vector<std::string> lines;
   world.recorder().onInterrupted = [&](const std::string& line) { lines.push_back(line); };
-  ASSERT_TRUE(world.recorder().startRecording());
+  ASSERT_TRUE(world.start());
   world.dispatch->runFor(500ms);
   world.audio.removeMicrophone("mic");
   world.dispatch->runFor(500ms);
@@ -234,7 +243,7 @@ TEST(AudioRecorder, PreRollHasTheWordThatWasSaidBeforeThePress) {
 TEST(AudioRecorder, WritesAFileOnlyWhenAskedAndDeletesIt) {
   RecorderWorld world;
   world.recorder().pcmOnlyMode = false;
-  ASSERT_TRUE(world.recorder().startRecording());
+  ASSERT_TRUE(world.start());
   world.dispatch->runFor(1s);
   const auto recording = world.recorder().stopRecordingWithPCM();
   ASSERT_TRUE(recording.url);

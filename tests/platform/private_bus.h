@@ -13,11 +13,12 @@ namespace kestrin {
 /// A bus of its own, so that a test may end it.
 class PrivateBus {
  public:
-  PrivateBus() {
-    output_ = popen(
-        "exec dbus-daemon --session --nofork --nopidfile --address=unix:tmpdir=/tmp "
-        "--print-address=1 --print-pid=1",
-        "r");
+  /// `options`: which configuration the bus takes.
+  explicit PrivateBus(const std::string& options = "--session --address=unix:tmpdir=/tmp") {
+    output_ =
+        popen(("exec dbus-daemon --nofork --nopidfile --print-address=1 --print-pid=1 " + options)
+                  .c_str(),
+              "r");
     char line[512] = {};
     if (fgets(line, sizeof line, output_))
       address_ = std::string(line).substr(0, std::string(line).find('\n'));

@@ -81,11 +81,13 @@ TEST(SimulatedSettings, AFailedSaveKeepsTheValueForThisRun) {
   store.set("b", 2);
   EXPECT_EQ(store.number("b", 0), 2);
   EXPECT_EQ(store.saved().count("b"), 0u);
+  EXPECT_FALSE(store.flush());
 }
 
 TEST(JsonSettings, AreThereInTheNextRunPrivateAndReadable) {
   RealWorld world;
   world.store.set("pref_name", "Zoë");
+  ASSERT_TRUE(world.store.flush());
   struct stat status {};
   ASSERT_EQ(::stat(world.path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
@@ -108,6 +110,8 @@ TEST(JsonSettings, TwoStoresSeeEachOtherAndLoseNothing) {
   a.join();
   b.join();
   c.join();
+  EXPECT_TRUE(world.store.flush());
+  EXPECT_TRUE(other->flush());
   EXPECT_EQ(world.open()->keys().size(), 150u);
   EXPECT_TRUE(test::eventually(
       [&] { return world.store.keys().size() == 150 && other->keys().size() == 150; }));
@@ -124,6 +128,7 @@ TEST(JsonSettings, ABrokenFileIsKeptAsideWithOneWarning) {
     const auto store = world.open();
     EXPECT_TRUE(store->keys().empty());
     store->set("b", 2);
+    ASSERT_TRUE(store->flush());
     const std::string aside = world.path + ".broken-20260302-090000";
     EXPECT_EQ(world.files.read(aside).value_or("none"), broken);
     EXPECT_EQ(world.warnings.text(),
@@ -135,10 +140,12 @@ TEST(JsonSettings, ABrokenFileIsKeptAsideWithOneWarning) {
 TEST(JsonSettings, AnEditGoneWrongChangesNothingAndTheNextSetMendsIt) {
   RealWorld world;
   world.store.set("a", 1);
+  ASSERT_TRUE(world.store.flush());
   ASSERT_TRUE(world.files.writeAtomic(world.path, "{\"a\": 2, oops"));
   EXPECT_TRUE(test::eventually([&] { return world.warnings.has("not valid JSON"); }));
   EXPECT_EQ(world.store.number("a", 0), 1);
   world.store.set("b", 3);
+  ASSERT_TRUE(world.store.flush());
   EXPECT_EQ(world.open()->keys(), (std::vector<std::string>{"a", "b"}));
   ASSERT_TRUE(world.files.exists(world.path + ".broken-20260302-090000"));
   // A good edit counts, and so does the removal of the file.
@@ -149,19 +156,34 @@ TEST(JsonSettings, AnEditGoneWrongChangesNothingAndTheNextSetMendsIt) {
   EXPECT_TRUE(test::eventually([&] { return world.store.keys().empty(); }));
 }
 
+TEST(JsonSettings, WhatWasSetIsOnDiskSoonAndAtTheEnd) {
+  RealWorld world;
+  world.store.set("a", 1);
+  EXPECT_TRUE(test::eventually([&] { return world.files.exists(world.path); }))
+      << "nobody asked for it to be written";
+  for (int i = 0; i < 200; ++i) world.store.set("key" + std::to_string(i % 7), i);
+  world.store.remove("a");
+  world.store_.reset();
+  EXPECT_EQ(world.open()->keys().size(), 7u);
+  EXPECT_EQ(world.open()->number("key3", 0), 199);
+}
+
 TEST(JsonSettings, WhatCannotBeSavedHoldsForThisRunAndIsSavedLater) {
   RealWorld world;
   world.store.set("a", 1);
+  ASSERT_TRUE(world.store.flush());
   // A folder in place of the file: even root can neither read nor replace it.
   ASSERT_TRUE(world.files.remove(world.path));
   ASSERT_TRUE(world.files.createFolders(world.path + "/in"));
   world.store.set("b", 2);
   world.store.set("b", 3);
   EXPECT_EQ(world.store.number("b", 0), 3);
+  EXPECT_FALSE(world.store.flush());
   EXPECT_TRUE(world.warnings.has("could not be read"));
   ASSERT_TRUE(world.files.remove(world.path + "/in"));
   ASSERT_TRUE(world.files.remove(world.path));
   world.store.set("c", 4);
+  EXPECT_TRUE(world.store.flush());
   EXPECT_EQ(world.open()->number("b", 0), 3);
   EXPECT_EQ(world.open()->number("c", 0), 4);
 }

@@ -40,7 +40,10 @@ class SimulatedWorld : public TextWorld {
     openWith(element);
   }
   void userTypes(const std::string& text) override { desktop.userTypes(pid(), "/field", text); }
-  std::string text() override { return desktop.element(pid(), "/field")->text; }
+  std::string text() override {
+    const dispatch::order::Unobserved unobserved;
+    return desktop.element(pid(), "/field")->text;
+  }
   void endProgram() override { desktop.removeApplication(pid()); }
 
   std::unique_ptr<Simulation> sim;

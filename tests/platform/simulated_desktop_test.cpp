@@ -35,7 +35,10 @@ class SimulatedWorld final : public DesktopWorld {
   }
   int editorPid() override { return 11; }
   int otherPid() override { return 12; }
-  std::string editorText() override { return desktop.element(editorPid(), "/field")->text; }
+  std::string editorText() override {
+    const dispatch::order::Unobserved unobserved;
+    return desktop.element(editorPid(), "/field")->text;
+  }
   void endEditor() override { desktop.removeApplication(editorPid()); }
 
   void userPressesHoldKey() override { desktop.pressHoldKey(); }

@@ -32,10 +32,10 @@ struct ScenarioWorld : SimulatedWorld {
     slowAccessibility.slowClock = &dispatch.clock();
   }
   SlowAccessibility slowAccessibility{dispatch, desktop, &faults};
-  Platform slowPlatform{dispatch,          http,       files,      random,  settings,
-                        notifications,     processes,  keyMonitor, input,   slowAccessibility,
-                        workspace,         pasteboard, audio,      browser, secrets,
-                        userNotifications, controls,   speech};
+  Platform slowPlatform{dispatch,          http,       files,      random,    settings,
+                        notifications,     processes,  keyMonitor, input,     slowAccessibility,
+                        workspace,         pasteboard, audio,      browser,   secrets,
+                        userNotifications, controls,   speech,     loginItem, place};
 };
 
 class Player {

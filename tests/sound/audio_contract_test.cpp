@@ -174,8 +174,11 @@ TEST_P(AudioContract, VolumeStaysWithinItsLimits) {
     EXPECT_TRUE(audio().setOutputVolume(asked));
     EXPECT_EQ(audio().outputVolume().value(), got);
   }
+  world->switchOutput();
   EXPECT_TRUE(audio().setOutputMuted(true));
+  EXPECT_TRUE(world->outputIsMuted());
   EXPECT_TRUE(audio().setOutputMuted(false));
+  EXPECT_FALSE(world->outputIsMuted());
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, AudioContract, testing::Bool(), [](const auto& backend) {

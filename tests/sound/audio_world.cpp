@@ -72,6 +72,10 @@ class RealAudioWorld final : public AudioWorld {
     control("pactl load-module module-null-sink sink_name=headphones norewinds=1 >/dev/null");
     control("pactl set-default-sink headphones");
   }
+  bool outputIsMuted() override {
+    return system(("PULSE_SERVER=" + server_ + " pactl get-sink-mute " + output_ + " | grep -q yes")
+                      .c_str()) == 0;
+  }
   void unplugMicrophone() override { control("pactl unload-module module-remap-source"); }
   void suspendMicrophone() override { control("pactl suspend-source mic 1"); }
   void stopServer() override { kill(restarted_ > 0 ? restarted_ : serverPid_, SIGKILL); }
@@ -123,6 +127,7 @@ class SimulatedAudioWorld final : public AudioWorld {
     audio_.addOutput("headphones", "Headphones");
     EXPECT_TRUE(audio_.setDefaultOutput("headphones"));
   }
+  bool outputIsMuted() override { return audio_.outputMuted(); }
   void unplugMicrophone() override { audio_.removeMicrophone("mic"); }
   void suspendMicrophone() override { audio_.setSuspended("mic", true); }
   void stopServer() override { audio_.setServerRunning(false); }

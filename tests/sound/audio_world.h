@@ -20,6 +20,8 @@ class AudioWorld {
   virtual void playElsewhere(double hertz, double seconds) = 0;
   /// Another output becomes the default one.
   virtual void switchOutput() = 0;
+  /// As the server itself says.
+  virtual bool outputIsMuted() = 0;
   virtual void unplugMicrophone() = 0;
   virtual void suspendMicrophone() = 0;
   virtual void stopServer() = 0;

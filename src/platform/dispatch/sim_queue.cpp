@@ -31,6 +31,7 @@ void SimQueue::enqueue(Job job, Access access) {
   posted.set();
   order::Unobserved section;
   if (core_->ending()) return;
+  // NOLINTNEXTLINE(performance-move-const-arg): under the thread sanitizer there is what to move
   SimEntry entry{std::move(job), access, nullptr, std::move(posted)};
   if (!turns_.tryEnter(access)) return turns_.enqueue(std::move(entry));
   core_->makeReady({nullptr, shared_from_this(), std::move(entry)});

@@ -177,6 +177,12 @@ SubscriptionHandle TextSession::watch(std::function<void(TextChange)> onForeignC
   });
 }
 
+std::optional<int> TextSession::length() {
+  const std::lock_guard lock(state_->mutex);
+  if (state_->gone || state_->rereading) return std::nullopt;
+  return state_->model->utf16Length();
+}
+
 bool TextSession::isIdle() {
   const std::lock_guard lock(state_->mutex);
   return state_->watchers.empty() && state_->lateResult == InsertOutcome::refused;

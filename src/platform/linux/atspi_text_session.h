@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,6 +32,9 @@ class TextSession : public std::enable_shared_from_this<TextSession> {
   InsertOutcome insert(int utf16Offset, const std::string& text);
   InsertOutcome lateOutcome(Duration timeout);
   SubscriptionHandle watch(std::function<void(TextChange)> onForeignChange);
+  /// UTF-16 units of the text by the kept copy; nothing while the copy is being read anew, or the
+  /// program is gone.
+  std::optional<int> length();
   /// Nobody watches and nothing is outstanding.
   bool isIdle();
 

@@ -14,7 +14,8 @@ constexpr std::pair<ControlCommand, const char*> methods[] = {
     {ControlCommand::press, "Press"},   {ControlCommand::release, "Release"},
     {ControlCommand::toggle, "Toggle"}, {ControlCommand::cancel, "Cancel"},
     {ControlCommand::show, "Show"},     {ControlCommand::quit, "Quit"},
-    {ControlCommand::retry, "Retry"},
+    {ControlCommand::retry, "Retry"},   {ControlCommand::elevate, "Elevate"},
+    {ControlCommand::lower, "Lower"},
 };
 
 Error translated(const Error& error) {

@@ -1,5 +1,6 @@
 #include "platform/linux/desktop_notifications.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace kestrin {
@@ -10,6 +11,27 @@ constexpr auto deadline = std::chrono::seconds(2);
 dbus::Target server() {
   return {"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
           "org.freedesktop.Notifications"};
+}
+
+/// A text that a server which reads markup shows as it stands.
+std::string escaped(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
 }
 
 }  // namespace
@@ -28,7 +50,8 @@ struct DesktopNotifications::Handlers {
   }
 };
 
-DesktopNotifications::DesktopNotifications() : handlers_(std::make_shared<Handlers>()) {}
+DesktopNotifications::DesktopNotifications(std::string busAddress)
+    : busAddress_(std::move(busAddress)), handlers_(std::make_shared<Handlers>()) {}
 
 DesktopNotifications::~DesktopNotifications() {
   // Signals end before the connection that they come from.
@@ -40,7 +63,8 @@ Status DesktopNotifications::connect() {
   if (bus_ && !bus_->isLost()) return {};
   actions_.reset();
   closings_.reset();
-  auto opened = dbus::Connection::session();
+  auto opened =
+      busAddress_.empty() ? dbus::Connection::session() : dbus::Connection::open(busAddress_);
   if (!opened) return fail("UserNotifications", opened.error().code, opened.error().description);
   bus_ = std::move(*opened);
   const std::string rule = "type='signal',interface='org.freedesktop.Notifications',member='";
@@ -62,10 +86,19 @@ Status DesktopNotifications::connect() {
   return {};
 }
 
+/// Asked each time it matters: another server may have taken the name.
+bool DesktopNotifications::readsAsMarkup(const std::string& body) {
+  if (body.find_first_of("&<>") == body.npos) return false;
+  const auto can = bus_->call<std::vector<std::string>>(server(), "GetCapabilities", deadline);
+  return !can || std::find(can->begin(), can->end(), "body-markup") != can->end();
+}
+
 Result<uint32_t> DesktopNotifications::show(const UserNotification& notification,
                                             std::function<void(const std::string&)> onAction) {
   std::lock_guard lock(mutex_);
   if (auto connected = connect(); !connected) return fail(connected.error());
+  const auto body =
+      readsAsMarkup(notification.body) ? escaped(notification.body) : notification.body;
   std::vector<std::string> actions;
   for (const auto& [key, label] : notification.actions) {
     actions.push_back(key);
@@ -84,8 +117,8 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   // is known.
   std::lock_guard handlersLock(handlers_->mutex);
   auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
-                                 std::string("kestrin"), notification.title, notification.body,
-                                 actions, hints, int32_t{-1});
+                                 std::string("kestrin"), notification.title, body, actions, hints,
+                                 int32_t{-1});
   if (!id) return fail("UserNotifications", id.error().code, id.error().description);
   if (onAction) handlers_->byId[*id] = std::move(onAction);
   return *id;

@@ -15,7 +15,8 @@ namespace kestrin {
 /// server's id (a few milliseconds, at most 2 s).
 class DesktopNotifications final : public UserNotifications {
  public:
-  DesktopNotifications();
+  /// On the session bus unless another bus is named.
+  explicit DesktopNotifications(std::string busAddress = "");
   ~DesktopNotifications() override;
   Result<uint32_t> show(const UserNotification& notification,
                         std::function<void(const std::string&)> onAction) override;
@@ -24,7 +25,9 @@ class DesktopNotifications final : public UserNotifications {
  private:
   struct Handlers;
   Status connect();
+  bool readsAsMarkup(const std::string& body);
 
+  const std::string busAddress_;
   std::mutex mutex_;
   std::shared_ptr<Handlers> handlers_;
   std::unique_ptr<dbus::Connection> bus_;

@@ -40,10 +40,10 @@ JsonSettings::JsonSettings(Clock& clock, std::string path, std::function<void(st
   // The watch comes first: a change between the first reading and the watch would go unseen.
   const std::string folder = folderOf(path_);
   const Status made = makeFolders(folder);
-  const bool watched =
-      made && notify_.valid() &&
-      inotify_add_watch(notify_.get(), folder.c_str(),
-                        IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_ONLYDIR) >= 0;
+  if (made && notify_.valid()) {
+    inotify_add_watch(notify_.get(), folder.c_str(),
+                      IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE | IN_ONLYDIR);
+  }
   {
     const std::lock_guard writing(writeMutex_);
     // Without the lock of others (a folder that cannot be written) reading is still safe: the file
@@ -51,14 +51,16 @@ JsonSettings::JsonSettings(Clock& clock, std::string path, std::function<void(st
     const auto lock = lockFile(path_);
     if (const auto file = load(Broken::moveAside)) adopt(*file);
   }
-  if (watched) watcher_ = std::thread([this] { watch(); });
+  worker_ = std::thread([this] { work(); });
 }
 
 JsonSettings::~JsonSettings() {
-  if (!watcher_.joinable()) return;
   stop_.signal();
-  watcher_.join();
+  worker_.join();
+  save();
 }
+
+Status JsonSettings::flush() { return save(); }
 
 std::optional<Json> JsonSettings::get(std::string_view key) const {
   const std::lock_guard lock(mutex_);
@@ -82,40 +84,66 @@ SubscriptionHandle JsonSettings::observe(std::function<void(const std::string& k
 }
 
 void JsonSettings::change(std::string_view key, std::optional<Json> value) {
+  const std::string name(key);
+  {
+    const std::lock_guard lock(mutex_);
+    const auto old = values_.find(name);
+    const bool same = value ? old != values_.end() && old->second == *value : old == values_.end();
+    if (same) return;
+    unsaved_[name] = value;
+    if (value) {
+      values_[name] = std::move(*value);
+    } else {
+      values_.erase(name);
+    }
+    changed_.signal();
+  }
+  observers_.notify({name});
+}
+
+Status JsonSettings::save() {
   std::vector<std::string> altered;
   {
     const std::lock_guard writing(writeMutex_);
-    unsaved_[std::string(key)] = std::move(value);
-    const auto lock = lockFile(path_);
-    const auto file = lock ? load(Broken::moveAside) : std::nullopt;
-    Json content = Json::object();
-    if (file) {
-      content = *file;
-    } else {
-      const std::lock_guard reading(mutex_);
-      for (const auto& [name, known] : values_) content.set(name, known);
+    Changes changes;
+    {
+      const std::lock_guard lock(mutex_);
+      changes = unsaved_;
     }
-    for (const auto& [name, wanted] : unsaved_) {
-      if (wanted) {
-        content.set(name, *wanted);
-      } else {
-        content.erase(name);
-      }
+    if (changes.empty()) return {};
+    Json content;
+    if (auto written = write(changes, content); !written) {
+      warnOnce("The settings could not be saved: " + written.error().description);
+      return written;
     }
-    if (!lock) {
-      warnOnce("The settings could not be saved: " + lock.error().description);
-    } else if (file) {
-      const auto written = LinuxFiles().writeAtomic(path_, content.dumpPretty() + "\n");
-      if (written) {
-        unsaved_.clear();
-        lastWarning_.clear();
-      } else {
-        warnOnce("The settings could not be saved: " + written.error().description);
+    lastWarning_.clear();
+    {
+      const std::lock_guard lock(mutex_);
+      for (const auto& [name, value] : changes) {
+        const auto wanted = unsaved_.find(name);
+        if (wanted != unsaved_.end() && wanted->second == value) unsaved_.erase(wanted);
       }
     }
     altered = adopt(content);
   }
   observers_.notify(altered);
+  return {};
+}
+
+Status JsonSettings::write(const Changes& changes, Json& content) {
+  const auto lock = lockFile(path_);
+  if (!lock) return fail(lock.error());
+  auto file = load(Broken::moveAside);
+  if (!file) return fail("Files", EIO, path_ + " is left as it is");
+  content = std::move(*file);
+  for (const auto& [name, value] : changes) {
+    if (value) {
+      content.set(name, *value);
+    } else {
+      content.erase(name);
+    }
+  }
+  return LinuxFiles().writeAtomic(path_, content.dumpPretty() + "\n");
 }
 
 std::optional<Json> JsonSettings::load(Broken whenBroken) {
@@ -156,6 +184,7 @@ std::string JsonSettings::moveAside() const {
 std::vector<std::string> JsonSettings::adopt(const Json& file) {
   std::map<std::string, Json, std::less<>> fresh;
   for (const auto& [key, value] : file.members()) fresh[key] = value;
+  const std::lock_guard lock(mutex_);
   for (const auto& [key, value] : unsaved_) {
     if (value) {
       fresh[key] = *value;
@@ -164,7 +193,6 @@ std::vector<std::string> JsonSettings::adopt(const Json& file) {
     }
   }
   std::vector<std::string> altered;
-  const std::lock_guard lock(mutex_);
   for (const auto& [key, value] : fresh) {
     const auto old = values_.find(key);
     if (old == values_.end() || !(old->second == value)) altered.push_back(key);
@@ -186,30 +214,38 @@ void JsonSettings::reload() {
   observers_.notify(altered);
 }
 
-void JsonSettings::watch() {
+void JsonSettings::work() {
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, nullptr);
   const std::string name = path_.substr(path_.rfind('/') + 1);
   for (;;) {
-    std::array<pollfd, 2> waits{{{notify_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waits{
+        {{notify_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}, {changed_.get(), POLLIN, 0}}};
     if (::poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) return;
     if (waits[1].revents) return;
-    alignas(inotify_event) std::array<char, 8192> buffer{};
-    bool concerned = false;
-    for (;;) {
-      const ssize_t got = ::read(notify_.get(), buffer.data(), buffer.size());
-      if (got <= 0) break;
-      for (size_t at = 0; at < static_cast<size_t>(got);) {
-        inotify_event event{};
-        std::memcpy(&event, buffer.data() + at, sizeof event);
-        const char* changed = buffer.data() + at + sizeof event;
-        // An overflow has no name: anything may have changed.
-        concerned = concerned || event.len == 0 || name == changed;
-        at += sizeof event + event.len;
-      }
+    if (waits[2].revents) {
+      changed_.reset();
+      save();
     }
-    if (concerned) reload();
+    if (waits[0].revents && fileTouched(name)) reload();
+  }
+}
+
+bool JsonSettings::fileTouched(const std::string& name) const {
+  alignas(inotify_event) std::array<char, 8192> buffer{};
+  bool touched = false;
+  for (;;) {
+    const ssize_t got = ::read(notify_.get(), buffer.data(), buffer.size());
+    if (got <= 0) return touched;
+    for (size_t at = 0; at < static_cast<size_t>(got);) {
+      inotify_event event{};
+      std::memcpy(&event, buffer.data() + at, sizeof event);
+      const char* changed = buffer.data() + at + sizeof event;
+      // An overflow has no name: anything may have changed.
+      touched = touched || event.len == 0 || name == changed;
+      at += sizeof event + event.len;
+    }
   }
 }
 

@@ -14,9 +14,10 @@ namespace kestrin {
 
 /// The settings as one flat JSON object in a file that a person can read and a script can prepare.
 ///
-/// A change takes a lock that all processes share, reads the file anew, changes the one key and
-/// replaces the file, so that two processes never lose each other's keys. A thread of its own
-/// watches the folder for others' changes; observers of those run on it. A file that is no JSON
+/// A change is in memory at once; a thread of its own writes it. Writing takes a lock that all
+/// processes share, reads the file anew, changes just the altered keys and replaces the file, so
+/// that two processes never lose each other's keys. The same thread watches the folder for others'
+/// changes; observers of those run on it. A file that is no JSON
 /// object is kept aside as "settings.json.broken-TIME": at the start the defaults are used then,
 /// later the values known so far. A file that cannot be read is never replaced.
 class JsonSettings final : public SettingsStore {
@@ -29,6 +30,7 @@ class JsonSettings final : public SettingsStore {
   std::optional<Json> get(std::string_view key) const override;
   void set(std::string_view key, Json value) override;
   void remove(std::string_view key) override;
+  Status flush() override;
   std::vector<std::string> keys() const override;
   SubscriptionHandle observe(std::function<void(const std::string& key)> observer) override;
 
@@ -39,12 +41,18 @@ class JsonSettings final : public SettingsStore {
   /// The file's object: nothing when it cannot be had. With the write lock held.
   std::optional<Json> load(Broken whenBroken);
   void change(std::string_view key, std::optional<Json> value);
-  /// Takes over what a file says, with what could not be written laid over it; tells the keys
+  /// Writes what is unsaved.
+  Status save();
+  /// With the write lock held: lays `changes` over the file.
+  Status write(const Changes& changes, Json& content);
+  /// Takes over what a file says, with what is not written yet laid over it; tells the keys
   /// altered.
   std::vector<std::string> adopt(const Json& file);
   std::string moveAside() const;
   void reload();
-  void watch();
+  void work();
+  /// Reads the folder's events; true when one may concern the file.
+  bool fileTouched(const std::string& name) const;
   void warnOnce(const std::string& line);
 
   Clock& clock_;
@@ -53,15 +61,15 @@ class JsonSettings final : public SettingsStore {
   SettingsObservers observers_;
 
   std::mutex writeMutex_;  ///< held while the file is read or written and its values are taken over
-  Changes unsaved_;        ///< values that could not be written, kept for this run
   std::string lastWarning_;
 
-  mutable std::mutex mutex_;  ///< guards values_
+  mutable std::mutex mutex_;  ///< guards the two below; never held while the disk is used
+  Changes unsaved_;           ///< not written yet, or could not be
   std::map<std::string, Json, std::less<>> values_;
 
   Descriptor notify_;
-  WakeEvent stop_;
-  std::thread watcher_;
+  WakeEvent stop_, changed_;
+  std::thread worker_;
 };
 
 }  // namespace kestrin

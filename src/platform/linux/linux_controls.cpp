@@ -6,7 +6,7 @@
 #include <systemd/sd-id128.h>
 #include <unistd.h>
 
-#include "platform/linux/dbus.h"
+#include "platform/linux/screenshot_portal.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* domain = "SystemControls";
 constexpr auto deadline = std::chrono::seconds(4);
+const std::string backlights = "/sys/class/backlight";
 
 /// Names this application in the derivation of the machine's identifier: the raw one must not leave
 /// the machine.
@@ -28,47 +29,85 @@ Result<int64_t> readNumber(Files& files, const std::string& path) {
 
 }  // namespace
 
-Status LinuxControls::setDarkMode(bool on) {
-  const auto run = [&](std::vector<std::string> arguments) {
+Result<LinuxControls::Bus> LinuxControls::systemBus() const {
+  auto bus =
+      buses_.system.empty() ? dbus::Connection::system() : dbus::Connection::open(buses_.system);
+  if (!bus) return fail(domain, 3, bus.error().description);
+  return bus;
+}
+
+/// A write is read back: without its settings service the tool forgets what it was told, and says
+/// nothing.
+bool LinuxControls::setGnomeScheme(bool on) {
+  const auto gsettings = [&](std::vector<std::string> arguments) -> std::optional<std::string> {
     auto output =
         processes_.run({.program = "gsettings", .arguments = std::move(arguments)}, deadline);
-    return output && output->exitCode == 0;
+    if (!output || output->exitCode != 0) return std::nullopt;
+    return text::trim(output->standardOutput);
   };
   const std::string schema = "org.gnome.desktop.interface";
-  if (run({"set", schema, "color-scheme", on ? "prefer-dark" : "default"})) return {};
-  auto kde = processes_.run(
+  const std::string scheme = on ? "prefer-dark" : "default";
+  return gsettings({"set", schema, "color-scheme", scheme}) &&
+         gsettings({"get", schema, "color-scheme"}) == "'" + scheme + "'";
+}
+
+bool LinuxControls::setKdeScheme(bool on) {
+  const auto output = processes_.run(
       {.program = "plasma-apply-colorscheme", .arguments = {on ? "BreezeDark" : "BreezeLight"}},
       deadline);
-  if (kde && kde->exitCode == 0) return {};
+  return output && output->exitCode == 0;
+}
+
+Status LinuxControls::setDarkMode(bool on) {
+  // Each desktop accepts the other's setting without a word and shows nothing of it.
+  const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+  const bool isKde = desktop && text::contains(text::upper(desktop), "KDE");
+  if (isKde ? setKdeScheme(on) || setGnomeScheme(on) : setGnomeScheme(on) || setKdeScheme(on)) {
+    return {};
+  }
   return fail(domain, 1, "This desktop has no colour scheme that can be switched from here");
 }
 
+/// Where several devices drive one screen, the firmware's knows best and a raw register least.
+Result<std::string> LinuxControls::backlightDevice() const {
+  const auto devices = files_.list(backlights);
+  std::string best;
+  int bestRank = 0;
+  for (const auto& device : devices.value_or(std::vector<FileInfo>{})) {
+    const auto type = text::trim(files_.read(device.path + "/type").value_or(""));
+    const int rank = type == "firmware" ? 3 : type == "platform" ? 2 : 1;
+    if (rank > bestRank) {
+      best = device.path.substr(device.path.rfind('/') + 1);
+      bestRank = rank;
+    }
+  }
+  if (best.empty()) return fail(domain, 2, "No screen here has a brightness that can be set");
+  return best;
+}
+
 Status LinuxControls::changeBrightness(int deltaPercent) {
-  const std::string folder = "/sys/class/backlight";
-  const auto devices = files_.list(folder);
-  if (!devices || devices->empty())
-    return fail(domain, 2, "No screen here has a brightness that can be set");
-  const std::string device = devices->front().path.substr(folder.size() + 1);
-  const auto maximum = readNumber(files_, folder + "/" + device + "/max_brightness");
-  const auto now = readNumber(files_, folder + "/" + device + "/brightness");
+  const auto device = backlightDevice();
+  if (!device) return fail(device.error());
+  const auto maximum = readNumber(files_, backlights + "/" + *device + "/max_brightness");
+  const auto now = readNumber(files_, backlights + "/" + *device + "/brightness");
   if (!maximum || !now || *maximum <= 0)
     return fail(domain, 2, "The screen's brightness cannot be read");
   // Never quite dark: a black screen looks broken.
   const int64_t lowest = std::max<int64_t>(1, *maximum / 100);
   const int64_t wanted = std::clamp(*now + *maximum * deltaPercent / 100, lowest, *maximum);
-  auto bus = dbus::Connection::system();
-  if (!bus) return fail(domain, 3, bus.error().description);
+  auto bus = systemBus();
+  if (!bus) return fail(bus.error());
   auto set = (*bus)->call<void>({"org.freedesktop.login1", "/org/freedesktop/login1/session/auto",
                                  "org.freedesktop.login1.Session"},
-                                "SetBrightness", deadline, std::string("backlight"), device,
+                                "SetBrightness", deadline, std::string("backlight"), *device,
                                 static_cast<uint32_t>(wanted));
   if (!set) return fail(domain, 3, set.error().description);
   return {};
 }
 
 Status LinuxControls::suspend() {
-  auto bus = dbus::Connection::system();
-  if (!bus) return fail(domain, 3, bus.error().description);
+  auto bus = systemBus();
+  if (!bus) return fail(bus.error());
   auto done = (*bus)->call<void>(
       {"org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager"},
       "Suspend", deadline, false);
@@ -76,14 +115,35 @@ Status LinuxControls::suspend() {
   return {};
 }
 
+Result<bool> LinuxControls::portalScreenshot(const std::string& path) {
+  auto bus =
+      buses_.session.empty() ? dbus::Connection::session() : dbus::Connection::open(buses_.session);
+  if (!bus) return false;
+  const auto made = takePortalScreenshot(**bus);
+  if (!made && made.error().code == screenshotDeclined) {
+    return fail(domain, 4, made.error().description);
+  }
+  if (!made) return false;
+  // The desktop chose a place of its own, perhaps on another file system.
+  if (auto copied = files_.copy(*made, path); !copied) return fail(copied.error());
+  files_.remove(*made);
+  return true;
+}
+
 Status LinuxControls::screenshot(const std::string& path) {
+  const auto folder = path.substr(0, path.rfind('/'));
+  if (auto made = files_.createFolders(folder); !made) return made;
+  const auto byPortal = portalScreenshot(path);
+  if (!byPortal) return fail(byPortal.error());
+  if (*byPortal) return {};
   struct Tool {
     const char* program;
     std::vector<std::string> before;
   };
-  const std::array<Tool, 5> tools{{{"grim", {}},
+  const std::array<Tool, 6> tools{{{"grim", {}},
                                    {"gnome-screenshot", {"-f"}},
                                    {"spectacle", {"-b", "-n", "-o"}},
+                                   {"maim", {}},
                                    {"scrot", {}},
                                    {"import", {"-window", "root"}}}};
   for (const Tool& tool : tools) {

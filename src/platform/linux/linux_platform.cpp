@@ -15,6 +15,7 @@
 #include "platform/linux/json_settings.h"
 #include "platform/linux/linux_controls.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/linux_place.h"
 #include "platform/linux/portal_key_monitor.h"
 #include "platform/linux/posix_processes.h"
 #include "platform/linux/pulse_audio.h"
@@ -23,6 +24,7 @@
 #include "platform/linux/x11_pasteboard.h"
 #include "platform/linux/x11_synthetic_input.h"
 #include "platform/linux/x11_workspace.h"
+#include "platform/linux/xdg_login_item.h"
 #include "platform/unavailable.h"
 
 namespace kestrin {
@@ -111,16 +113,19 @@ struct LinuxPlatform::Backends {
   DesktopNotifications userNotifications;
   LinuxControls controls{files, *processes};
   EspeakSpeech speech{*processes};
+  XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
+  LinuxPlaceService place{files, dbus::Connection::system, dates::systemTimeZone};
   std::unique_ptr<Platform> platform;
 };
 
 LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
     : backends_(std::make_unique<Backends>(std::move(warn))) {
   auto& b = *backends_;
-  b.platform.reset(new Platform{*b.dispatch, *b.http, b.files, b.random, b.settings,
-                                b.notifications, *b.processes, *b.keyMonitor, *b.input,
-                                *b.accessibility, *b.workspace, *b.pasteboard, *b.audio, *b.browser,
-                                b.secrets, b.userNotifications, b.controls, b.speech});
+  b.platform.reset(new Platform{*b.dispatch, *b.http,          b.files,      b.random,
+                                b.settings,  b.notifications,  *b.processes, *b.keyMonitor,
+                                *b.input,    *b.accessibility, *b.workspace, *b.pasteboard,
+                                *b.audio,    *b.browser,       b.secrets,    b.userNotifications,
+                                b.controls,  b.speech,         b.loginItem,  b.place});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

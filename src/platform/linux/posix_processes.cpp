@@ -302,7 +302,7 @@ Result<ChildProcessRef> PosixProcesses::start(const ProcessSpec& spec, QueueRef 
                                           bool isError) {
     if (lines.empty() || !onLine) return;
     size_t size = 0;
-    for (const std::string& line : lines) size += line.size() + sizeof line;
+    for (const std::string& line : lines) size += line.size() + sizeof(std::string);
     child.handle->untaken += size;
     queue->post([onLine, isError, size, loop, handle = child.handle, lines = std::move(lines)] {
       for (const std::string& line : lines) onLine(line, isError);

@@ -1,8 +1,10 @@
 #include "platform/simulated/simulated_accessibility.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
+#include "platform/dispatch/sanitizers.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -33,6 +35,7 @@ SimulatedAccessibility::SimulatedAccessibility(Dispatch& dispatch, SimulatedDesk
       events_(dispatch.makeQueue("simulated.accessibility.events")) {}
 
 Status SimulatedAccessibility::reach(const char* site) {
+  const dispatch::order::Unobserved unobserved;
   if (busMissing) return fail("Accessibility", 1, "No accessibility bus");
   if (faultDue(faults_, site))
     return fail("Accessibility", 3, std::string("No answer (") + site + ")");
@@ -66,6 +69,7 @@ SimulatedWindow* SimulatedAccessibility::windowOf(const AxElement& element) {
 Status SimulatedAccessibility::available() { return reach("accessibility.available"); }
 
 Result<AxElement> SimulatedAccessibility::focusedWindow(int pid) {
+  const dispatch::order::Unobserved unobserved;
   if (auto reached = reach("accessibility.focusedWindow"); !reached) return fail(reached.error());
   for (auto id : desktop_.stacking()) {
     const auto* owner = desktop_.applicationOfWindow(id);
@@ -75,6 +79,7 @@ Result<AxElement> SimulatedAccessibility::focusedWindow(int pid) {
 }
 
 Result<AxElement> SimulatedAccessibility::focusedElement(int pid) {
+  const dispatch::order::Unobserved unobserved;
   if (auto reached = reach("accessibility.focusedElement"); !reached) return fail(reached.error());
   const auto* owner = desktop_.applicationOfWindow(desktop_.activeWindow());
   const auto* focused = desktop_.focusedElement();
@@ -83,6 +88,7 @@ Result<AxElement> SimulatedAccessibility::focusedElement(int pid) {
 }
 
 Result<AxElement> SimulatedAccessibility::focusedDescendant(const AxElement& root) {
+  const dispatch::order::Unobserved unobserved;
   auto program = programOf(root, "accessibility.focusedDescendant");
   if (!program) return fail(program.error());
   const auto* window = windowOf(root);
@@ -93,6 +99,7 @@ Result<AxElement> SimulatedAccessibility::focusedDescendant(const AxElement& roo
 }
 
 Result<std::string> SimulatedAccessibility::role(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   if (windowOf(element)) return std::string("AXWindow");
   auto found = textOf(element, "accessibility.role");
   if (!found) return fail(found.error());
@@ -100,6 +107,7 @@ Result<std::string> SimulatedAccessibility::role(const AxElement& element) {
 }
 
 Result<std::string> SimulatedAccessibility::title(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto program = programOf(element, "accessibility.title");
   if (!program) return fail(program.error());
   const auto* window = windowOf(element);
@@ -107,12 +115,14 @@ Result<std::string> SimulatedAccessibility::title(const AxElement& element) {
 }
 
 Result<std::string> SimulatedAccessibility::toolkit(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto program = programOf(element, "accessibility.toolkit");
   if (!program) return fail(program.error());
   return (*program)->toolkit;
 }
 
 Result<std::string> SimulatedAccessibility::value(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto found = textOf(element, "accessibility.value");
   if (!found) return fail(found.error());
   return (*found)->text;
@@ -120,6 +130,7 @@ Result<std::string> SimulatedAccessibility::value(const AxElement& element) {
 
 Result<std::string> SimulatedAccessibility::textRange(const AxElement& element, int begin,
                                                       int end) {
+  const dispatch::order::Unobserved unobserved;
   auto found = textOf(element, "accessibility.textRange");
   if (!found) return fail(found.error());
   begin = std::max(begin, 0);
@@ -128,12 +139,14 @@ Result<std::string> SimulatedAccessibility::textRange(const AxElement& element, 
 }
 
 Result<int> SimulatedAccessibility::textLength(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto found = textOf(element, "accessibility.textLength");
   if (!found) return fail(found.error());
   return static_cast<int>(text::utf16Length((*found)->text));
 }
 
 Result<TextRange> SimulatedAccessibility::selectedRange(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto found = textOf(element, "accessibility.selectedRange");
   if (!found) return fail(found.error());
   return (*found)->selection;
@@ -146,6 +159,7 @@ Result<std::string> SimulatedAccessibility::selectedText(const AxElement& elemen
 }
 
 Result<bool> SimulatedAccessibility::isEditable(const AxElement& element) {
+  const dispatch::order::Unobserved unobserved;
   auto found = textOf(element, "accessibility.isEditable");
   if (!found) return fail(found.error());
   return takesInserts(**found);
@@ -153,10 +167,14 @@ Result<bool> SimulatedAccessibility::isEditable(const AxElement& element) {
 
 InsertOutcome SimulatedAccessibility::insertText(const AxElement& element, int offset,
                                                  const std::string& text) {
-  auto found = textOf(element, "accessibility.insertText");
-  if (!found || !takesInserts(**found)) return InsertOutcome::refused;
   const int pid = SimulatedDesktop::pidOf(element);
-  const auto behaviour = (*found)->insertBehaviour;
+  auto behaviour = InsertBehaviour::works;
+  {
+    const dispatch::order::Unobserved unobserved;
+    auto found = textOf(element, "accessibility.insertText");
+    if (!found || !takesInserts(**found)) return InsertOutcome::refused;
+    behaviour = (*found)->insertBehaviour;
+  }
   if (text.empty()) return InsertOutcome::delivered;
   if (behaviour == InsertBehaviour::hangs) return hang(element, offset, text);
   // The world may change before the call arrives and before its answer is back.
@@ -178,14 +196,18 @@ InsertOutcome SimulatedAccessibility::insertText(const AxElement& element, int o
 
 InsertOutcome SimulatedAccessibility::hang(const AxElement& element, int offset,
                                            const std::string& text) {
-  auto& late = late_[{element.bus, element.path}];
-  ++late.outstanding;
-  late.result = InsertOutcome::unknown;
-  if (!late.settled) late.settled = dispatch_.makeSemaphore(0, "a late insert");
+  {
+    const dispatch::order::Unobserved unobserved;
+    auto& late = late_[{element.bus, element.path}];
+    ++late.outstanding;
+    late.result = InsertOutcome::unknown;
+    if (!late.settled) late.settled = dispatch_.makeSemaphore(0, "a late insert");
+  }
   events_->postAfter(hangTime, lifetime_.guard([this, element, offset, text] {
     const bool done =
         desktop_.replaceText(SimulatedDesktop::pidOf(element), element.path, {offset, 0}, text,
                              SimulatedDesktop::Author::accessibility);
+    const dispatch::order::Unobserved unobserved;
     auto& waited = late_[{element.bus, element.path}];
     if (--waited.outstanding > 0) return;
     waited.result = done ? InsertOutcome::delivered : InsertOutcome::refused;
@@ -196,12 +218,18 @@ InsertOutcome SimulatedAccessibility::hang(const AxElement& element, int offset,
 }
 
 InsertOutcome SimulatedAccessibility::lateOutcome(const AxElement& element, Duration timeout) {
-  auto known = late_.find({element.bus, element.path});
-  if (known == late_.end()) return InsertOutcome::refused;
-  if (known->second.result == InsertOutcome::unknown && !known->second.settled->wait(timeout)) {
-    return InsertOutcome::unknown;
+  Late* late = nullptr;
+  std::shared_ptr<Semaphore> settled;
+  {
+    const dispatch::order::Unobserved unobserved;
+    const auto known = late_.find({element.bus, element.path});
+    if (known == late_.end()) return InsertOutcome::refused;
+    late = &known->second;
+    if (late->result == InsertOutcome::unknown) settled = late->settled;
   }
-  return std::exchange(known->second.result, InsertOutcome::refused);
+  if (settled && !settled->wait(timeout)) return InsertOutcome::unknown;
+  const dispatch::order::Unobserved unobserved;
+  return std::exchange(late->result, InsertOutcome::refused);
 }
 
 Result<SubscriptionHandle> SimulatedAccessibility::watchText(
@@ -209,7 +237,7 @@ Result<SubscriptionHandle> SimulatedAccessibility::watchText(
   auto found = textOf(element, "accessibility.watchText");
   if (!found) return fail(found.error());
   if (!takesInserts(**found)) return fail("Accessibility", 5, "The element is not editable");
-  auto active = std::make_shared<bool>(true);
+  auto active = std::make_shared<std::atomic<bool>>(true);
   auto observer =
       desktop_.observeText([=, events = events_, pid = SimulatedDesktop::pidOf(element)](
                                int changedPid, const std::string& path, TextChange change,
@@ -218,12 +246,12 @@ Result<SubscriptionHandle> SimulatedAccessibility::watchText(
             author == SimulatedDesktop::Author::accessibility)
           return;
         events->post([=] {
-          if (*active) onForeignChange(change);
+          if (active->load(std::memory_order_relaxed)) onForeignChange(change);
         });
       });
   auto shared = std::make_shared<SubscriptionHandle>(std::move(observer));
   return onUnsubscribe([active, shared] {
-    *active = false;
+    active->store(false, std::memory_order_relaxed);
     shared->reset();
   });
 }

@@ -50,6 +50,11 @@ void SimulatedAudio::setSuspended(const std::string& id, bool suspended) {
   if (Microphone* microphone = server_->find(id)) microphone->suspended = suspended;
 }
 
+void SimulatedAudio::setOpeningTime(Duration time) {
+  const std::lock_guard lock(server_->mutex);
+  server_->openingTime = time;
+}
+
 void SimulatedAudio::refuseCaptures(std::optional<Error> error) {
   const std::lock_guard lock(server_->mutex);
   server_->refusal = std::move(error);
@@ -154,6 +159,12 @@ AudioFormat SimulatedAudio::inputFormat(const std::string& deviceId) {
 Result<std::unique_ptr<AudioCapture>> SimulatedAudio::capture(CaptureOptions options) {
   AudioFormat format = simulated::systemFormat;
   std::string device;
+  Duration openingTime{};
+  {
+    const std::lock_guard lock(server_->mutex);
+    openingTime = server_->openingTime;
+  }
+  if (openingTime > Duration(0)) server_->dispatch.clock().sleep(openingTime, "the sound server");
   {
     const std::lock_guard lock(server_->mutex);
     if (auto status = server_->check("audio.capture"); !status) return fail(status.error());

@@ -38,6 +38,8 @@ class SimulatedAudio final : public Audio {
   void setSuspended(const std::string& id, bool suspended);
   /// While set, opening a capture fails with this.
   void refuseCaptures(std::optional<Error> error);
+  /// How long the server takes to open a capture; none unless told.
+  void setOpeningTime(Duration time);
   /// Ends every capture and playback, and refuses everything until it is there again.
   void setServerRunning(bool running);
   /// The size of the server's fragments (20 ms unless told) and the time until the first arrives.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/dispatch/sanitizers.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -23,7 +24,11 @@ int movedOffset(int offset, TextRange range, int inserted) {
 
 template <class Observers, class... Args>
 void tell(const std::shared_ptr<Observers>& observers, const Args&... args) {
-  const Observers copy = *observers;  // an observer may unsubscribe while it is told
+  Observers copy;  // an observer may unsubscribe while it is told
+  {
+    const dispatch::order::Unobserved unobserved;
+    copy = *observers;
+  }
   for (const auto& [id, observer] : copy) {
     if (observers->count(id)) observer(args...);
   }
@@ -48,11 +53,13 @@ SimulatedDesktop::SimulatedDesktop(Dispatch& dispatch)
 SimulatedDesktop::~SimulatedDesktop() = default;
 
 void SimulatedDesktop::addApplication(SimulatedApplication application) {
+  const dispatch::order::Unobserved unobserved;
   applications_.push_back(std::move(application));
   for (const auto& window : applications_.back().windows) activate(window.id);
 }
 
 void SimulatedDesktop::removeApplication(int pid) {
+  const dispatch::order::Unobserved unobserved;
   const auto* leaving = application(pid);
   if (!leaving) return;
   std::vector<uint64_t> windows;
@@ -63,6 +70,7 @@ void SimulatedDesktop::removeApplication(int pid) {
 }
 
 SimulatedApplication* SimulatedDesktop::application(int pid) {
+  const dispatch::order::Unobserved unobserved;
   for (auto& a : applications_) {
     if (a.pid == pid) return &a;
   }
@@ -70,6 +78,7 @@ SimulatedApplication* SimulatedDesktop::application(int pid) {
 }
 
 SimulatedApplication* SimulatedDesktop::applicationOfWindow(uint64_t windowId) {
+  const dispatch::order::Unobserved unobserved;
   for (auto& a : applications_) {
     for (auto& w : a.windows) {
       if (w.id == windowId) return &a;
@@ -79,6 +88,7 @@ SimulatedApplication* SimulatedDesktop::applicationOfWindow(uint64_t windowId) {
 }
 
 SimulatedWindow* SimulatedDesktop::window(uint64_t id) {
+  const dispatch::order::Unobserved unobserved;
   for (auto& a : applications_) {
     for (auto& w : a.windows) {
       if (w.id == id) return &w;
@@ -88,6 +98,7 @@ SimulatedWindow* SimulatedDesktop::window(uint64_t id) {
 }
 
 SimulatedElement* SimulatedDesktop::element(int pid, const std::string& path) {
+  const dispatch::order::Unobserved unobserved;
   if (auto* a = application(pid)) {
     for (auto& w : a->windows) {
       for (auto& e : w.elements) {
@@ -99,6 +110,7 @@ SimulatedElement* SimulatedDesktop::element(int pid, const std::string& path) {
 }
 
 uint64_t SimulatedDesktop::windowOf(int pid, const std::string& path) {
+  const dispatch::order::Unobserved unobserved;
   if (auto* a = application(pid)) {
     for (auto& w : a->windows) {
       for (auto& e : w.elements) {
@@ -119,6 +131,7 @@ int SimulatedDesktop::pidOf(const AxElement& element) {
 }
 
 bool SimulatedDesktop::activate(uint64_t windowId) {
+  const dispatch::order::Unobserved unobserved;
   if (!window(windowId)) return false;
   std::erase(stacking_, windowId);
   stacking_.insert(stacking_.begin(), windowId);
@@ -128,6 +141,7 @@ bool SimulatedDesktop::activate(uint64_t windowId) {
 }
 
 void SimulatedDesktop::closeWindow(uint64_t windowId) {
+  const dispatch::order::Unobserved unobserved;
   auto* owner = applicationOfWindow(windowId);
   if (!owner) return;
   std::erase_if(owner->windows, [&](const auto& w) { return w.id == windowId; });
@@ -137,38 +151,52 @@ void SimulatedDesktop::closeWindow(uint64_t windowId) {
 }
 
 SimulatedElement* SimulatedDesktop::focusedElement() {
+  const dispatch::order::Unobserved unobserved;
   auto* active = window(activeWindow_);
   auto* owner = applicationOfWindow(activeWindow_);
   return active && owner ? element(owner->pid, active->focusedPath) : nullptr;
 }
 
 void SimulatedDesktop::focusElement(int pid, const std::string& path) {
+  const dispatch::order::Unobserved unobserved;
   if (auto* holder = window(windowOf(pid, path))) holder->focusedPath = path;
 }
 
 bool SimulatedDesktop::replaceText(int pid, const std::string& path, TextRange range,
                                    const std::string& text, Author author) {
-  auto* target = element(pid, path);
-  if (!target) return false;
-  const int length = static_cast<int>(text::utf16Length(target->text));
-  range.location = std::clamp(range.location, 0, length);
-  range.length = std::clamp(range.length, 0, length - range.location);
-  const int end = range.location + range.length;
-  const int inserted = static_cast<int>(text::utf16Length(text));
-  target->text = text::utf16Slice(target->text, 0, range.location) + text +
-                 text::utf16Slice(target->text, end, length);
-  auto& selection = target->selection;
-  const int selectionEnd = movedOffset(selection.location + selection.length, range, inserted);
-  selection.location = movedOffset(selection.location, range, inserted);
-  selection.length = std::max(0, selectionEnd - selection.location);
-  record(author == Author::user ? "user text" : author == Author::paste ? "paste" : "insert", text);
+  const auto inserted = static_cast<int>(text::utf16Length(text));
+  {
+    const dispatch::order::Unobserved unobserved;
+    auto* target = element(pid, path);
+    if (!target) return false;
+    const int length = static_cast<int>(text::utf16Length(target->text));
+    range.location = std::clamp(range.location, 0, length);
+    range.length = std::clamp(range.length, 0, length - range.location);
+    const int end = range.location + range.length;
+    target->text = text::utf16Slice(target->text, 0, range.location) + text +
+                   text::utf16Slice(target->text, end, length);
+    auto& selection = target->selection;
+    const int selectionEnd = movedOffset(selection.location + selection.length, range, inserted);
+    selection.location = movedOffset(selection.location, range, inserted);
+    selection.length = std::max(0, selectionEnd - selection.location);
+    record(author == Author::user    ? "user text"
+           : author == Author::paste ? "paste"
+                                     : "insert",
+           text);
+  }
   tell(textObservers_, pid, path, TextChange{range.location, range.length, inserted}, author);
   return true;
 }
 
 bool SimulatedDesktop::userTypes(int pid, const std::string& path, const std::string& text) {
+  const auto at = selectionOf(pid, path);
+  return at && replaceText(pid, path, *at, text, Author::user);
+}
+
+std::optional<TextRange> SimulatedDesktop::selectionOf(int pid, const std::string& path) {
+  const dispatch::order::Unobserved unobserved;
   const auto* target = element(pid, path);
-  return target && replaceText(pid, path, target->selection, text, Author::user);
+  return target ? std::optional(target->selection) : std::nullopt;
 }
 
 SubscriptionHandle SimulatedDesktop::observeText(TextObserver observer) {
@@ -176,11 +204,13 @@ SubscriptionHandle SimulatedDesktop::observeText(TextObserver observer) {
 }
 
 void SimulatedDesktop::setClipboard(std::optional<std::string> text, bool ours) {
+  const dispatch::order::Unobserved unobserved;
   record("clipboard", text.value_or(""));
   clipboard_ = {std::move(text), ours, 0};
 }
 
 std::optional<std::string> SimulatedDesktop::fetchClipboard() {
+  const dispatch::order::Unobserved unobserved;
   if (clipboard_.ours && clipboard_.text) {
     ++clipboard_.fetches;
     for (const auto& waiter : std::exchange(fetchWaiters_, {})) {
@@ -192,6 +222,7 @@ std::optional<std::string> SimulatedDesktop::fetchClipboard() {
 
 void SimulatedDesktop::deliverChord(const std::vector<std::string>& modifiers,
                                     const std::string& key) {
+  const dispatch::order::Unobserved unobserved;
   record("chord", modifiers.empty() ? key : text::join(modifiers, "+") + "+" + key);
   auto* target = focusedElement();
   if (key != "v" || !has(modifiers, "control") || !target) return;
@@ -203,12 +234,13 @@ void SimulatedDesktop::deliverChord(const std::vector<std::string>& modifiers,
 }
 
 void SimulatedDesktop::pasteInto(int pid, const std::string& path) {
-  const auto* target = element(pid, path);
-  if (!target) return;
-  if (auto text = fetchClipboard()) replaceText(pid, path, target->selection, *text, Author::paste);
+  const auto at = selectionOf(pid, path);
+  if (!at) return;
+  if (auto text = fetchClipboard()) replaceText(pid, path, *at, *text, Author::paste);
 }
 
 void SimulatedDesktop::deliverButton(int button, bool down) {
+  const dispatch::order::Unobserved unobserved;
   if (down) {
     heldButtons.insert(button);
   } else {
@@ -247,10 +279,12 @@ SubscriptionHandle SimulatedDesktop::observeKeys(std::function<void(KeyEdge)> ob
 }
 
 void SimulatedDesktop::record(std::string what, std::string detail) {
+  const dispatch::order::Unobserved unobserved;
   events_.push_back({dispatch_.clock().steadyNow().sinceStart, std::move(what), std::move(detail)});
 }
 
 std::vector<std::string> SimulatedDesktop::recorded(const std::string& what) const {
+  const dispatch::order::Unobserved unobserved;
   std::vector<std::string> details;
   for (const auto& event : events_) {
     if (event.what == what) details.push_back(event.detail);

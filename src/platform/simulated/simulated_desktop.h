@@ -10,6 +10,7 @@
 
 #include "platform/accessibility.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/dispatch/sanitizers.h"
 #include "platform/key_monitor.h"
 #include "platform/lifetime.h"
 #include "platform/workspace.h"
@@ -76,7 +77,9 @@ struct DesktopEvent {
 /// program gets round to it, into the element that had the focus at the chord. Everything that
 /// happens is recorded.
 ///
-/// Not thread-safe: it belongs to the simulation's thread (or to one test thread).
+/// Not thread-safe: it belongs to the simulation's thread (or to one test thread). It stands for
+/// other programs, so the thread sanitizer looks away: its state neither races with the product nor
+/// orders the product's queues.
 class SimulatedDesktop {
  public:
   explicit SimulatedDesktop(Dispatch& dispatch);
@@ -132,14 +135,20 @@ class SimulatedDesktop {
     bool ours = false;
     int fetches = 0;  ///< by programs of the desktop, of our last content
   };
-  const Clipboard& clipboard() const { return clipboard_; }
+  Clipboard clipboard() const {
+    const dispatch::order::Unobserved unobserved;
+    return clipboard_;
+  }
   void setClipboard(std::optional<std::string> text, bool ours);
   /// Another program copies: we lose the clipboard.
   void userCopies(const std::string& text) { setClipboard(text, false); }
   /// A program reads the clipboard; counts as a fetch while it is ours.
   std::optional<std::string> fetchClipboard();
   /// Signalled at every fetch.
-  void addFetchWaiter(std::weak_ptr<Semaphore> waiter) { fetchWaiters_.push_back(waiter); }
+  void addFetchWaiter(std::weak_ptr<Semaphore> waiter) {
+    const dispatch::order::Unobserved unobserved;
+    fetchWaiters_.push_back(std::move(waiter));
+  }
 
   // Keyboard and pointer. Modifiers: "control", "shift", "alt", "super".
 
@@ -176,6 +185,7 @@ class SimulatedDesktop {
   std::vector<std::string> recorded(const std::string& what) const;
 
  private:
+  std::optional<TextRange> selectionOf(int pid, const std::string& path);
   void pasteInto(int pid, const std::string& path);
   void emitKey(KeyEdge edge);
 

@@ -7,11 +7,13 @@ SimulatedPasteboard::SimulatedPasteboard(Dispatch& dispatch, SimulatedDesktop& d
     : dispatch_(dispatch), desktop_(desktop), faults_(faults) {}
 
 std::optional<std::string> SimulatedPasteboard::string() {
+  const dispatch::order::Unobserved unobserved;
   if (faultDue(faults_, "pasteboard.string")) return std::nullopt;
   return desktop_.clipboard().text;
 }
 
 Status SimulatedPasteboard::setString(const std::string& text) {
+  const dispatch::order::Unobserved unobserved;
   if (faultDue(faults_, "pasteboard.set"))
     return fail("Pasteboard", 2, "The clipboard could not be taken over");
   desktop_.setClipboard(text, true);
@@ -19,6 +21,7 @@ Status SimulatedPasteboard::setString(const std::string& text) {
 }
 
 Status SimulatedPasteboard::clear() {
+  const dispatch::order::Unobserved unobserved;
   if (faultDue(faults_, "pasteboard.clear"))
     return fail("Pasteboard", 3, "The clipboard could not be cleared");
   desktop_.setClipboard(std::nullopt, false);
@@ -39,6 +42,7 @@ bool SimulatedPasteboard::waitForFetch(int seen, Duration timeout) {
 }
 
 bool SimulatedPasteboard::isOwner() {
+  const dispatch::order::Unobserved unobserved;
   return desktop_.clipboard().ours && desktop_.clipboard().text.has_value();
 }
 

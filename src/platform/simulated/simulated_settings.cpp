@@ -16,6 +16,12 @@ std::vector<std::string> SimulatedSettings::keys() const {
   return out;
 }
 
+Status SimulatedSettings::flush() {
+  const std::lock_guard lock(mutex_);
+  if (saved_ == values_) return {};
+  return fail("Files", 5, "The settings could not be saved.");
+}
+
 std::map<std::string, Json, std::less<>> SimulatedSettings::saved() const {
   const std::lock_guard lock(mutex_);
   return saved_;

@@ -18,6 +18,8 @@ class SimulatedSettings final : public SettingsStore {
   std::optional<Json> get(std::string_view key) const override;
   void set(std::string_view key, Json value) override { change(key, std::move(value)); }
   void remove(std::string_view key) override { change(key, std::nullopt); }
+  /// What a change could not save fails here until a later change saves it.
+  Status flush() override;
   std::vector<std::string> keys() const override;
   SubscriptionHandle observe(std::function<void(const std::string& key)> observer) override {
     return observers_.add(std::move(observer));

@@ -106,6 +106,7 @@ struct SoundServer {
   std::mutex mutex;
   bool running = true;
   std::optional<Error> refusal;
+  Duration openingTime{};  ///< of a capture
   Duration fragment = std::chrono::milliseconds(20);
   Duration firstData = std::chrono::milliseconds(15);
   std::vector<Microphone> microphones;

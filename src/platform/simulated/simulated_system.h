@@ -1,12 +1,18 @@
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/dispatch/dispatch.h"
+#include "platform/login_item.h"
+#include "platform/place.h"
 #include "platform/secret_store.h"
 #include "platform/simulated/fault_plan.h"
 #include "platform/system_controls.h"
@@ -37,7 +43,9 @@ class SimulatedSecretStore final : public SecretStore {
     items_.erase({service, account});
     return {};
   }
-  bool persistent() override { return true; }
+  bool persistent() override { return !onlyInMemory; }
+
+  std::atomic<bool> onlyInMemory = false;  ///< as without a secret service
 
  private:
   FaultPlan* const faults_;
@@ -80,10 +88,11 @@ class SimulatedSystemControls final : public SystemControls {
   }
   Status suspend() override { return record("suspend"); }
   Status screenshot(const std::string& path) override { return record("screenshot " + path); }
-  Result<std::string> machineId() override { return std::string("0123456789abcdef"); }
+  Result<std::string> machineId() override { return machine; }
   std::string hostName() override { return "simulated"; }
 
   std::vector<std::string> asked;
+  Result<std::string> machine = "0123456789abcdef";
 
  private:
   Status record(std::string what) {
@@ -91,6 +100,58 @@ class SimulatedSystemControls final : public SystemControls {
     asked.push_back(std::move(what));
     return {};
   }
+  FaultPlan* const faults_;
+};
+
+/// A flag. Site: "loginItem.set".
+class SimulatedLoginItem final : public LoginItem {
+ public:
+  explicit SimulatedLoginItem(FaultPlan* faults = nullptr) : faults_(faults) {}
+
+  Status setEnabled(bool enabled) override {
+    const std::lock_guard lock(mutex_);
+    if (faultDue(faults_, "loginItem.set") || refused_) {
+      return fail("LoginItem", 1, "The autostart folder cannot be written.");
+    }
+    enabled_ = enabled;
+    return {};
+  }
+  bool isEnabled() override {
+    const std::lock_guard lock(mutex_);
+    return enabled_;
+  }
+  /// From now on nothing can be registered.
+  void refuse(bool refused) {
+    const std::lock_guard lock(mutex_);
+    refused_ = refused;
+  }
+
+ private:
+  FaultPlan* const faults_;
+  std::mutex mutex_;
+  bool enabled_ = false, refused_ = false;
+};
+
+/// A place that takes a while to find. Site: "place.current" (nothing is found).
+class SimulatedPlaceService final : public PlaceService {
+ public:
+  explicit SimulatedPlaceService(Clock& clock, FaultPlan* faults = nullptr)
+      : clock_(clock), faults_(faults) {}
+
+  Result<Place> current(Duration deadline) override {
+    clock_.sleep(std::min(deadline, takes), "the place");
+    if (faultDue(faults_, "place.current") || takes > deadline || !place) {
+      return fail("PlaceService", 1, "No place is known.");
+    }
+    return *place;
+  }
+
+  /// Set before use.
+  std::optional<Place> place = Place{"Lyon", "Rhône", "France", "Europe/Paris"};
+  Duration takes = std::chrono::milliseconds(200);
+
+ private:
+  Clock& clock_;
   FaultPlan* const faults_;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/simulated/simulated_workspace.h"
 
+#include "platform/dispatch/sanitizers.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -18,17 +19,20 @@ SimulatedWorkspace::SimulatedWorkspace(Dispatch& dispatch, SimulatedDesktop& des
     : dispatch_(dispatch), desktop_(desktop), faults_(faults) {}
 
 std::optional<RunningApplication> SimulatedWorkspace::frontmostApplication() {
+  const dispatch::order::Unobserved unobserved;
   const auto* front = desktop_.applicationOfWindow(desktop_.activeWindow());
   if (!front || faultDue(faults_, "workspace.front")) return std::nullopt;
   return running(*front);
 }
 
 std::optional<RunningApplication> SimulatedWorkspace::application(int pid) {
+  const dispatch::order::Unobserved unobserved;
   const auto* found = desktop_.application(pid);
   return found ? std::optional(running(*found)) : std::nullopt;
 }
 
 std::optional<WindowInfo> SimulatedWorkspace::info(uint64_t id) {
+  const dispatch::order::Unobserved unobserved;
   const auto* window = desktop_.window(id);
   if (!window) return std::nullopt;
   return WindowInfo{id, desktop_.applicationOfWindow(id)->pid, window->title};
@@ -66,10 +70,12 @@ Status SimulatedWorkspace::activateApplication(int pid) {
 Result<Point> SimulatedWorkspace::screenSize() { return desktop_.screenSize; }
 
 std::vector<InstalledApplication> SimulatedWorkspace::installedApplications() {
+  const dispatch::order::Unobserved unobserved;
   return desktop_.installed;
 }
 
 Status SimulatedWorkspace::launch(const std::string& application) {
+  const dispatch::order::Unobserved unobserved;
   const std::string wanted = text::lower(application);
   for (const auto& known : desktop_.installed) {
     if (text::lower(known.desktopId) != wanted && text::lower(known.name) != wanted &&
@@ -88,6 +94,7 @@ Status SimulatedWorkspace::launch(const std::string& application) {
 }
 
 Status SimulatedWorkspace::quitApplication(const std::string& application) {
+  const dispatch::order::Unobserved unobserved;
   if (faultDue(faults_, "workspace.quit")) return fail(domain, 1, "The X display went away");
   const std::string wanted = text::lower(application);
   for (const auto& candidate : desktop_.applications()) {
@@ -99,6 +106,7 @@ Status SimulatedWorkspace::quitApplication(const std::string& application) {
 }
 
 Status SimulatedWorkspace::open(const std::string& addressOrPath) {
+  const dispatch::order::Unobserved unobserved;
   const std::string lower = text::lower(addressOrPath);
   if (lower.rfind("http://", 0) != 0 && lower.rfind("https://", 0) != 0 &&
       lower.rfind("mailto:", 0) != 0 && lower.rfind('/', 0) != 0)

@@ -46,11 +46,13 @@ struct SimulatedWorld {
   SimulatedSecretStore secrets{&faults};
   SimulatedUserNotifications userNotifications{&faults};
   SimulatedSystemControls controls{&faults};
+  SimulatedLoginItem loginItem{&faults};
+  SimulatedPlaceService place{dispatch.clock(), &faults};
   SimulatedSpeech speech{&faults};
-  Platform platform{dispatch,          http,       files,      random,  settings,
-                    notifications,     processes,  keyMonitor, input,   accessibility,
-                    workspace,         pasteboard, audio,      browser, secrets,
-                    userNotifications, controls,   speech};
+  Platform platform{dispatch,          http,       files,      random,    settings,
+                    notifications,     processes,  keyMonitor, input,     accessibility,
+                    workspace,         pasteboard, audio,      browser,   secrets,
+                    userNotifications, controls,   speech,     loginItem, place};
 };
 
 }  // namespace kestrin

@@ -5,7 +5,8 @@
 namespace kestrin {
 
 ContainerHost::ContainerHost(Platform& platform, Logger& logger, const Endpoints& endpoints)
-    : service_(platform.dispatch, platform.http, platform.processes, platform.files, logger,
+    : dispatch_(platform.dispatch),
+      service_(platform.dispatch, platform.http, platform.processes, platform.files, logger,
                endpoints, [&platform, &logger](const std::string& address) {
                  platform.dispatch.globalQueue()->post([&platform, &logger, address] {
                    const auto opened = platform.workspace.open(address);
@@ -22,7 +23,13 @@ void ContainerHost::start(ServiceHostEvents events) {
 }
 
 void ContainerHost::stop(std::function<void()> completion) {
-  service_.stopService(std::move(completion));
+  const auto once = std::make_shared<std::function<void()>>(std::move(completion));
+  const std::function<void()> finish = lifetime_.guard([this, once] {
+    stopTimer_.reset();
+    if (const auto waiting = std::exchange(*once, nullptr)) waiting();
+  });
+  stopTimer_ = dispatch_.after(dispatch_.mainQueue(), stopLimit, finish);
+  service_.stopService(finish);
 }
 
 }  // namespace kestrin

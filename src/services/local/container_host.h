@@ -9,6 +9,9 @@ namespace kestrin {
 /// called: its restart policy is its own.
 class ContainerHost final : public ServiceHost {
  public:
+  /// Nobody who quits waits longer; a stop that is under way goes on without us.
+  static constexpr std::chrono::seconds stopLimit{20};
+
   ContainerHost(Platform& platform, Logger& logger, const Endpoints& endpoints);
 
   void start(ServiceHostEvents events) override;
@@ -19,7 +22,10 @@ class ContainerHost final : public ServiceHost {
   DockerASRService& service() { return service_; }
 
  private:
+  Dispatch& dispatch_;
   DockerASRService service_;
+  TimerHandle stopTimer_;
+  Lifetime lifetime_;
 };
 
 }  // namespace kestrin

@@ -104,7 +104,7 @@ void EmbeddedHost::spawn() {
   auto started = processes_.start({.program = program_, .arguments = arguments(endpoints_)},
                                   dispatch_.mainQueue(),
                                   lifetime_.guard([this](const std::string& line, bool) {
-                                    logger_.log("Companion", LogLevel::info, line);
+                                    logger_.print("[Companion] " + line);
                                   }),
                                   lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
   if (started) {

@@ -3,12 +3,13 @@
 #include <cstdio>
 
 #include "platform/text/text.h"
+#include "services/local/asr_request.h"
 
 namespace kestrin {
 namespace {
 
 constexpr const char* domain = "LocalASRService";
-constexpr auto requestTimeout = std::chrono::milliseconds(30'000);
+constexpr int dictationTopK = 5;
 
 std::string secondsText(Duration elapsed) {
   char buffer[32];
@@ -17,12 +18,6 @@ std::string secondsText(Duration elapsed) {
 }
 
 }  // namespace
-
-struct LocalASRService::FilePart {
-  const char* disposition;
-  const char* type;
-  Bytes content;
-};
 
 LocalASRService::LocalASRService(Dispatch& dispatch, Http& http, Files& files, Random& random,
                                  Logger& logger, const Endpoints& endpoints)
@@ -45,9 +40,7 @@ void LocalASRService::transcribe(const std::string& audioPath, Completion comple
     return;
   }
   logger_.print("📊 Audio size: " + std::to_string(content->size()) + " bytes");
-  send("/transcribe", {{"metadata_prob", "true"}, {"top_k", "5"}},
-       {"Content-Disposition: form-data; name=\"file\"; filename=\"audio.wav\"\r\n",
-        "Content-Type: audio/wav\r\n\r\n", std::move(*content)},
+  send(asrFileRequest(baseUrl_, *content, random_.uuid()),
        "❌ Local ASR error: ", std::move(completion));
 }
 
@@ -59,35 +52,12 @@ void LocalASRService::transcribePCM(const Bytes& pcmData, int sampleRate, Comple
   if (pcmData.empty()) return failLogged("No audio data");
   if (!isHttpUrl(baseUrl_ + "/transcribe/pcm")) return failLogged("Invalid ASR URL");
   logger_.print("🎤 Sending raw PCM to local ASR: " + std::to_string(pcmData.size()) + " bytes");
-  send("/transcribe/pcm",
-       {{"sample_rate", std::to_string(sampleRate)},
-        {"channels", "1"},
-        {"bit_depth", "16"},
-        {"metadata_prob", "true"},
-        {"top_k", "5"}},
-       {"Content-Disposition: form-data; name=\"file\"; filename=\"audio.pcm\"\r\n",
-        "Content-Type: application/octet-stream\r\n\r\n", pcmData},
+  send(asrPcmRequest(baseUrl_, pcmData, sampleRate, dictationTopK, random_.uuid()),
        "❌ Local ASR PCM error: ", std::move(completion));
 }
 
-void LocalASRService::send(const std::string& path,
-                           const std::vector<std::pair<std::string, std::string>>& fields,
-                           const FilePart& file, const std::string& errorLabel,
+void LocalASRService::send(HttpRequest request, const std::string& errorLabel,
                            Completion completion) {
-  const std::string boundary = random_.uuid();
-  HttpRequest request;
-  request.method = "POST";
-  request.url = baseUrl_ + path;
-  request.timeout = requestTimeout;
-  request.setHeader("Content-Type", "multipart/form-data; boundary=" + boundary);
-  for (const auto& [name, value] : fields) {
-    request.body += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name +
-                    "\"\r\n\r\n" + value + "\r\n";
-  }
-  request.body += "--" + boundary + "\r\n" + file.disposition + file.type;
-  request.body += file.content;
-  request.body += "\r\n--" + boundary + "--\r\n";
-
   const SteadyTime began = dispatch_.clock().steadyNow();
   session_->data(std::move(request), [this, began, errorLabel, completion = std::move(completion)](
                                          const Result<HttpResponse>& response) {

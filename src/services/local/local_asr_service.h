@@ -86,9 +86,7 @@ class LocalASRService {
   void transcribePCM(const Bytes& pcmData, int sampleRate, Completion completion);
 
  private:
-  struct FilePart;
-  void send(const std::string& path, const std::vector<std::pair<std::string, std::string>>& fields,
-            const FilePart& file, const std::string& errorLabel, Completion completion);
+  void send(HttpRequest request, const std::string& errorLabel, Completion completion);
 
   Dispatch& dispatch_;
   Files& files_;

@@ -30,7 +30,7 @@ struct Warmup : SimulatedWorld {
   }
 
   Logger logger{dispatch, notifications};
-  KeychainHelper keychain{secrets};
+  KeychainHelper keychain{secrets, logger};
   GeminiKeyManager keys{keychain, settings};
   ConnectionWarmupService service{dispatch,
                                   http,

@@ -1,6 +1,6 @@
 #include "services/local/docker_asr_service.h"
 
-#include "platform/json/json.h"
+#include "services/local/container_host.h"
 #include "services/local/docker_config.h"
 #include "services/local/docker_world.h"
 #include "support/seeds.h"
@@ -222,6 +222,25 @@ TEST(DockerASRService, AStopWaitsForTheStartThatIsUnderWay) {
   EXPECT_TRUE(world.http.requests().empty());
 }
 
+TEST(ContainerHost, NobodyWhoQuitsWaitsForAToolThatHangs) {
+  DockerWorld world;
+  world.answers["info"] = DockerWorld::failing("down");
+  ContainerHost host(world.platform, world.logger, Endpoints::fromEnvironment());
+  std::vector<std::string> prompts;
+  host.start({.onPrompt = [&](const ServicePrompt& prompt) { prompts.push_back(prompt.command); }});
+  world.simulation->runFor(1s);
+  EXPECT_EQ(host.status().state, ServiceHostStatus::State::needsUser);
+  EXPECT_EQ(prompts.size(), 1u);
+  world.answers["stop"] = {.endless = true};
+  int ended = 0;
+  host.stop([&] { ++ended; });
+  world.simulation->runFor(21s);
+  EXPECT_EQ(ended, 1);
+  world.simulation->runFor(1min);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(host.status().state, ServiceHostStatus::State::stopped);
+}
+
 TEST(DockerASRService, WhateverIsAskedWhenTheLastWordCounts) {
   forEachSeed(150, [](Simulation& chosen) {
     DockerWorld world(chosen.seed());
@@ -264,6 +283,33 @@ TEST(DockerASRService, WhateverIsAskedWhenTheLastWordCounts) {
     EXPECT_EQ(up, wantsUp);
     EXPECT_EQ(world.service->status().state, wantsUp ? DockerState::running : DockerState::stopped);
   });
+}
+
+TEST(DockerASRService, AnyCallThatFailsOnceEndsInAStateFromWhichANewStartWorks) {
+  int calls = 1;
+  for (int failing = 0; failing < calls && !HasFailure(); ++failing) {
+    DockerWorld world;
+    world.servicesAnswer();
+    world.files.put(world.files.home() + "/.docker/config.json", R"({"credsStore":"gone"})");
+    world.faults.arm(failing);
+    world.start();
+    world.simulation->runFor(10min);
+    SCOPED_TRACE("call " + std::to_string(failing) + " fails");
+    if (failing == 0) calls = world.faults.count() + 1;
+    const auto reached = world.service->status().state;
+    EXPECT_TRUE(reached == DockerState::running || reached == DockerState::error ||
+                reached == DockerState::dockerStopped || reached == DockerState::stopped)
+        << static_cast<int>(reached);
+    world.faults.arm(0);
+    world.start();
+    world.simulation->runFor(1min);
+    EXPECT_EQ(world.service->status().state, DockerState::running);
+    bool stopped = false;
+    world.service->stopService([&] { stopped = true; });
+    world.simulation->runFor(1min);
+    EXPECT_TRUE(stopped);
+  }
+  EXPECT_GT(calls, 8);
 }
 
 TEST(DockerConfig, LosesOnlyAHelperThatIsMissing) {

@@ -1,0 +1,40 @@
+#include "usermodel/location_service.h"
+
+#include "platform/dates/dates.h"
+#include "platform/text/text.h"
+#include "usermodel/user_preferences.h"
+
+namespace kestrin {
+
+void LocationService::update(std::function<void(const Result<FoundLocation>&)> done) {
+  const std::function<void(const Result<Place>&)> found =
+      lifetime_.guard([this, done = std::move(done)](const Result<Place>& place) {
+        const auto stored = store(place);
+        if (done) done(stored);
+      });
+  dispatch_.globalQueue()->post([&places = places_, main = dispatch_.mainQueue(), found] {
+    main->post([found, place = places.current(deadline)] { found(place); });
+  });
+}
+
+Result<FoundLocation> LocationService::store(const Result<Place>& place) {
+  if (!place) return fail(place.error());
+  FoundLocation found;
+  found.city = place->locality.empty() ? place->administrativeArea : place->locality;
+  found.country = place->country;
+  const std::string region =
+      place->administrativeArea == found.city ? "" : place->administrativeArea;
+  std::vector<std::string> parts;
+  for (const std::string& part : {found.city, region, found.country}) {
+    if (!part.empty()) parts.push_back(part);
+  }
+  found.location = text::join(parts, ", ");
+  settings_.set(UserPreferences::userLocationKey, found.location);
+  settings_.set(UserPreferences::userCityKey, found.city);
+  settings_.set(UserPreferences::userCountryKey, found.country);
+  settings_.set(UserPreferences::userTimezoneKey,
+                place->timeZone.empty() ? dates::systemTimeZone() : place->timeZone);
+  return found;
+}
+
+}  // namespace kestrin

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "platform/dispatch/dispatch.h"
+#include "platform/lifetime.h"
+
+namespace kestrin {
+
+/// Runs `work` on `queue` and gives what it returns to `then` on the main queue, if the owner of
+/// `lifetime` still lives. `work` must not touch the owner.
+template <class Work, class Then>
+void inBackground(Dispatch& dispatch, const QueueRef& queue, const Lifetime& lifetime, Work work,
+                  Then then) {
+  using Value = decltype(work());
+  const std::function<void(Value&)> told = lifetime.guard(std::move(then));
+  queue->post([main = dispatch.mainQueue(), work = std::move(work), told] {
+    const auto value = std::make_shared<Value>(work());
+    main->post([value, told] { told(*value); });
+  });
+}
+
+}  // namespace kestrin
