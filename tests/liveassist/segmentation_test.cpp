@@ -105,6 +105,19 @@ TEST(Segmentation, CutsBySizeAndByWhatIsHeard) {
   }
 }
 
+TEST(Segmentation, APauseCountsForOneSegment) {
+  CutWorld world;
+  world.hearMic(0.01F, 1);
+  world.hearMic(0, 41);
+  world.hearMic(0.01F, 1);
+  world.simulation->runFor(500ms);
+  for (const Cut& expected : {Cut{16'000, -1}, Cut{-1, -1}}) {
+    world.feed(microphone, 16'000);
+    EXPECT_EQ(world.pass(), expected);
+    world.segmenter->release(microphone);
+  }
+}
+
 TEST(Segmentation, TheSystemThresholdFollowsTheLevel) {
   SystemDetector detector{LAVADConfig{}};
   const auto hear = [&](float rms, int frames = 1) {
