@@ -26,7 +26,8 @@ Application::Application(Platform& platform, Options options)
       core_(platform, options_.endpoints),
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
-      mainWindow_(platform.dispatch, platform.random),
+      mainWindow_({platform.dispatch, platform.random, core_.logger, core_.deviceId, core_.stats},
+                  holdKeyName_),
       location_(platform.dispatch, platform.place, platform.settings),
       preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
       applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
@@ -124,6 +125,8 @@ void Application::start() {
   applier_.start(windowEffects_);
   // A place that the user typed is better than any that is found.
   if (core_.preferences.displayLocation() == UserPreferences::noLocation) location_.update({});
+  // Until the services are up, what this machine kept of it.
+  mainWindow_.fetchHistoryFromServer();
   notices_.registerNotificationCategories();
   setup_.begin(lifetime_.guard(
       [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
@@ -201,7 +204,7 @@ void Application::setActionTier(SafetyTier tier) {
 }
 
 void Application::forgetHistory() {
-  mainWindow_.clearHistory();
+  mainWindow_.history().clearHistory();
   undelivered_.clear();
 }
 

@@ -58,7 +58,8 @@ Result<std::vector<Companion::Listening>> Companion::start(
   if (options.backendPort) {
     server::Server& server = addServer(options, "backend", *options.backendPort, mostJsonBytes);
     if (auto store = backend::Store::open(options.storePath)) {
-      backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
+      backend_ =
+          std::make_unique<backend::BackendService>(dispatch_, std::move(*store), options.version);
       backend_->addRoutes(server);
     } else {
       // Dictation works without its history.

@@ -23,6 +23,7 @@ struct CompanionOptions {
   std::optional<uint16_t> backendPort = 8780;
   recogniser::EngineOptions engine;
   std::string storePath;                ///< of the backend's data
+  std::string version;                  ///< the installed one
   std::optional<std::string> modelUrl;  ///< of a local language model
   std::string hostedModelUrl;           ///< of the hosted one
 };

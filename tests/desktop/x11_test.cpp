@@ -239,7 +239,9 @@ TEST(X11Workspace, AddressesAndPathsGoToTheirHandlers) {
   const std::string log = scratchFile("opened");
   std::filesystem::remove(log);
   std::filesystem::create_directories(data + "/applications");
-  writeFile(scratchFile("handler"), "#!/bin/sh\necho \"$1\" >>" + log + "\n");
+  writeFile(scratchFile("handler"), "#!/bin/sh\nreadlink /proc/$$/fd/2 >'" +
+                                        scratchFile("handler output") + "'\necho \"$1\" >>" + log +
+                                        "\n");
   std::filesystem::permissions(scratchFile("handler"), std::filesystem::perms::owner_all);
   writeFile(data + "/applications/test-handler.desktop",
             "[Desktop Entry]\nType=Application\nName=Test Handler\nExec=" + scratchFile("handler") +
@@ -252,6 +254,8 @@ TEST(X11Workspace, AddressesAndPathsGoToTheirHandlers) {
   // The library hears of new entries a moment later.
   ASSERT_TRUE(world.eventually([&] { return world.workspace().open(address).has_value(); }));
   ASSERT_TRUE(world.eventually([&] { return readFile(log) == address + "\n"; })) << readFile(log);
+  // Ours may be captured, and gone before the handler is.
+  EXPECT_EQ(readFile(scratchFile("handler output")), "/dev/null\n");
   ASSERT_TRUE(world.workspace().open(scratchFile("a note.txt")));
   EXPECT_TRUE(world.eventually([&] { return text::contains(readFile(log), "/a note.txt"); }))
       << readFile(log);

@@ -54,7 +54,10 @@ class Store {
   Status add(const Dictation& dictation);
   /// Newest first.
   Result<std::vector<Dictation>> history(const std::string& userId, int64_t limit);
+  /// Nothing of the texts stays in the file.
   Status clearHistory(const std::string& userId);
+  /// The oldest dictation that is kept.
+  Result<std::optional<Date>> firstDictation(const std::string& userId);
   /// Days are those of the time zone (empty: the system's) at `now`.
   Result<Statistics> statistics(const std::string& userId, Date now, const std::string& zone);
 
@@ -64,6 +67,7 @@ class Store {
 
  private:
   struct Database;
+  int64_t streak(const std::string& userId, Date now, const std::string& zone);
   explicit Store(std::unique_ptr<Database> database);
   std::unique_ptr<Database> database_;
 };

@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 #include <iterator>
 
+#include "platform/linux/launch_apart.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -167,7 +168,7 @@ Status DesktopEntries::launch(const std::string& application) {
       search([&](const Entry& e) { return e.application.desktopId == known->desktopId; });
   if (!entry) return fail(domain, 3, "There is no application \"" + application + "\"");
   GError* error = nullptr;
-  g_app_info_launch(G_APP_INFO(entry->info.get()), nullptr, nullptr, &error);
+  launchApart(G_APP_INFO(entry->info.get()), nullptr, &error);
   const GErrorPointer owned(error);
   if (error) return fail(domain, 4, known->name + " could not be started: " + error->message);
   return {};
@@ -186,7 +187,7 @@ Status DesktopEntries::open(const std::string& addressOrPath) {
     g_free(uri);
   }
   GError* error = nullptr;
-  g_app_info_launch_default_for_uri(address.c_str(), nullptr, &error);
+  openApart(address.c_str(), &error);
   const GErrorPointer owned(error);
   if (error) return fail(domain, 4, addressOrPath + " could not be opened: " + error->message);
   return {};

@@ -94,7 +94,8 @@ TEST(PreferencesApplier, TheSoundFollowsWhenTheWindowIsGone) {
   auto& core = desk.startReady().core();
   PreferencesApplier applier{desk.dispatch, desk.settings, desk.notifications,
                              desk.audio,    core.player,   core.logger};
-  auto window = std::make_shared<MainWindowController>(desk.dispatch, desk.random);
+  auto window = std::make_shared<MainWindowController>(
+      History::Services{desk.dispatch, desk.random, core.logger, core.deviceId, core.stats}, "fn");
   applier.start(window);
   window.reset();
   desk.settings.set("pref_voiceVolume", 10);
