@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "companion/backend/answers.h"
 #include "platform/text/text.h"
 
 namespace kestrin::backend {
@@ -14,33 +15,8 @@ using server::Responder;
 
 constexpr int64_t usualHistory = 50;
 constexpr int64_t longestHistory = 1000;
-constexpr size_t longestUserId = 128;
 constexpr size_t longestName = 200;  ///< of a mode or an application, in characters
 constexpr size_t longestText = 1u << 20;
-
-void answerDone(const Responder& responder, const Status& status) {
-  if (!status) {
-    return responder.json(
-        500, Json::object({{"success", false}, {"error", status.error().description}}));
-  }
-  responder.json(200, Json::object({{"success", true}}));
-}
-
-/// Each device sees and writes its own records alone: answers and gives false for an id that is
-/// none, or that the asking device contradicts.
-bool admits(const std::string& userId, const Request& request, const Responder& responder) {
-  if (userId.empty() || userId.size() > longestUserId || userId.find('/') != std::string::npos ||
-      !text::isValidUtf8(userId)) {
-    responder.error(400, "That is no user id");
-    return false;
-  }
-  const std::string device = request.header("x-device-id");
-  if (!device.empty() && device != userId) {
-    responder.error(403, "These records belong to another device");
-    return false;
-  }
-  return true;
-}
 
 /// The request's object with a user id; answers with an error and gives nothing when it is none.
 std::optional<Json> bodyOf(const Request& request, const Responder& responder) {
@@ -176,6 +152,10 @@ BackendService::BackendService(Dispatch& dispatch, Store store, std::string vers
       version_(std::move(version)),
       queue_(dispatch.makeQueue("companion.backend")),
       store_(std::make_shared<Store>(std::move(store))) {}
+
+BackendService::~BackendService() {
+  queue_->sync([] {});
+}
 
 void BackendService::addStoreRoute(server::Server& server, const char* method, const char* path,
                                    Work work) {

@@ -13,6 +13,9 @@ class BackendService {
  public:
   /// `version` is the installed one, as `/app/version` tells it.
   BackendService(Dispatch& dispatch, Store store, std::string version);
+  /// Waits for the work under way, so that what it refers to may go afterwards. The server must
+  /// have gone before.
+  ~BackendService();
 
   /// `POST /log-transcription`, `POST /update-voice-profile`, `GET` and `DELETE /history/<user>`,
   /// `GET /user-stats/<user>`, `GET /user/profile/<user>`, `GET /voice-profile` and
@@ -20,9 +23,11 @@ class BackendService {
   /// `GET /health`. This must outlive the server.
   void addRoutes(server::Server& server);
 
- private:
   using Work = std::function<void(Store&, const server::Request&, const server::Responder&)>;
+  /// A route whose work runs with the store, on the store's queue.
   void addStoreRoute(server::Server& server, const char* method, const char* path, Work work);
+
+ private:
   void addUserRoute(server::Server& server, const char* method, const char* path, Work work);
 
   Dispatch& dispatch_;

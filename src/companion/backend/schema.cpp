@@ -23,6 +23,21 @@ constexpr const char* steps[] = {
     user_id TEXT PRIMARY KEY, samples INTEGER NOT NULL, created INTEGER NOT NULL,
     updated INTEGER NOT NULL, sums TEXT NOT NULL);
 )",
+    // `described` is the number of lines that title and summary were made from.
+    R"(
+  CREATE TABLE IF NOT EXISTS live_session(
+    id TEXT PRIMARY KEY, device_id TEXT NOT NULL, started INTEGER NOT NULL,
+    ended INTEGER NOT NULL DEFAULT 0, use_case TEXT NOT NULL DEFAULT '',
+    contact_email TEXT NOT NULL DEFAULT '', contact_name TEXT NOT NULL DEFAULT '',
+    files TEXT NOT NULL DEFAULT '[]', pins TEXT NOT NULL DEFAULT '[]',
+    snapshot TEXT NOT NULL DEFAULT '', title TEXT NOT NULL DEFAULT '',
+    summary TEXT NOT NULL DEFAULT '', described INTEGER NOT NULL DEFAULT 0);
+  CREATE INDEX IF NOT EXISTS live_session_by_device ON live_session(device_id, started);
+  CREATE TABLE IF NOT EXISTS live_line(
+    id INTEGER PRIMARY KEY, session_id TEXT NOT NULL, at INTEGER NOT NULL, channel TEXT NOT NULL,
+    text TEXT NOT NULL, speaker INTEGER NOT NULL, metadata TEXT NOT NULL);
+  CREATE INDEX IF NOT EXISTS live_line_by_session ON live_line(session_id);
+)",
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "companion/backend/database.h"
 #include "companion/backend/schema.h"
 
 namespace kestrin::backend {
@@ -23,27 +24,11 @@ constexpr int64_t longestAudio = 24 * 60 * millisecondsPerMinute;
 /// Deleted texts leave no trace in the file's free pages.
 constexpr const char* connectionPragmas = "PRAGMA journal_mode = WAL; PRAGMA secure_delete = ON;";
 
-int64_t milliseconds(Date date) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count();
-}
-
-Date dateOf(int64_t milliseconds) { return Date(std::chrono::milliseconds(milliseconds)); }
-
 int64_t wordCount(const std::string& text) {
   std::istringstream words(text);
   int64_t count = 0;
   for (std::string word; words >> word;) ++count;
   return count;
-}
-
-/// Runs `work` and turns what the library throws into an error.
-template <class Work>
-auto guarded(Work work) -> decltype(work()) {
-  try {
-    return work();
-  } catch (const SQLite::Exception& error) {
-    return fail("Store", error.getErrorCode(), error.what());
-  }
 }
 
 std::string dayOf(Date date, const std::string& zone) {
@@ -60,11 +45,7 @@ Date startOf(const std::string& day, const std::string& zone, Date fallback) {
 
 }  // namespace
 
-struct Store::Database : SQLite::Database {
-  using SQLite::Database::Database;
-};
-
-Store::Store(std::unique_ptr<Database> database) : database_(std::move(database)) {}
+Store::Store(std::shared_ptr<Database> database) : database_(std::move(database)) {}
 Store::Store(Store&&) noexcept = default;
 Store::~Store() = default;
 
@@ -80,7 +61,7 @@ Result<Store> Store::open(const std::string& path) {
     const int fd = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     if (fd < 0) return fail("Store", SQLITE_CANTOPEN, "Cannot open " + path);
     ::close(fd);
-    auto database = std::make_unique<Database>(path, SQLite::OPEN_READWRITE, busyMilliseconds);
+    auto database = std::make_shared<Database>(path, SQLite::OPEN_READWRITE, busyMilliseconds);
     database->exec(connectionPragmas);
     migrate(*database);
     return Store(std::move(database));

@@ -13,6 +13,8 @@
 
 namespace kestrin::backend {
 
+struct Database;
+
 /// One dictation.
 struct Dictation {
   int64_t id = 0;
@@ -65,11 +67,13 @@ class Store {
   Status addVoiceSample(const std::string& userId, const Json& probabilities, Date now);
   Result<std::optional<VoiceSum>> voiceSum(const std::string& userId);
 
+  /// For what keeps records of other kinds in the same file, on the same queue.
+  const std::shared_ptr<Database>& database() const { return database_; }
+
  private:
-  struct Database;
   int64_t streak(const std::string& userId, Date now, const std::string& zone);
-  explicit Store(std::unique_ptr<Database> database);
-  std::unique_ptr<Database> database_;
+  explicit Store(std::shared_ptr<Database> database);
+  std::shared_ptr<Database> database_;
 };
 
 }  // namespace kestrin::backend
