@@ -22,10 +22,13 @@ Application::Application(Platform& platform, Options options)
     : platform_(platform),
       options_(std::move(options)),
       holdKeyName_(chosenHoldKey(platform)),
+      logFile_(LogFileRedirector::path(platform.files, platform.dispatch.clock().wallNow())),
       core_(platform, options_.endpoints),
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
-      mainWindow_(platform.dispatch, platform.random),
+      mainWindow_({platform.dispatch, platform.random, core_.logger, core_.deviceId, core_.stats},
+                  holdKeyName_),
+      location_(platform.dispatch, platform.place, platform.settings),
       preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
       applier_(platform.dispatch, platform.settings, platform.notifications, platform.audio,
                core_.player, core_.logger),
@@ -120,6 +123,10 @@ void Application::start() {
   core_.logger.log("App", LogLevel::info, "Application launched - comprehensive logging enabled");
   core_.warmUp();
   applier_.start(windowEffects_);
+  // A place that the user typed is better than any that is found.
+  if (core_.preferences.displayLocation() == UserPreferences::noLocation) location_.update({});
+  // Until the services are up, what this machine kept of it.
+  mainWindow_.fetchHistoryFromServer();
   notices_.registerNotificationCategories();
   setup_.begin(lifetime_.guard(
       [this](bool accessibilityTrusted) { startSequence_.startApp(accessibilityTrusted); }));
@@ -196,28 +203,25 @@ void Application::setActionTier(SafetyTier tier) {
   changed();
 }
 
+void Application::forgetHistory() {
+  mainWindow_.history().clearHistory();
+  undelivered_.clear();
+}
+
 PreferencesView& Application::preferences() {
   if (!preferences_) {
-    preferences_ =
-        std::make_unique<PreferencesView>(PreferencesServices{.platform = platform_,
-                                                              .logger = core_.logger,
-                                                              .changes = preferenceChanges_,
-                                                              .geminiKey = core_.geminiKey,
-                                                              .deviceId = core_.deviceId,
-                                                              .player = core_.player,
-                                                              .endpoints = options_.endpoints,
-                                                              .holdKeyName = holdKeyName_,
-                                                              .window = windowEffects_,
-                                                              .forgetHistory =
-                                                                  [this] {
-                                                                    mainWindow_.clearHistory();
-                                                                    undelivered_.clear();
-                                                                  },
-                                                              .exportDebugLogs =
-                                                                  [this] {
-                                                                    if (onExportDebugLogs)
-                                                                      onExportDebugLogs();
-                                                                  }});
+    preferences_ = std::make_unique<PreferencesView>(
+        PreferencesServices{.platform = platform_,
+                            .logger = core_.logger,
+                            .changes = preferenceChanges_,
+                            .geminiKey = core_.geminiKey,
+                            .deviceId = core_.deviceId,
+                            .player = core_.player,
+                            .endpoints = options_.endpoints,
+                            .holdKeyName = holdKeyName_,
+                            .window = windowEffects_,
+                            .forgetHistory = [this] { forgetHistory(); },
+                            .logFile = logFile_});
     preferences_->loadSavedPreferences();
   }
   return *preferences_;

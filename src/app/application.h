@@ -12,6 +12,7 @@
 #include "app/setup_checklist.h"
 #include "app/start_sequence.h"
 #include "app/status_report.h"
+#include "diagnostics/log_file_redirector.h"
 #include "dictation/action_executor.h"
 #include "dictation/audio_recorder.h"
 #include "dictation/caret_paste.h"
@@ -24,6 +25,7 @@
 #include "platform/control_bus.h"
 #include "platform/lifetime.h"
 #include "platform/platform.h"
+#include "usermodel/location_service.h"
 #include "usermodel/preferences/preference_changes.h"
 #include "usermodel/preferences/preferences_applier.h"
 #include "usermodel/preferences/preferences_view.h"
@@ -83,8 +85,6 @@ class Application {
   /// "show" and "quit" of the session bus.
   std::function<void()> onShow;
   std::function<void()> onQuit;
-  /// "Export debug logs" of the settings window.
-  std::function<void()> onExportDebugLogs;
 
  private:
   void observe();
@@ -92,12 +92,15 @@ class Application {
   void showPrompt(const ServicePrompt& prompt);
   bool mayElevate() const;
   void setActionTier(SafetyTier tier);
+  void forgetHistory();
   void changed();
   DictationServices dictationServices();
 
   Platform& platform_;
   const Options options_;
   const std::string holdKeyName_;
+  /// Of the day on which this started.
+  const std::string logFile_;
   StatusReport report_;
   CoreServices core_;
   UndeliveredStore undelivered_;
@@ -105,6 +108,7 @@ class Application {
   MainWindowController mainWindow_;
   /// Owns nothing: ends with this, so that whoever holds it weakly sees the window go.
   std::shared_ptr<MainWindowEffects> windowEffects_{std::make_shared<char>(), &mainWindow_};
+  LocationService location_;
   PreferenceChanges preferenceChanges_;
   PreferencesApplier applier_;
   std::unique_ptr<PreferencesView> preferences_;

@@ -33,6 +33,8 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       asr(p.dispatch, p.http, p.files, p.random, logger, e),
       player(p.dispatch, p.audio, p.settings, logger),
       behavioralProfile(p.dispatch, p.settings),
+      cache(p.files, logger),
+      stats(p.http, logger, cache, e),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player, auth, behavioralProfile))) {}

@@ -13,6 +13,8 @@
 #include "identity/keychain_helper.h"
 #include "identity/machine_identity.h"
 #include "liveassist/behavioral_profile_manager.h"
+#include "notes/local_cache.h"
+#include "notes/stats_service.h"
 #include "platform/platform.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
@@ -45,6 +47,8 @@ struct CoreServices {
   LocalASRService asr;
   AudioPlayerService player;
   BehavioralProfileManager behavioralProfile;
+  LocalCache cache;
+  StatsService stats;
   std::shared_ptr<TranscriptionService> transcription;
 };
 

@@ -1,6 +1,13 @@
 #include "app/main_window_controller.h"
 
+#include <utility>
+
 namespace kestrin {
+
+MainWindowController::MainWindowController(History::Services services, std::string holdKeyName)
+    : holdKeyName_(std::move(holdKeyName)), history_(services) {
+  history_.onChange = [this] { changed(); };
+}
 
 void MainWindowController::updateStatus(const std::string& text, StatusColor color) {
   status_ = {text, color};
@@ -18,18 +25,12 @@ void MainWindowController::resetDetectedMode() {
   changed();
 }
 
-void MainWindowController::addHistoryEntry(const std::string& mode, const std::string& input,
-                                           const std::string& output,
-                                           const std::string& appContext) {
-  historyEntries_.push_front(
-      {random_.uuid(), dispatch_.clock().wallNow(), mode, input, output, appContext});
-  if (historyEntries_.size() > maxHistoryEntries) historyEntries_.resize(maxHistoryEntries);
-  changed();
-}
-
-void MainWindowController::clearHistory() {
-  historyEntries_.clear();
-  changed();
+std::vector<std::string> MainWindowController::historyEmptyText() const {
+  std::vector<std::string> lines = history_.emptyText();
+  // What the user searched for is not ours to reword.
+  if (!historyEntries().empty()) return lines;
+  for (std::string& line : lines) line = nameHoldKey(std::move(line), holdKeyName_);
+  return lines;
 }
 
 void MainWindowController::navigateToTab(const std::string& tab) {

@@ -1,26 +1,14 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "app/status_line.h"
-#include "platform/dates/dates.h"
-#include "platform/dispatch/dispatch.h"
-#include "platform/files.h"
+#include "notes/history.h"
 #include "usermodel/preferences/main_window_effects.h"
 
 namespace kestrin {
-
-/// One finished dictation, as the history shows it.
-struct HistoryEntry {
-  std::string id;
-  Date timestamp;
-  std::string mode;
-  std::string input;   ///< what was said
-  std::string output;  ///< what came out
-  std::string appContext;
-};
 
 /// How the main window looks, as the settings want it. The window that draws it follows.
 struct WindowState {
@@ -38,16 +26,11 @@ struct WindowState {
 /// What the main window shows and where it is. A view draws it. Main queue only.
 class MainWindowController final : public MainWindowEffects {
  public:
-  static constexpr size_t maxHistoryEntries = 50;
-
-  MainWindowController(Dispatch& dispatch, Random& random) : dispatch_(dispatch), random_(random) {}
+  MainWindowController(History::Services services, std::string holdKeyName);
 
   void updateStatus(const std::string& text, StatusColor color);
   void updateDetectedMode(const std::string& mode);
   void resetDetectedMode();
-  void addHistoryEntry(const std::string& mode, const std::string& input, const std::string& output,
-                       const std::string& appContext);
-  void clearHistory();
   void navigateToTab(const std::string& tab);
 
   void setAppearance(Appearance appearance) override {
@@ -62,11 +45,26 @@ class MainWindowController final : public MainWindowEffects {
   void setTaskbarEntry(bool shown) override { setWindow(&WindowState::taskbarEntry, shown); }
   void redisplay() override { setWindow(&WindowState::redisplays, window_.redisplays + 1); }
 
+  // The history page; see History.
+  void addHistoryEntry(const std::string& mode, const std::string& input, const std::string& output,
+                       const std::string& appContext) {
+    history_.addHistoryEntry(mode, input, output, appContext);
+  }
+  void fetchHistoryFromServer() { history_.fetchHistoryFromServer(); }
+  void mergeHistory(const std::vector<HistoryEntry>& serverEntries) {
+    history_.mergeHistory(serverEntries);
+  }
+  std::vector<HistoryDay> groupEntriesByDate() const { return history_.groupEntriesByDate(); }
+  void fetchModeHistogram(const std::string& userId) { history_.fetchModeHistogram(userId); }
+  /// Newest first.
+  const std::vector<HistoryEntry>& historyEntries() const { return history_.historyEntries(); }
+  /// The lines of an empty history page, with the name of the hold key.
+  std::vector<std::string> historyEmptyText() const;
+  History& history() { return history_; }
+
   const StatusLine& status() const { return status_; }
   /// Empty when there is none.
   const std::string& detectedMode() const { return detectedMode_; }
-  /// Newest first.
-  const std::deque<HistoryEntry>& historyEntries() const { return historyEntries_; }
   const std::string& currentTab() const { return currentTab_; }
   const WindowState& window() const { return window_; }
 
@@ -86,13 +84,12 @@ class MainWindowController final : public MainWindowEffects {
     if (onChange) onChange();
   }
 
-  Dispatch& dispatch_;
-  Random& random_;
+  const std::string holdKeyName_;
   StatusLine status_;
   std::string detectedMode_;
-  std::deque<HistoryEntry> historyEntries_;
   std::string currentTab_ = "home";
   WindowState window_;
+  History history_;
 };
 
 }  // namespace kestrin

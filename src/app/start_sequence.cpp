@@ -99,6 +99,8 @@ void StartSequence::servicesRun() {
   warmupConnectionsWithRetry();
   prewarmLLM();
   startLLMKeepAlive();
+  parts_.mainWindow.fetchHistoryFromServer();
+  parts_.mainWindow.history().fetchStats();
 }
 
 void StartSequence::warmupConnectionsWithRetry() {

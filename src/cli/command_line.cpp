@@ -101,6 +101,19 @@ void addSettings(CLI::App& app, Chosen& chosen) {
   });
 }
 
+void addHistory(CLI::App& app, Chosen& chosen) {
+  auto options = std::make_shared<HistoryOptions>();
+  auto* command = app.add_subcommand(
+      "history",
+      "What was dictated, newest first; without the backend, what this machine kept of it");
+  command->add_option("--limit", options->limit, "How many entries at most")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1000))
+      ->type_name("N");
+  command->add_flag("--json", options->json, "One JSON object a line");
+  command->callback([&chosen, options] { chosen = [options] { return history(*options); }; });
+}
+
 void addSpeak(CLI::App& app, Chosen& chosen) {
   auto words = std::make_shared<std::vector<std::string>>();
   auto* command = app.add_subcommand(
@@ -157,6 +170,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
+  addHistory(app, chosen);
   addSettings(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);

@@ -35,6 +35,12 @@ int speak(const std::string& text);
 
 int doctor(bool json);
 
+struct HistoryOptions {
+  int limit = 50;
+  bool json = false;
+};
+int history(const HistoryOptions& options);
+
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
 int servicesUp();
 /// Ends exactly what `servicesUp` started.

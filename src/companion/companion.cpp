@@ -1,6 +1,8 @@
 #include "companion/companion.h"
 
 #include "companion/agent/agent_service.h"
+#include "companion/backend/live_session_routes.h"
+#include "companion/backend/memory_routes.h"
 #include "companion/recogniser/service.h"
 
 namespace kestrin {
@@ -10,6 +12,8 @@ namespace {
 // Half an hour of speech; a long context.
 constexpr size_t mostAudioBytes = 64u << 20;
 constexpr size_t mostJsonBytes = 8u << 20;
+// Five documents of a conversation, as base64.
+constexpr size_t mostBackendBytes = 64u << 20;
 // A model that thinks sends nothing for a while.
 constexpr std::chrono::milliseconds modelPatience{110'000};
 
@@ -56,10 +60,15 @@ Result<std::vector<Companion::Listening>> Companion::start(
     agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
   }
   if (options.backendPort) {
-    server::Server& server = addServer(options, "backend", *options.backendPort, mostJsonBytes);
+    server::Server& server = addServer(options, "backend", *options.backendPort, mostBackendBytes);
     if (auto store = backend::Store::open(options.storePath)) {
-      backend_ = std::make_unique<backend::BackendService>(dispatch_, std::move(*store));
+      backend_ =
+          std::make_unique<backend::BackendService>(dispatch_, std::move(*store), options.version);
       backend_->addRoutes(server);
+      feedback_ =
+          std::make_unique<assist::ModelFeedback>(dispatch_, model_, options.hostedModelUrl, log_);
+      backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random_);
+      backend::addMemoryRoutes(server, *backend_, *feedback_);
     } else {
       // Dictation works without its history.
       log_("The backend keeps nothing: " + options.storePath + ": " + store.error().description);

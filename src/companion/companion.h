@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "companion/agent/local_agent.h"
+#include "companion/assist/model_feedback.h"
 #include "companion/backend/backend_service.h"
 #include "companion/http/server.h"
 #include "companion/recogniser/transcriber.h"
+#include "platform/linux/linux_files.h"
 
 namespace kestrin {
 
@@ -23,6 +25,7 @@ struct CompanionOptions {
   std::optional<uint16_t> backendPort = 8780;
   recogniser::EngineOptions engine;
   std::string storePath;                ///< of the backend's data
+  std::string version;                  ///< the installed one
   std::optional<std::string> modelUrl;  ///< of a local language model
   std::string hostedModelUrl;           ///< of the hosted one
 };
@@ -55,6 +58,8 @@ class Companion {
   agent::LanguageModel model_;
   std::shared_ptr<recogniser::Transcriber> transcriber_;
   std::unique_ptr<agent::LocalAgent> agent_;
+  LinuxRandom random_;
+  std::unique_ptr<assist::ModelFeedback> feedback_;
   std::unique_ptr<backend::BackendService> backend_;
   // Last, so that they stop before what they serve is taken down.
   struct Running {

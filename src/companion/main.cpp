@@ -164,6 +164,7 @@ int main(int argc, char** argv) {
   CommandLine line;
   line.companion.engine.modelsFolder = modelsFolder();
   line.companion.storePath = storePath();
+  line.companion.version = KESTRIN_VERSION;
   line.companion.hostedModelUrl = hostedModelUrl;
   CLI::App app("The local services of Kestrin: recogniser, agent, backend, in one process.",
                "kestrin-companion");

@@ -19,7 +19,7 @@ struct FoundLocation {
 /// Fills the user's stored place from where the computer is. Main queue.
 class LocationService {
  public:
-  static constexpr std::chrono::seconds deadline{10};
+  static constexpr std::chrono::seconds deadline{5};
 
   LocationService(Dispatch& dispatch, PlaceService& places, SettingsStore& settings)
       : dispatch_(dispatch), places_(places), settings_(settings) {}

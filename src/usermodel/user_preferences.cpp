@@ -89,7 +89,7 @@ std::string UserPreferences::displayLocation() const {
     std::string place = settings_.string(key);
     if (!place.empty()) return place;
   }
-  return "Location not set";
+  return noLocation;
 }
 
 }  // namespace kestrin

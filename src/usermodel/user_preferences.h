@@ -27,6 +27,8 @@ class UserPreferences {
   static constexpr const char* modeTemperaturesKey = "nibo_mode_temperatures";
   static constexpr const char* liveAssistPromptsKey = "nibo_live_assist_prompts";
 
+  static constexpr const char* noLocation = "Location not set";
+
   explicit UserPreferences(SettingsStore& settings) : settings_(settings) {}
 
   /// By mode id. Unknown ids of the stored object are kept.

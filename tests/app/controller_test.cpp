@@ -270,6 +270,19 @@ TEST(Controller, AnEditorsProjectGoesWithTheRequest) {
   EXPECT_GE(context.intAt("audio_duration_ms").value_or(0), 900);
 }
 
+TEST(Controller, HowTheUserSoundsGoesWithTheRequestAndIsKept) {
+  Desk desk;
+  auto& app = desk.startReady();
+  auto& profile = app.core().behavioralProfile;
+  profile.update(LAAudioChannel::microphone, {{"HAPPY", 1}}, {});
+  desk.dictateWhole();
+  const auto body = Json::parse(desk.streamRequests().at(0).request.body).value();
+  EXPECT_EQ(body.stringAt("voice_profile_summary"), profile.voiceProfileSummary());
+  desk.onMain([&] { app.stop(); });
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(desk.settings.get("behavioralProfile_user"), profile.userProfile().toJson());
+}
+
 TEST(Controller, WithoutAHoldKeyTheApplicationStaysUp) {
   Desk healthy;
   healthy.faults.arm(0);

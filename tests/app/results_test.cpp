@@ -193,14 +193,5 @@ TEST(Results, AVoiceReplyIsPlayedAndMayLeadToAPage) {
   EXPECT_EQ(desk.text(), "abc");
 }
 
-TEST(Results, TheHistoryKeepsFiftyEntriesNewestFirst) {
-  Handler desk;
-  auto& window = desk.application->mainWindow();
-  for (int i = 0; i < 51; ++i) window.addHistoryEntry("chat", "", std::to_string(i), "Notes");
-  EXPECT_EQ(window.historyEntries().size(), 50u);
-  EXPECT_EQ(window.historyEntries().front().output, "50");
-  EXPECT_EQ(window.historyEntries().back().output, "1");
-}
-
 }  // namespace
 }  // namespace kestrin::test

@@ -22,6 +22,7 @@ struct Terminal {
          .arguments = std::move(arguments),
          .environment = {{"HOME", folder.path()},
                          {"XDG_CONFIG_HOME", folder.file("config")},
+                         {"XDG_DATA_HOME", folder.file("data")},
                          {"XDG_RUNTIME_DIR", folder.path()},
                          {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder.file("nobus")},
                          {"DISPLAY", ""},
@@ -54,6 +55,7 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
                                              {"speak"},
+                                             {"history", "--limit", "0"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
     EXPECT_EQ(output.exitCode, 2) << text::join(arguments, " ");
@@ -68,7 +70,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command :
        {"dictate", "press", "release", "toggle", "cancel", "show", "status", "quit", "retry",
-        "elevate", "lower", "speak", "setup", "doctor", "settings", "services"}) {
+        "elevate", "lower", "speak", "setup", "doctor", "settings", "services", "history"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -105,6 +107,47 @@ TEST(Cli, ARecogniserThatIsDownEndsTheDictationWithItsError) {
     events.push_back(event->stringAt("event", ""));
   }
   EXPECT_EQ(events, (std::vector<std::string>{"status", "status", "error"}));
+}
+
+TEST(Cli, TheHistoryComesFromTheBackendElseFromWhatWasKept) {
+  Terminal terminal;
+  const auto nothing = terminal.run({"history"});
+  EXPECT_EQ(nothing.exitCode, 1);
+  EXPECT_NE(nothing.standardError.find("this machine kept none"), std::string::npos);
+
+  const std::string answer =
+      R"({"history":[{"timestamp":"2020-05-01T12:00:00Z","mode":"chat","transcript":"a",)"
+      R"("processedText":"older"},{"timestamp":"2020-05-02T12:00:00Z","mode":"email",)"
+      R"("transcript":"b","processedText":"newer\n\u001b[31mred\u009b","appName":"Mail"}]})";
+  std::string asked;
+  {
+    LoopbackServer server([&](LoopbackServer::Peer& peer) {
+      asked = peer.request().value_or("");
+      peer.reply(answer);
+    });
+    const auto shown = terminal.run({"history"}, {}, server.url(""));
+    EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
+    std::vector<std::string> lines = text::split(shown.standardOutput, "\n");
+    ASSERT_EQ(lines.size(), 9u) << shown.standardOutput;
+    EXPECT_EQ(lines[0], "May 2, 2020");
+    EXPECT_TRUE(lines[1].ends_with("  email · Mail")) << lines[1];
+    EXPECT_EQ(lines[2], "         newer");
+    EXPECT_EQ(lines[3], "         [31mred") << "the terminal would obey";
+    EXPECT_EQ(lines[4], "");
+    EXPECT_EQ(lines[5], "May 1, 2020");
+  }
+  EXPECT_NE(asked.find("GET /history/device_"), std::string::npos) << asked;
+  EXPECT_NE(asked.find("limit=50"), std::string::npos) << asked;
+  const auto kept = terminal.run({"history", "--json", "--limit", "1"});
+  EXPECT_EQ(kept.exitCode, 0);
+  EXPECT_NE(kept.standardError.find("this is what this machine kept"), std::string::npos);
+  const auto entry = Json::parse(kept.standardOutput);
+  ASSERT_TRUE(entry) << kept.standardOutput;
+  EXPECT_EQ(entry->stringAt("output"), "newer\n\x1B[31mred\xC2\x9B");
+  EXPECT_EQ(entry->stringAt("app_context"), "Mail");
+  EXPECT_EQ(std::filesystem::status(terminal.folder.file("data/Kestrin/Cache/history.json"))
+                .permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST(Cli, SpeakIsHeardAtTheVolumeOfRepliesAndEndsWithItsText) {

@@ -1,3 +1,4 @@
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -88,6 +89,69 @@ TEST_F(StoreTest, StatisticsCountWordsSpeedAndDaysOfTheUsersZone) {
   EXPECT_EQ(store.statistics("u", at("2026-04-01T09:00:00Z"), zone)->streak, 0);
 }
 
+TEST_F(StoreTest, AStreakOutlivesClocksThatChangeAtMidnight) {
+  Store store = open();
+  const auto streak = [&](const char* user, std::vector<const char*> times, const char* now) {
+    for (const char* time : times) {
+      Dictation one = dictation(time, "x", "X");
+      one.userId = user;
+      EXPECT_TRUE(store.add(one));
+    }
+    return store.statistics(user, at(now), "America/Havana")->streak;
+  };
+  // Forward from 0:00 to 1:00 on March 8th; 4:30 UTC is still the 7th.
+  EXPECT_EQ(
+      streak("spring", {"2026-03-06T12:00:00Z", "2026-03-08T04:30:00Z", "2026-03-08T05:10:00Z"},
+             "2026-03-08T12:00:00Z"),
+      3);
+  // Back from 1:00 to 0:00 on November 1st: 4:10 UTC and 5:10 UTC are both 0:10 of that day.
+  EXPECT_EQ(
+      streak("autumn", {"2026-10-31T20:00:00Z", "2026-11-01T04:10:00Z", "2026-11-01T05:10:00Z"},
+             "2026-11-01T20:00:00Z"),
+      2);
+  EXPECT_EQ(streak("ahead", {"2026-11-03T20:00:00Z"}, "2026-11-01T20:00:00Z"), 0)
+      << "the clock was put back";
+  Dictation absurd = dictation("2026-03-01T10:00:00Z", "one two", "One two", INT64_MAX);
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(store.add(absurd));
+  EXPECT_EQ(store.statistics("u", at("2026-03-01T11:00:00Z"), zone)->totalWords, 6);
+}
+
+TEST_F(StoreTest, WhatIsClearedIsNoLongerInTheFiles) {
+  Store store = open();
+  const std::string secret = "the heron nests behind the mill";
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(store.add(dictation("2026-03-01T10:00:00Z", secret.c_str(), secret.c_str())));
+  }
+  const auto onDisk = [&] {
+    for (const auto& file : std::filesystem::directory_iterator(folder + "/inner")) {
+      std::ifstream in(file.path(), std::ios::binary);
+      const std::string bytes(std::istreambuf_iterator<char>(in), {});
+      if (bytes.find(secret) != std::string::npos) return true;
+    }
+    return false;
+  };
+  EXPECT_TRUE(onDisk());
+  ASSERT_TRUE(store.clearHistory("u"));
+  EXPECT_FALSE(onDisk());
+}
+
+TEST_F(StoreTest, FilesOfOtherVersionsAreBroughtOnOrLeftAlone) {
+  {
+    Store store = open();
+    ASSERT_TRUE(store.add(dictation("2026-03-01T10:00:00Z", "a", "A")));
+  }
+  const auto set = [&](int version) {
+    SQLite::Database database(folder + "/inner/store.sqlite", SQLite::OPEN_READWRITE);
+    database.exec("PRAGMA user_version = " + std::to_string(version));
+  };
+  set(0);  // as the first files were
+  EXPECT_EQ(open().history("u", 10)->size(), 1u);
+  set(999);
+  const auto newer = Store::open(folder + "/inner/store.sqlite");
+  ASSERT_FALSE(newer);
+  EXPECT_NE(newer.error().description.find("newer version"), std::string::npos);
+}
+
 TEST_F(StoreTest, VoiceSamplesBecomeMeans) {
   Store store = open();
   const Date now = at("2026-03-01T10:00:00Z");
@@ -117,16 +181,91 @@ TEST_F(StoreTest, AFileThatIsNoDatabaseIsAnErrorAndStays) {
   EXPECT_FALSE(Store::open("/proc/nowhere/store.sqlite"));
 }
 
-TEST_F(StoreTest, TheRoutesKeepADictationAndHandItBack) {
-  const auto dispatch = ThreadsDispatch::make();
-  BackendService service(*dispatch, open());
-  server::Server server(*dispatch, {});
-  service.addRoutes(server);
-  ASSERT_TRUE(server.start());
-  const auto ask = [&](const char* method, const std::string& path, const std::string& body = "") {
-    const std::string answer = kestrin::testing::ask(server.port(), method, path, body);
+/// The routes on a real port.
+class BackendTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    service.emplace(*dispatch, open(), "1.2.3");
+    server.emplace(*dispatch, server::ServerOptions{});
+    service->addRoutes(*server);
+    ASSERT_TRUE(server->start());
+  }
+  void TearDown() override {
+    server.reset();
+    service.reset();
+    StoreTest::TearDown();
+  }
+  Json ask(const char* method, const std::string& path, const std::string& body = "",
+           const std::string& headers = "") {
+    const std::string answer = kestrin::testing::ask(server->port(), method, path, body, headers);
+    status = answer.size() > 12 ? std::stoi(answer.substr(9, 3)) : 0;
     return Json::parse(answer.substr(answer.find("\r\n\r\n") + 4)).value_or(Json());
+  }
+  void log(const std::string& user, const std::string& text) {
+    ask("POST", "/log-transcription",
+        Json::object({{"user_id", user}, {"transcript", text}, {"processed_text", text}}).dump());
+  }
+
+  const std::unique_ptr<ThreadsDispatch> dispatch = ThreadsDispatch::make();
+  std::optional<BackendService> service;
+  std::optional<server::Server> server;
+  int status = 0;
+};
+
+TEST_F(BackendTest, ADeviceSeesAndClearsItsOwnRecordsAlone) {
+  log("device_a", "mine");
+  log("device_b", "yours");
+  const auto count = [&](const std::string& user) {
+    return ask("GET", "/history/" + user).objectsAt("history").size();
   };
+  EXPECT_EQ(count("device_a"), 1u);
+  EXPECT_EQ(count("device_c"), 0u);
+  EXPECT_EQ(ask("GET", "/user-stats/device_c").objectAt("stats")->intAt("totalWords"), 0);
+  const std::string asB = "X-Device-Id: device_b\r\n";
+  for (const char* path : {"/history/device_a", "/user-stats/device_a", "/user/profile/device_a",
+                           "/voice-profile/device_a"}) {
+    EXPECT_TRUE(ask("GET", path, "", asB).has("error"));
+    EXPECT_EQ(status, 403) << path;
+  }
+  ask("DELETE", "/history/device_a", "", asB);
+  EXPECT_EQ(status, 403);
+  ask("POST", "/log-transcription", R"({"user_id":"device_a","transcript":"forged"})", asB);
+  EXPECT_EQ(status, 403);
+  EXPECT_EQ(count("device_a"), 1u);
+  EXPECT_EQ(ask("DELETE", "/history/device_a").boolAt("success"), true);
+  EXPECT_EQ(count("device_a"), 0u);
+  EXPECT_EQ(count("device_b"), 1u);
+}
+
+TEST_F(BackendTest, RequestsBeyondTheLimitsAreRefusedWithTheReason) {
+  for (int i = 0; i < 3; ++i) log("u", std::to_string(i));
+  EXPECT_EQ(ask("GET", "/history/u?limit=2").objectsAt("history").size(), 2u);
+  EXPECT_EQ(ask("GET", "/history/u?limit=99999999999999999999").objectsAt("history").size(), 3u);
+  for (const char* limit : {"0", "-1", "two", "2x", "-99999999999999999999"}) {
+    EXPECT_TRUE(ask("GET", std::string("/history/u?limit=") + limit).has("error"));
+    EXPECT_EQ(status, 400) << limit;
+  }
+  for (const std::string& id :
+       {std::string(), std::string(129, 'u'), std::string("a/b"), std::string("%FF")}) {
+    EXPECT_TRUE(ask("GET", "/history/" + id).has("error"));
+    EXPECT_EQ(status, 400) << id;
+  }
+  log("u", std::string((1u << 20) + 1, 'x'));
+  EXPECT_EQ(status, 413);
+  EXPECT_EQ(ask("GET", "/history/u").objectsAt("history").size(), 3u);
+}
+
+TEST_F(BackendTest, TheProfileNamesTheDeviceAndTheVersionIsTheInstalledOne) {
+  EXPECT_FALSE(ask("GET", "/user/profile/u").objectAt("user")->has("createdAt"));
+  log("u", "x");
+  const Json profile = ask("GET", "/user/profile/u");
+  EXPECT_TRUE(dates::parseIso8601(profile.objectAt("user")->stringAt("createdAt", "")));
+  EXPECT_FALSE(profile.objectAt("user")->has("email")) << "no mail account is connected";
+  EXPECT_EQ(ask("GET", "/app/version").stringAt("version"), "1.2.3");
+}
+
+TEST_F(BackendTest, TheRoutesKeepADictationAndHandItBack) {
   const Json logged =
       ask("POST", "/log-transcription",
           R"({"user_id":"u","mode":"auto","detected_mode":"email","transcript":"hi",)"

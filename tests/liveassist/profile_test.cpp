@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "liveassist/behavioral_profile_detail_window.h"
 #include "liveassist/behavioral_profile_manager.h"
 #include "platform/simulated/simulated_settings.h"
 #include "support/seeds.h"
@@ -65,6 +66,27 @@ TEST(BehavioralProfile, SumsUpTheUserForTheAgent) {
             "Mood: Steady | Emotions: Neutral (70%), Happy (30%), Sad (0%) | "
             "Intents: Ask For (75%), Inform (25%) | Segments: 1");
   EXPECT_EQ(BehavioralProfile::intentShortLabel("INTENT_GIVE__UP_NOW"), "Give Up");
+}
+
+TEST(BehavioralProfileDetailWindow, ShowsOneSideBesideTheOther) {
+  BehavioralProfileDetailWindow window("You");
+  int changes = 0;
+  window.onChange = [&] { ++changes; };
+  EXPECT_EQ(window.intentsNote(), "No intent data yet — waiting for speech segments.");
+  auto profile = feeling({{"HAPPY", 0.5}, {"SAD", 0.5}});
+  for (int i = 0; i < 14; ++i) profile.intentProfile["I" + std::to_string(i)] = 1.0 / 14;
+  profile.intentProfile["I7"] = 0.5;
+  window.show(profile, feeling({{"ANGRY", 1.0}}));
+  EXPECT_EQ(changes, 1);
+  EXPECT_EQ(window.dominantEmotion(), "Happy");
+  EXPECT_EQ(window.emotionRows()[3].comparison, 1.0);
+  EXPECT_EQ(window.gauges()[0].valueText + window.gauges()[0].comparisonText, "+0.10-0.50");
+  EXPECT_EQ(window.intentRows().size(), 12U);
+  EXPECT_EQ(window.intentRows()[0].label, "I7");
+  EXPECT_EQ(window.intentsNote(), "2 more intents tracked");
+  EXPECT_EQ(window.statistics()[4].value, "36%");
+  EXPECT_EQ(window.statistics()[5].value, "100%") << "bounded";
+  EXPECT_EQ(MiniMoodRingView::of(BehavioralProfile::empty()).topIntent, "");
 }
 
 struct ProfileWorld {

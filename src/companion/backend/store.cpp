@@ -2,11 +2,15 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <algorithm>
+#include <cmath>
 #include <fcntl.h>
 #include <filesystem>
 #include <sqlite3.h>
 #include <sstream>
 #include <unistd.h>
+
+#include "companion/backend/database.h"
+#include "companion/backend/schema.h"
 
 namespace kestrin::backend {
 
@@ -15,24 +19,10 @@ namespace {
 constexpr int busyMilliseconds = 2000;
 constexpr int64_t millisecondsPerMinute = 60'000;
 
-constexpr const char* schema = R"(
-  PRAGMA journal_mode = WAL;
-  CREATE TABLE IF NOT EXISTS dictation(
-    id INTEGER PRIMARY KEY, user_id TEXT NOT NULL, at INTEGER NOT NULL, mode TEXT NOT NULL,
-    transcript TEXT NOT NULL, processed_text TEXT NOT NULL, app_name TEXT NOT NULL,
-    auto_detected INTEGER NOT NULL, success INTEGER NOT NULL, audio_ms INTEGER NOT NULL,
-    words_said INTEGER NOT NULL, words_written INTEGER NOT NULL);
-  CREATE INDEX IF NOT EXISTS dictation_by_user ON dictation(user_id, at);
-  CREATE TABLE IF NOT EXISTS voice(
-    user_id TEXT PRIMARY KEY, samples INTEGER NOT NULL, created INTEGER NOT NULL,
-    updated INTEGER NOT NULL, sums TEXT NOT NULL);
-)";
-
-int64_t milliseconds(Date date) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count();
-}
-
-Date dateOf(int64_t milliseconds) { return Date(std::chrono::milliseconds(milliseconds)); }
+/// A length that no recording has would spoil the sums.
+constexpr int64_t longestAudio = 24 * 60 * millisecondsPerMinute;
+/// Deleted texts leave no trace in the file's free pages.
+constexpr const char* connectionPragmas = "PRAGMA journal_mode = WAL; PRAGMA secure_delete = ON;";
 
 int64_t wordCount(const std::string& text) {
   std::istringstream words(text);
@@ -41,41 +31,21 @@ int64_t wordCount(const std::string& text) {
   return count;
 }
 
-/// Runs `work` and turns what the library throws into an error.
-template <class Work>
-auto guarded(Work work) -> decltype(work()) {
-  try {
-    return work();
-  } catch (const SQLite::Exception& error) {
-    return fail("Store", error.getErrorCode(), error.what());
-  }
+std::string dayOf(Date date, const std::string& zone) {
+  return dates::format(date, "yyyy-MM-dd", zone);
 }
 
-/// Days in a row that end today or yesterday. `days` newest first, "yyyy-MM-dd".
-int64_t streakOf(const std::vector<std::string>& days, Date now, const std::string& zone) {
-  if (days.empty()) return 0;
-  // Noon, so that a day of 23 or 25 hours shifts nothing.
-  const auto noon =
-      dates::parse(dates::format(now, "yyyy-MM-dd", zone) + " 12", "yyyy-MM-dd HH", zone);
-  Date day = noon.value_or(now);
-  const auto name = [&] { return dates::format(day, "yyyy-MM-dd", zone); };
-  if (days.front() != name()) day -= std::chrono::hours(24);
-  int64_t streak = 0;
-  for (const std::string& found : days) {
-    if (found != name()) break;
-    ++streak;
-    day -= std::chrono::hours(24);
+/// Where clocks go forward at midnight the day begins at one o'clock.
+Date startOf(const std::string& day, const std::string& zone, Date fallback) {
+  for (const char* hour : {" 00", " 01", " 02"}) {
+    if (const auto start = dates::parse(day + hour, "yyyy-MM-dd HH", zone)) return *start;
   }
-  return streak;
+  return fallback;
 }
 
 }  // namespace
 
-struct Store::Database : SQLite::Database {
-  using SQLite::Database::Database;
-};
-
-Store::Store(std::unique_ptr<Database> database) : database_(std::move(database)) {}
+Store::Store(std::shared_ptr<Database> database) : database_(std::move(database)) {}
 Store::Store(Store&&) noexcept = default;
 Store::~Store() = default;
 
@@ -91,8 +61,9 @@ Result<Store> Store::open(const std::string& path) {
     const int fd = ::open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     if (fd < 0) return fail("Store", SQLITE_CANTOPEN, "Cannot open " + path);
     ::close(fd);
-    auto database = std::make_unique<Database>(path, SQLite::OPEN_READWRITE, busyMilliseconds);
-    database->exec(schema);
+    auto database = std::make_shared<Database>(path, SQLite::OPEN_READWRITE, busyMilliseconds);
+    database->exec(connectionPragmas);
+    migrate(*database);
     return Store(std::move(database));
   });
 }
@@ -109,7 +80,7 @@ Status Store::add(const Dictation& dictation) {
     insert.bind(6, dictation.appName);
     insert.bind(7, dictation.autoDetected ? 1 : 0);
     insert.bind(8, dictation.success ? 1 : 0);
-    insert.bind(9, dictation.audioMilliseconds);
+    insert.bind(9, std::clamp<int64_t>(dictation.audioMilliseconds, 0, longestAudio));
     insert.bind(10, wordCount(dictation.transcript));
     insert.bind(11, wordCount(dictation.processedText));
     insert.exec();
@@ -143,37 +114,67 @@ Status Store::clearHistory(const std::string& userId) {
     SQLite::Statement remove(*database_, "DELETE FROM dictation WHERE user_id = ?");
     remove.bind(1, userId);
     remove.exec();
+    // The journal still holds what was deleted.
+    database_->exec("PRAGMA wal_checkpoint(TRUNCATE)");
     return {};
+  });
+}
+
+Result<std::optional<Date>> Store::firstDictation(const std::string& userId) {
+  return guarded([&]() -> Result<std::optional<Date>> {
+    SQLite::Statement first(*database_, "SELECT MIN(at) FROM dictation WHERE user_id = ?");
+    first.bind(1, userId);
+    first.executeStep();
+    if (first.getColumn(0).isNull()) return std::optional<Date>();
+    return std::optional(dateOf(first.getColumn(0).getInt64()));
   });
 }
 
 Result<Statistics> Store::statistics(const std::string& userId, Date now, const std::string& zone) {
   return guarded([&]() -> Result<Statistics> {
+    SQLite::Statement sums(
+        *database_,
+        "SELECT COUNT(*), COALESCE(SUM(words_written), 0), "
+        "COALESCE(SUM(words_said) FILTER (WHERE audio_ms > 0), 0), COALESCE(SUM(audio_ms), 0) "
+        "FROM dictation WHERE user_id = ? AND success = 1");
+    sums.bind(1, userId);
+    sums.executeStep();
     Statistics statistics;
-    int64_t timedWords = 0;
-    int64_t timedMilliseconds = 0;
-    std::vector<std::string> days;
-    SQLite::Statement rows(*database_,
-                           "SELECT at, words_written, words_said, audio_ms FROM dictation "
-                           "WHERE user_id = ? AND success = 1 ORDER BY at DESC");
-    rows.bind(1, userId);
-    while (rows.executeStep()) {
-      ++statistics.transcriptionCount;
-      statistics.totalWords += rows.getColumn(1).getInt64();
-      if (const int64_t length = rows.getColumn(3).getInt64(); length > 0) {
-        timedWords += rows.getColumn(2).getInt64();
-        timedMilliseconds += length;
-      }
-      const std::string day =
-          dates::format(dateOf(rows.getColumn(0).getInt64()), "yyyy-MM-dd", zone);
-      if (days.empty() || days.back() != day) days.push_back(day);
+    statistics.transcriptionCount = sums.getColumn(0).getInt64();
+    statistics.totalWords = sums.getColumn(1).getInt64();
+    const double minutes = double(sums.getColumn(3).getInt64()) / double(millisecondsPerMinute);
+    if (minutes > 0) {
+      statistics.averageWpm = std::llround(double(sums.getColumn(2).getInt64()) / minutes);
     }
-    if (timedMilliseconds > 0) {
-      statistics.averageWpm = timedWords * millisecondsPerMinute / timedMilliseconds;
-    }
-    statistics.streak = streakOf(days, now, zone);
+    statistics.streak = streak(userId, now, zone);
     return statistics;
   });
+}
+
+int64_t Store::streak(const std::string& userId, Date now, const std::string& zone) {
+  SQLite::Statement newest(
+      *database_, "SELECT MAX(at) FROM dictation WHERE user_id = ? AND success = 1 AND at < ?");
+  const auto newestBefore = [&](Date bound) -> std::optional<Date> {
+    newest.reset();
+    newest.bind(1, userId);
+    newest.bind(2, milliseconds(bound));
+    newest.executeStep();
+    if (newest.getColumn(0).isNull()) return std::nullopt;
+    return dateOf(newest.getColumn(0).getInt64());
+  };
+  std::optional<Date> found = newestBefore(now + std::chrono::milliseconds(1));
+  std::string day = dayOf(now, zone);
+  if (found && dayOf(*found, zone) != day) day = dates::dayBefore(day);
+  int64_t streak = 0;
+  while (found && dayOf(*found, zone) == day) {
+    ++streak;
+    // One look-up a day, however many dictations it has. A repeated hour after midnight may lie on
+    // either side of the day's start.
+    found = newestBefore(startOf(day, zone, *found));
+    while (found && dayOf(*found, zone) == day) found = newestBefore(*found);
+    day = dates::dayBefore(day);
+  }
+  return streak;
 }
 
 Status Store::addVoiceSample(const std::string& userId, const Json& probabilities, Date now) {

@@ -13,6 +13,8 @@
 
 namespace kestrin::backend {
 
+struct Database;
+
 /// One dictation.
 struct Dictation {
   int64_t id = 0;
@@ -54,7 +56,10 @@ class Store {
   Status add(const Dictation& dictation);
   /// Newest first.
   Result<std::vector<Dictation>> history(const std::string& userId, int64_t limit);
+  /// Nothing of the texts stays in the file.
   Status clearHistory(const std::string& userId);
+  /// The oldest dictation that is kept.
+  Result<std::optional<Date>> firstDictation(const std::string& userId);
   /// Days are those of the time zone (empty: the system's) at `now`.
   Result<Statistics> statistics(const std::string& userId, Date now, const std::string& zone);
 
@@ -62,10 +67,13 @@ class Store {
   Status addVoiceSample(const std::string& userId, const Json& probabilities, Date now);
   Result<std::optional<VoiceSum>> voiceSum(const std::string& userId);
 
+  /// For what keeps records of other kinds in the same file, on the same queue.
+  const std::shared_ptr<Database>& database() const { return database_; }
+
  private:
-  struct Database;
-  explicit Store(std::unique_ptr<Database> database);
-  std::unique_ptr<Database> database_;
+  int64_t streak(const std::string& userId, Date now, const std::string& zone);
+  explicit Store(std::shared_ptr<Database> database);
+  std::shared_ptr<Database> database_;
 };
 
 }  // namespace kestrin::backend

@@ -91,6 +91,12 @@ std::optional<Date> parseIso8601(std::string_view text) {
   return std::nullopt;
 }
 
+std::string dayBefore(std::string_view day) {
+  // In UTC every day has 24 hours.
+  const auto date = parse(day, "yyyy-MM-dd", "UTC");
+  return date ? format(*date - std::chrono::hours(24), "yyyy-MM-dd", "UTC") : "";
+}
+
 std::string systemTimeZone() {
   const std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::detectHostTimeZone());
   icu::UnicodeString id;

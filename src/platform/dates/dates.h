@@ -25,6 +25,9 @@ std::string iso8601(Date date, bool fractional = false);
 /// UTC.
 std::optional<Date> parseIso8601(std::string_view text);
 
+/// The calendar day before a day written "yyyy-MM-dd"; empty when it is none.
+std::string dayBefore(std::string_view day);
+
 /// The identifier of the system's time zone, such as "Europe/Paris".
 std::string systemTimeZone();
 

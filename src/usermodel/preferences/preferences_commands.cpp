@@ -1,3 +1,4 @@
+#include "diagnostics/debug_report.h"
 #include "platform/dates/dates.h"
 #include "usermodel/preferences/background.h"
 #include "usermodel/preferences/folder_storage.h"
@@ -49,8 +50,7 @@ void PreferencesView::perform(PreferenceAction action) {
     case PreferenceAction::syncNow:
       return syncNow();
     case PreferenceAction::exportLogs:
-      if (services_.exportDebugLogs) services_.exportDebugLogs();
-      return;
+      return exportDebugLogs();
     case PreferenceAction::resetAll:
       return resetAll();
     case PreferenceAction::checkForUpdates:
@@ -104,6 +104,28 @@ void PreferencesView::testVoice() {
       [this](Result<Bytes>& sound) {
         if (sound) return services_.player.play(std::move(*sound));
         services_.logger.print("⚠️ Test voice: " + sound.error().description);
+      });
+}
+
+/// Onto the desktop, where people look for what they are to attach.
+void PreferencesView::exportDebugLogs() {
+  auto& platform = services_.platform;
+  inBackground(
+      dispatch_, dispatch_.globalQueue(), lifetime_,
+      [&platform, &secret = services_.geminiKey,
+       logFile = services_.logFile]() -> Result<std::string> {
+        const DebugReport report{platform.files, platform.settings, secret.apiKey(), logFile};
+        const Date now = platform.dispatch.clock().wallNow();
+        const std::string folder = platform.files.desktopFolder();
+        const std::string path = folder + "/" + DebugReport::suggestedName(now);
+        if (auto written = report.write(path, now); !written) return fail(written.error());
+        // The line below names the file where there is no file manager.
+        (void)platform.workspace.open(folder);
+        return path;
+      },
+      [this](const Result<std::string>& path) {
+        if (path) return services_.logger.print("✅ Debug logs exported to " + *path);
+        services_.logger.print("❌ Debug logs could not be exported: " + path.error().description);
       });
 }
 

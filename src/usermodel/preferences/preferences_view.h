@@ -38,8 +38,8 @@ struct PreferencesServices {
   std::weak_ptr<MainWindowEffects> window;
   /// "Clear All" was confirmed: whatever else keeps what was said forgets it. Main queue.
   std::function<void()> forgetHistory;
-  /// "Export debug logs". Main queue.
-  std::function<void()> exportDebugLogs;
+  /// The dated file that this run logs to; for "Export debug logs".
+  std::string logFile;
 };
 
 /// The settings window: six pages of rows over the table of settings, what each control does, and
@@ -94,6 +94,7 @@ class PreferencesView {
   void refreshStorage();
   void refreshStatus();
   void testVoice();
+  void exportDebugLogs();
   void clearHistory();
   void clearCache();
   void emptyThenTell(const std::string& folder, PreferenceDialog notice);

@@ -21,6 +21,18 @@ TEST(PreferencesApplier, WhatIsStoredHoldsFromTheStart) {
   EXPECT_EQ(application.core().player.preferredVolume(), 1.0F);
 }
 
+TEST(Location, IsFoundAtTheFirstStartAndNeverOverWhatTheUserTyped) {
+  Desk desk;
+  desk.startReady();
+  desk.simulation->runFor(1s);
+  EXPECT_EQ(desk.settings.string("nibo_user_location"), "Lyon, Rhône, France");
+  Desk own;
+  own.settings.set("nibo_user_city", "Ghent");
+  own.startReady();
+  own.simulation->runFor(1s);
+  EXPECT_FALSE(own.settings.get("nibo_user_location"));
+}
+
 TEST(PreferencesApplier, AChangeFromAnywhereReachesTheRunningApplicationAsItsGroup) {
   Desk desk;
   auto& application = desk.startReady();
@@ -82,7 +94,8 @@ TEST(PreferencesApplier, TheSoundFollowsWhenTheWindowIsGone) {
   auto& core = desk.startReady().core();
   PreferencesApplier applier{desk.dispatch, desk.settings, desk.notifications,
                              desk.audio,    core.player,   core.logger};
-  auto window = std::make_shared<MainWindowController>(desk.dispatch, desk.random);
+  auto window = std::make_shared<MainWindowController>(
+      History::Services{desk.dispatch, desk.random, core.logger, core.deviceId, core.stats}, "fn");
   applier.start(window);
   window.reset();
   desk.settings.set("pref_voiceVolume", 10);

@@ -253,6 +253,24 @@ TEST(PreferencesView, UpdatesAreComparedByNumberAndOnlyWebAddressesAreOpened) {
   EXPECT_TRUE(isNewerVersion("1.0.0.1", "1.0.0"));
 }
 
+TEST(PreferencesView, ExportedLogsLieOnTheDesktopWithoutTheSecret) {
+  Window desk;
+  desk.settings.set("pref_fontSize", "Large");
+  desk.startReady().core().geminiKey.save("AIza-secret");
+  const auto log = LogFileRedirector::path(desk.files, desk.dispatch.clock().wallNow());
+  ASSERT_TRUE(desk.files.writeAtomic(log, "a line with AIza-secret\n"));
+  desk.open();
+  desk.act([](auto& view) { view.perform(Action::exportLogs); });
+  const auto made = desk.files.list(desk.files.desktopFolder()).value();
+  ASSERT_EQ(made.size(), 1u);
+  const auto report = desk.files.read(made[0].path).value();
+  EXPECT_NE(made[0].path.find("/kestrin_debug_logs_"), std::string::npos);
+  EXPECT_NE(report.find("pref_fontSize"), std::string::npos);
+  EXPECT_NE(report.find("a line with"), std::string::npos);
+  EXPECT_EQ(report.find("AIza-secret"), std::string::npos);
+  EXPECT_EQ(desk.desktop.opened, std::vector<std::string>{desk.files.desktopFolder()});
+}
+
 TEST(PreferencesView, SyncNowTakesItsTimeAndTheRowTellsHowLongAgoItWas) {
   Window desk;
   desk.open();

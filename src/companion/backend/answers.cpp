@@ -1,0 +1,37 @@
+#include "companion/backend/answers.h"
+
+#include "platform/text/text.h"
+
+namespace kestrin::backend {
+
+namespace {
+
+constexpr size_t longestUserId = 128;
+
+}  // namespace
+
+void answerDone(const server::Responder& responder, const Status& status) {
+  if (!status) return answerFailed(responder, 500, status.error().description);
+  responder.json(200, Json::object({{"success", true}}));
+}
+
+void answerFailed(const server::Responder& responder, int status, const std::string& why) {
+  responder.json(status, Json::object({{"success", false}, {"error", why}}));
+}
+
+bool admits(const std::string& userId, const server::Request& request,
+            const server::Responder& responder) {
+  if (userId.empty() || userId.size() > longestUserId || userId.find('/') != std::string::npos ||
+      !text::isValidUtf8(userId)) {
+    responder.error(400, "That is no user id");
+    return false;
+  }
+  const std::string device = request.header("x-device-id");
+  if (!device.empty() && device != userId) {
+    responder.error(403, "These records belong to another device");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace kestrin::backend

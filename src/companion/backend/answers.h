@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+#include "companion/http/server.h"
+#include "platform/result.h"
+
+namespace kestrin::backend {
+
+/// `{"success": true}`, or 500 with the error's text.
+void answerDone(const server::Responder& responder, const Status& status);
+
+/// `{"success": false, "error": ...}`: the form in which the application reads why not.
+void answerFailed(const server::Responder& responder, int status, const std::string& why);
+
+/// Each device sees and writes its own records alone: answers and gives false for an id that is
+/// none, or that the asking device contradicts.
+bool admits(const std::string& userId, const server::Request& request,
+            const server::Responder& responder);
+
+}  // namespace kestrin::backend
