@@ -16,6 +16,7 @@
 #include "notes/local_cache.h"
 #include "notes/stats_service.h"
 #include "platform/platform.h"
+#include "services/local/agent_client.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
 #include "usermodel/user_preferences.h"
@@ -45,6 +46,7 @@ struct CoreServices {
   FirebaseAuthService auth;
   UserPreferences preferences;
   LocalASRService asr;
+  AgentClient agent;
   AudioPlayerService player;
   BehavioralProfileManager behavioralProfile;
   LocalCache cache;
