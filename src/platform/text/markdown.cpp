@@ -79,7 +79,8 @@ class Builder {
 
   int enter(MD_BLOCKTYPE type, void* detail) {
     if (transparent(type)) return 0;
-    if (++blocks_ > maxBlocks) return 1;
+    // The parser goes on after a positive value.
+    if (++blocks_ > maxBlocks) return -1;
     if (open_.size() > maxDepth) {
       if (skipped_++ == 0 || type == MD_BLOCK_P) add("\n");
       return 0;
