@@ -58,7 +58,8 @@ Application::Application(Platform& platform, Options options)
                       .recorder = recorder_,
                       .delegate = delegate_,
                       .holdKeyName = holdKeyName_,
-                      .companionProgram = options_.companionProgram}) {
+                      .companionProgram = options_.companionProgram}),
+      pages_(core_, preferencesServices()) {
   observe();
 }
 
@@ -220,23 +221,18 @@ void Application::forgetHistory() {
   undelivered_.clear();
 }
 
-PreferencesView& Application::preferences() {
-  if (!preferences_) {
-    preferences_ = std::make_unique<PreferencesView>(
-        PreferencesServices{.platform = platform_,
-                            .logger = core_.logger,
-                            .changes = preferenceChanges_,
-                            .geminiKey = core_.geminiKey,
-                            .deviceId = core_.deviceId,
-                            .player = core_.player,
-                            .endpoints = options_.endpoints,
-                            .holdKeyName = holdKeyName_,
-                            .window = windowEffects_,
-                            .forgetHistory = [this] { forgetHistory(); },
-                            .logFile = logFile_});
-    preferences_->loadSavedPreferences();
-  }
-  return *preferences_;
+PreferencesServices Application::preferencesServices() {
+  return {.platform = platform_,
+          .logger = core_.logger,
+          .changes = preferenceChanges_,
+          .geminiKey = core_.geminiKey,
+          .deviceId = core_.deviceId,
+          .player = core_.player,
+          .endpoints = options_.endpoints,
+          .holdKeyName = holdKeyName_,
+          .window = windowEffects_,
+          .forgetHistory = [this] { forgetHistory(); },
+          .logFile = logFile_};
 }
 
 void Application::changed() {

@@ -9,6 +9,7 @@
 #include "app/core_services.h"
 #include "app/main_window_controller.h"
 #include "app/notification_categories.h"
+#include "app/pages.h"
 #include "app/setup_checklist.h"
 #include "app/start_sequence.h"
 #include "app/status_report.h"
@@ -28,7 +29,6 @@
 #include "usermodel/location_service.h"
 #include "usermodel/preferences/preference_changes.h"
 #include "usermodel/preferences/preferences_applier.h"
-#include "usermodel/preferences/preferences_view.h"
 
 namespace kestrin {
 
@@ -70,8 +70,7 @@ class Application {
   SafetyTier actionTier() const { return actions_.currentTier; }
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
-  /// The settings window; made when it is first wanted.
-  PreferencesView& preferences();
+  Pages& pages() { return pages_; }
   OverlayWindow& overlay() { return overlay_; }
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
@@ -95,6 +94,7 @@ class Application {
   void forgetHistory();
   void changed();
   DictationServices dictationServices();
+  PreferencesServices preferencesServices();
 
   Platform& platform_;
   const Options options_;
@@ -111,7 +111,6 @@ class Application {
   LocationService location_;
   PreferenceChanges preferenceChanges_;
   PreferencesApplier applier_;
-  std::unique_ptr<PreferencesView> preferences_;
   AudioRecorder recorder_;
   OverlayWindow overlay_;
   CaretPaste paste_;
@@ -121,6 +120,7 @@ class Application {
   NotificationCategories notices_;
   SetupChecklist setup_;
   StartSequence startSequence_;
+  Pages pages_;
   std::vector<SubscriptionHandle> subscriptions_;
   Lifetime lifetime_;
 };

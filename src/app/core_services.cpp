@@ -31,6 +31,7 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       auth(p.dispatch, p.http, p.files, logger, authEndpoint),
       preferences(p.settings),
       asr(p.dispatch, p.http, p.files, p.random, logger, e),
+      agent(p.http, e),
       player(p.dispatch, p.audio, p.settings, logger),
       behavioralProfile(p.dispatch, p.settings),
       cache(p.files, logger),

@@ -17,6 +17,7 @@
 #include "notes/stats_service.h"
 #include "platform/platform.h"
 #include "research/research_service.h"
+#include "services/local/agent_client.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
 #include "usermodel/user_preferences.h"
@@ -46,6 +47,7 @@ struct CoreServices {
   FirebaseAuthService auth;
   UserPreferences preferences;
   LocalASRService asr;
+  AgentClient agent;
   AudioPlayerService player;
   BehavioralProfileManager behavioralProfile;
   LocalCache cache;

@@ -3,30 +3,10 @@
 #include <optional>
 #include <utility>
 
+#include "dictation/terminal_text.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
-
-namespace {
-
-/// A line end or an escape sequence in a pasted text may start what stands on a terminal's command
-/// line; that is the user's to do.
-std::string withoutControlCharacters(const std::string& text) {
-  std::string plain;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-    if (byte == 0xc2 && next >= 0x80 && next <= 0x9f) {
-      plain += ' ';
-      ++i;
-    } else {
-      plain += byte < 0x20 || byte == 0x7f ? ' ' : text[i];
-    }
-  }
-  return text::trim(plain);
-}
-
-}  // namespace
 
 /// Owned by its jobs as well, so that a paste under way ends in order.
 struct CaretPaste::Worker {
@@ -79,7 +59,7 @@ struct CaretPaste::Worker {
     // A dictation without words changes nothing, the clipboard included.
     if (given.empty()) return {};
     const auto target = findTarget();
-    const auto text = target.role == "AXTerminal" ? withoutControlCharacters(given) : given;
+    const auto text = target.role == "AXTerminal" ? textForTerminal(given) : given;
     if (text.empty()) return {};
     if (target.role == "AXSecureTextField") {
       return undeliveredReport(text, target, DeliveryOutcome::kept, "Password fields get no text");

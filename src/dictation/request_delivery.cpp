@@ -1,5 +1,6 @@
 #include "dictation/request_delivery.h"
 
+#include "dictation/terminal_text.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -103,6 +104,7 @@ DeliveryReport RequestDelivery::finish(const StreamingRequest& request) {
                              "it does not answer, and the text may still appear there");
     }
   }
+  if (context.isTerminal()) rest = textForTerminal(rest);
   if (rest.empty()) {
     if (delivery.inserted) {
       report.outcome =

@@ -16,7 +16,8 @@ std::string GeminiKeyManager::apiKey() {
   }
   const std::string clear = text::trim(settings_.string(clearTextKey));
   if (clear.empty()) return {};
-  save(clear);
+  // Without a place that lasts, the user's own copy is the only one there is.
+  if (keychain_.save(clear, keychainKey)) settings_.remove(clearTextKey);
   return clear;
 }
 

@@ -1,23 +1,25 @@
 #include "identity/keychain_helper.h"
 
+#include <utility>
+
 namespace kestrin {
 
-void KeychainHelper::save(const Bytes& data, const std::string& key) {
+bool KeychainHelper::save(const Bytes& data, const std::string& key) {
   std::lock_guard lock(mutex_);
-  saveLocked(data, key);
+  return saveLocked(data, key);
 }
 
-void KeychainHelper::saveLocked(const Bytes& data, const std::string& key) {
+bool KeychainHelper::saveLocked(const Bytes& data, const std::string& key) {
   cache_[key] = data;
   cacheLoaded_.insert(key);
   store_.remove(service, key);
   store_.remove(legacyService, key);
-  const bool saved = store_.save(service, key, data).has_value();
-  if ((saved && store_.persistent()) || warned_) return;
-  warned_ = true;
+  const bool kept = store_.save(service, key, data).has_value() && store_.persistent();
+  if (kept || std::exchange(warned_, true)) return kept;
   logger_.print(
       "⚠️ No secret store can be written: keys for services serve this run and are then "
       "forgotten");
+  return false;
 }
 
 std::optional<Bytes> KeychainHelper::load(const std::string& key) {

@@ -22,13 +22,14 @@ class KeychainHelper {
 
   KeychainHelper(SecretStore& store, Logger& logger) : store_(store), logger_(logger) {}
 
-  void save(const Bytes& data, const std::string& key);
+  /// True when it outlives this run.
+  bool save(const Bytes& data, const std::string& key);
   std::optional<Bytes> load(const std::string& key);
   /// A later `load` asks the store again.
   void remove(const std::string& key);
 
  private:
-  void saveLocked(const Bytes& data, const std::string& key);
+  bool saveLocked(const Bytes& data, const std::string& key);
 
   SecretStore& store_;
   Logger& logger_;

@@ -257,6 +257,16 @@ TEST(Paste, WaitsLongerForALongerText) {
   }
 }
 
+TEST(Paste, NothingInADictationStartsACommandInATerminal) {
+  Desk desk;
+  desk.field().role = "AXTerminal";
+  desk.field().acceptsInsert = false;
+  desk.capture();
+  desk.chunk("rm -r x\n\x1b[201~ls\n");
+  desk.complete();
+  EXPECT_EQ(desk.desktop.recorded("paste"), std::vector<std::string>{"rm -r x  [201~ls"});
+}
+
 TEST(Request, TwoTakersKeepTheTextsOrder) {
   for (uint64_t seed = 1; seed <= 200; ++seed) {
     Desk desk(seed);

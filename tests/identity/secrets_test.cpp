@@ -58,6 +58,9 @@ TEST(Keychain, WithoutAStoreAValueServesTheRunAndTheLogSaysSoOnce) {
   memory.secrets.onlyInMemory = true;
   EXPECT_EQ(memory.gemini.apiKey(), "");
   EXPECT_EQ(memory.warnings(), 0u);
+  memory.settings.set(clearKey, "k0");
+  EXPECT_EQ(memory.gemini.apiKey(), "k0");
+  EXPECT_TRUE(memory.settings.get(clearKey)) << "the only copy that lasts";
   memory.gemini.save("k1");
   memory.gemini.save("k2");
   EXPECT_EQ(memory.gemini.apiKey(), "k2");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <string_view>
 
 namespace kestrin::dbus {
@@ -49,6 +50,18 @@ Connection::Connection(Bus bus) : bus_(std::move(bus)), uniqueName_(bus_->getUni
     guarded<void>([&] { bus->enterEventLoop(); });
     *lost = true;
   });
+  guarded<void>([&] { awaitLoop(); });
+}
+
+/// Until its loop has begun the library makes each call with the whole connection locked, so that a
+/// peer that hangs would hold up every other caller.
+void Connection::awaitLoop() {
+  auto served = std::make_shared<std::promise<void>>();
+  auto proxy = sdbus::createProxy(*bus_, busDaemon().service, busDaemon().path);
+  auto ping = proxy->createMethodCall("org.freedesktop.DBus.Peer", "Ping");
+  proxy->callMethod(ping,
+                    [served](sdbus::MethodReply&, const sdbus::Error*) { served->set_value(); });
+  served->get_future().wait_for(std::chrono::seconds(2));
 }
 
 Connection::~Connection() {

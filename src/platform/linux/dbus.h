@@ -129,6 +129,7 @@ class Connection {
  private:
   using Bus = std::shared_ptr<sdbus::IConnection>;
   explicit Connection(Bus bus);
+  void awaitLoop();
 
   static Result<std::unique_ptr<Connection>> openWith(
       const std::function<std::unique_ptr<sdbus::IConnection>()>& make);

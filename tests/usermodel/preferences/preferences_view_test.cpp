@@ -17,7 +17,7 @@ struct Window : Desk {
   }
   PreferencesView& open() {
     if (!application) startReady();
-    onMain([this] { view = &application->preferences(); });
+    onMain([this] { view = &application->pages().preferences(); });
     simulation->runFor(1s);
     return *view;
   }
@@ -179,7 +179,7 @@ TEST(PreferencesView, StorageIsMeasuredAndClearingAsksOnlyForTheHistory) {
   ASSERT_TRUE(desk.files.writeAtomic(cache + "/b", "123"));
   desk.startReady();
   desk.onMain([&] {
-    desk.view = &desk.application->preferences();
+    desk.view = &desk.application->pages().preferences();
     EXPECT_EQ(desk.row(Page::privacy, "historyStorage").value, "Calculating...");
   });
   desk.simulation->runFor(1s);

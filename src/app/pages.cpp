@@ -1,0 +1,49 @@
+#include "app/pages.h"
+
+#include <utility>
+
+namespace kestrin {
+
+Pages::Pages(CoreServices& core, PreferencesServices preferences)
+    : core_(core), preferencesServices_(std::move(preferences)) {}
+
+Pages::~Pages() = default;
+
+PreferencesView& Pages::preferences() {
+  if (!preferences_) {
+    preferences_ = std::make_unique<PreferencesView>(preferencesServices_);
+    preferences_->loadSavedPreferences();
+  }
+  return *preferences_;
+}
+
+ModesView& Pages::modes() {
+  if (!modes_) {
+    Platform& platform = core_.platform;
+    modes_ = std::make_unique<ModesView>(ModesView::Services{.dispatch = platform.dispatch,
+                                                             .settings = platform.settings,
+                                                             .preferences = core_.preferences,
+                                                             .deviceId = core_.deviceId,
+                                                             .geminiKey = core_.geminiKey,
+                                                             .agent = core_.agent,
+                                                             .pasteboard = platform.pasteboard,
+                                                             .logger = core_.logger});
+  }
+  return *modes_;
+}
+
+LogsView& Pages::logs() {
+  if (!logs_) {
+    Platform& platform = core_.platform;
+    logs_ = std::make_unique<LogsView>(platform.dispatch, platform.notifications, core_.logger,
+                                       platform.files);
+  }
+  return *logs_;
+}
+
+LoginWindowController& Pages::login() {
+  if (!login_) login_ = std::make_unique<LoginWindowController>(core_.auth);
+  return *login_;
+}
+
+}  // namespace kestrin

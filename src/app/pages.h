@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "app/core_services.h"
+#include "diagnostics/logs_view.h"
+#include "identity/login_window_controller.h"
+#include "usermodel/preferences/modes_view.h"
+#include "usermodel/preferences/preferences_view.h"
+
+namespace kestrin {
+
+/// The pages and windows that nobody may ever open: each is made when it is first wanted and then
+/// kept, so that its state outlives the widget that draws it. Main queue.
+class Pages {
+ public:
+  Pages(CoreServices& core, PreferencesServices preferences);
+  ~Pages();
+
+  PreferencesView& preferences();
+  ModesView& modes();
+  LogsView& logs();
+  LoginWindowController& login();
+
+ private:
+  CoreServices& core_;
+  const PreferencesServices preferencesServices_;
+  std::unique_ptr<PreferencesView> preferences_;
+  std::unique_ptr<ModesView> modes_;
+  std::unique_ptr<LogsView> logs_;
+  std::unique_ptr<LoginWindowController> login_;
+};
+
+}  // namespace kestrin
