@@ -27,6 +27,8 @@ Application::Application(Platform& platform, Options options)
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),
                                                          core_.logger, undelivered_)),
       mainWindow_({platform.dispatch, platform.random, core_.logger, core_.deviceId, core_.stats},
+                  {platform.dispatch, platform.random, core_.logger, core_.research,
+                   platform.pasteboard, platform.workspace},
                   holdKeyName_),
       location_(platform.dispatch, platform.place, platform.settings),
       preferenceChanges_(platform.dispatch, platform.settings, platform.notifications),
@@ -67,6 +69,10 @@ void Application::observe() {
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
+  mainWindow_.onNotification =
+      lifetime_.guard([this](const UserNotification& notification, const Json& userInfo) {
+        notices_.show(notification, userInfo);
+      });
   recorder_.onPreRollChanged = tellChange;
   startSequence_.onChange = tellChange;
   setup_.onChange = tellChange;
@@ -74,6 +80,10 @@ void Application::observe() {
   startSequence_.hooks.onPrompt =
       lifetime_.guard([this](const ServicePrompt& prompt) { showPrompt(prompt); });
   notices_.startAnyway = lifetime_.guard([this] { setup_.accept(); });
+  notices_.openResearch = lifetime_.guard([this](const std::string& sessionId) {
+    applicationShouldHandleReopen();
+    mainWindow_.openResearch(sessionId);
+  });
   notices_.open = lifetime_.guard([this] { applicationShouldHandleReopen(); });
   manager_->onRequestsChange = lifetime_.guard([this] {
     overlay_.updateStreamingRequestsUI();
@@ -89,8 +99,10 @@ void Application::observe() {
       "ExecuteAction", lifetime_.guard([this](const Json& action) { actions_.execute(action); })));
   subscriptions_.push_back(platform_.notifications.observe(
       "BackgroundResearchStarted", lifetime_.guard([this](const Json& info) {
-        const auto& start = startSequence_.hooks.startBackgroundResearch;
-        if (start) start(info);
+        // The agent has begun it already: it is watched, not asked for again.
+        if (const auto id = info.stringAt("research_id", ""); !id.empty()) {
+          mainWindow_.watchBackgroundResearch(id);
+        }
       })));
   const std::function<void()> keepTier = lifetime_.guard([this] {
     if (!mayElevate()) setActionTier(SafetyTier::safe);

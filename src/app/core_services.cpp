@@ -36,6 +36,7 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       behavioralProfile(p.dispatch, p.settings),
       cache(p.files, logger),
       stats(p.http, logger, cache, e),
+      research(p.dispatch, p.http, logger, deviceId, auth, e),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player, auth, behavioralProfile))) {}

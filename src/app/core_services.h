@@ -16,6 +16,7 @@
 #include "notes/local_cache.h"
 #include "notes/stats_service.h"
 #include "platform/platform.h"
+#include "research/research_service.h"
 #include "services/local/agent_client.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
@@ -51,6 +52,7 @@ struct CoreServices {
   BehavioralProfileManager behavioralProfile;
   LocalCache cache;
   StatsService stats;
+  ResearchService research;
   std::shared_ptr<TranscriptionService> transcription;
 };
 

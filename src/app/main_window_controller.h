@@ -6,6 +6,10 @@
 
 #include "app/status_line.h"
 #include "notes/history.h"
+#include "platform/user_notifications.h"
+#include "research/background_research.h"
+#include "research/research_panel_view.h"
+#include "research/research_view.h"
 #include "usermodel/preferences/main_window_effects.h"
 
 namespace kestrin {
@@ -26,7 +30,10 @@ struct WindowState {
 /// What the main window shows and where it is. A view draws it. Main queue only.
 class MainWindowController final : public MainWindowEffects {
  public:
-  MainWindowController(History::Services services, std::string holdKeyName);
+  static constexpr const char* researchTab = "Research";
+
+  MainWindowController(History::Services services, ResearchServices research,
+                       std::string holdKeyName);
 
   void updateStatus(const std::string& text, StatusColor color);
   void updateDetectedMode(const std::string& mode);
@@ -62,6 +69,21 @@ class MainWindowController final : public MainWindowEffects {
   std::vector<std::string> historyEmptyText() const;
   History& history() { return history_; }
 
+  // Research: the page, the floating panel, and jobs that the agent does by itself.
+  void startBackgroundResearch(const std::string& query) { background_.start(query); }
+  /// Watches a job that the agent has started already.
+  void watchBackgroundResearch(const std::string& jobId) { background_.watch(jobId); }
+  /// A panel titled ResearchPanelView::detailTitle.
+  void showResearchSessionDetail(const ResearchSession& session) {
+    researchDetail_.showSession(session);
+  }
+  /// The research page, with that session where the history has it.
+  void openResearch(const std::string& sessionId);
+  ResearchView& research() { return research_; }
+  ResearchPanelView& researchPanel() { return researchPanel_; }
+  ResearchPanelView& researchDetail() { return researchDetail_; }
+  const BackgroundResearch& backgroundResearch() const { return background_; }
+
   const StatusLine& status() const { return status_; }
   /// Empty when there is none.
   const std::string& detectedMode() const { return detectedMode_; }
@@ -72,8 +94,12 @@ class MainWindowController final : public MainWindowEffects {
   std::function<void()> onChange;
   /// After each status line, also when it says the same again.
   std::function<void(const StatusLine&)> onStatus;
+  /// Something to tell the user outside the window. `userInfo` comes back with a click on it.
+  std::function<void(UserNotification notification, Json userInfo)> onNotification;
 
  private:
+  void setupResearchView();
+  void onBackgroundResearchComplete(const std::string& jobId, const std::string& query);
   template <class T>
   void setWindow(T WindowState::*field, T value) {
     if (window_.*field == value) return;
@@ -90,6 +116,10 @@ class MainWindowController final : public MainWindowEffects {
   std::string currentTab_ = "home";
   WindowState window_;
   History history_;
+  ResearchView research_;
+  ResearchPanelView researchPanel_;
+  ResearchPanelView researchDetail_;
+  BackgroundResearch background_;
 };
 
 }  // namespace kestrin

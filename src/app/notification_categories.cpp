@@ -78,6 +78,8 @@ void NotificationCategories::didReceive(const std::string& actionIdentifier, con
     center_.post("CallBackRequested", userInfo);
   } else if (actionIdentifier == "START_ANYWAY") {
     if (startAnyway) startAnyway();
+  } else if (const auto research = userInfo.stringAt("research"); research && openResearch) {
+    openResearch(*research);
   } else if (open) {
     open();
   }

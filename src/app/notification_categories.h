@@ -43,6 +43,8 @@ class NotificationCategories {
   std::function<void(const Json& userInfo)> declineCall;
   std::function<void(const Json& userInfo)> viewSummary;
   std::function<void()> startAnyway;
+  /// A click on the news of a research.
+  std::function<void(const std::string& sessionId)> openResearch;
   std::function<void()> open;
 
  private:

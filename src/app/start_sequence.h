@@ -42,7 +42,6 @@ class StartSequence {
     std::function<void()> startPresence;
     std::function<void()> stopPresence;
     std::function<void()> setupGlobalIncomingCallHandler;
-    std::function<void(const Json& userInfo)> startBackgroundResearch;
     std::function<void()> bringToFront;
     /// Something that only the user can decide about the services.
     std::function<void(const ServicePrompt&)> onPrompt;

@@ -114,6 +114,20 @@ void addHistory(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, options] { chosen = [options] { return history(*options); }; });
 }
 
+void addResearch(CLI::App& app, Chosen& chosen) {
+  auto words = std::make_shared<std::vector<std::string>>();
+  auto json = std::make_shared<bool>(false);
+  auto* command = app.add_subcommand(
+      "research",
+      "Searches, reads and sums up; the steps go to standard error, then the answer (Markdown) and "
+      "its sources are printed");
+  command->add_option("QUESTION", *words, "What to find out")->required();
+  command->add_flag("--json", *json, "One JSON object a line: step, result and error events");
+  command->callback([&chosen, words, json] {
+    chosen = [words, json] { return research({text::join(*words, " "), *json}); };
+  });
+}
+
 void addSpeak(CLI::App& app, Chosen& chosen) {
   auto words = std::make_shared<std::vector<std::string>>();
   auto* command = app.add_subcommand(
@@ -172,6 +186,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addStatus(app, chosen);
   addHistory(app, chosen);
   addSettings(app, chosen);
+  addResearch(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);

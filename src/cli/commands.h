@@ -41,6 +41,13 @@ struct HistoryOptions {
 };
 int history(const HistoryOptions& options);
 
+struct ResearchOptions {
+  std::string question;
+  bool json = false;
+};
+/// Steps on standard error as they come, then the answer and its sources.
+int research(const ResearchOptions& options);
+
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
 int servicesUp();
 /// Ends exactly what `servicesUp` started.

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/printable.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/text/text.h"
 
@@ -13,21 +14,6 @@ namespace {
 constexpr size_t indentation = 9;  // of a text below its "  HH:mm  "
 
 void warn(const std::string& line) { std::cerr << "kestrin: " << line << std::endl; }
-
-/// A text from the network must not move the cursor or recolour the terminal.
-std::string printable(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    // U+0080 to U+009F are control characters of two bytes.
-    if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
-      ++i;
-    } else if (byte == '\n' || byte == '\t' || (byte >= 0x20 && byte != 0x7F)) {
-      out += text[i];
-    }
-  }
-  return out;
-}
 
 std::string indented(const std::string& words) {
   const std::string margin(indentation, ' ');

@@ -1,21 +1,12 @@
 #include "dictation/sse_client.h"
 
 #include <algorithm>
-#include <simdjson.h>
-
-#include "platform/text/text.h"
 
 namespace kestrin {
 
 void EventStreamFramer::receive(std::string_view bytes, const OnEvent& onEvent) {
   if (overflowed_) return;
-  if (!tail_.empty()) {
-    // Bytes that do not complete the character cannot belong to it: they stand for themselves.
-    const std::string joined = tail_ + std::string(bytes);
-    tail_.clear();
-    if (acceptDelivery(joined)) bytes = {};
-  }
-  if (!bytes.empty() && !acceptDelivery(bytes)) return;
+  deliveries_.receive(bytes, buffer_);
 
   size_t begin = 0;
   for (;;) {
@@ -34,20 +25,10 @@ void EventStreamFramer::receive(std::string_view bytes, const OnEvent& onEvent) 
   }
 }
 
-/// Appends the delivery to the buffer but for an incomplete character at its end; false when it
-/// holds bytes that cannot be text.
-bool EventStreamFramer::acceptDelivery(std::string_view bytes) {
-  const std::string_view whole = bytes.substr(0, bytes.size() - text::incompleteUtf8Tail(bytes));
-  if (!simdjson::validate_utf8(whole.data(), whole.size())) return false;
-  tail_ = bytes.substr(whole.size());
-  buffer_ += whole;
-  return true;
-}
-
 void EventStreamFramer::finish(const OnEvent& onEvent) {
   if (!buffer_.empty()) deliver(buffer_, onEvent);
   buffer_.clear();
-  tail_.clear();
+  deliveries_.clear();
   searched_ = 0;
 }
 

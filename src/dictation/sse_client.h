@@ -7,13 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "dictation/utf8_deliveries.h"
 #include "platform/http.h"
 
 namespace kestrin {
 
-/// Cuts a server-sent event stream into the texts of its `data: ` lines. Bytes may be cut anywhere:
-/// an incomplete character at the end of a delivery waits for the next one; a delivery with bytes
-/// that cannot be UTF-8 is dropped whole. Other fields and "[DONE]" give nothing. Not thread-safe.
+/// Cuts a server-sent event stream into the texts of its `data: ` lines. Bytes may be cut anywhere
+/// (see Utf8Deliveries). Other fields and "[DONE]" give nothing. Not thread-safe.
 class EventStreamFramer {
  public:
   static constexpr size_t maxEventBytes = 16u << 20;
@@ -28,12 +28,11 @@ class EventStreamFramer {
   void finish(const OnEvent& onEvent);
 
  private:
-  bool acceptDelivery(std::string_view bytes);
   static void deliver(std::string_view block, const OnEvent& onEvent);
 
   std::string buffer_;
   size_t searched_ = 0;  ///< no blank line begins before this index
-  std::string tail_;     ///< the incomplete character
+  Utf8Deliveries deliveries_;
   bool overflowed_ = false;
 };
 

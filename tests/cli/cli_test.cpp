@@ -55,6 +55,8 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"settings", "set", "only-key"},
                                              {"press", "extra"},
                                              {"speak"},
+                                             {"research"},
+                                             {"research", " "},
                                              {"history", "--limit", "0"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
@@ -68,9 +70,9 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   Terminal terminal;
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
-  for (const char* command :
-       {"dictate", "press", "release", "toggle", "cancel", "show", "status", "quit", "retry",
-        "elevate", "lower", "speak", "setup", "doctor", "settings", "services", "history"}) {
+  for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
+                              "quit", "retry", "elevate", "lower", "speak", "setup", "doctor",
+                              "settings", "services", "history", "research"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -210,6 +212,51 @@ TEST(Cli, ADictationIsPrintedAndItsReportReachesTheBackendBeforeTheEnd) {
   EXPECT_EQ(output.exitCode, 0) << output.standardError;
   EXPECT_EQ(output.standardOutput, "Hello there.\n");
   EXPECT_TRUE(reported.has("\"processed_text\":\"Hello there.\"")) << reported.text();
+}
+
+TEST(Cli, AResearchTellsItsStepsThenPrintsTheAnswerAndItsSources) {
+  Terminal terminal;
+  const std::string stream =
+      "data: {\"step_type\":\"reading\",\"title\":\"A\\u001b[2Jpage\",\"url\":\"https://a\"}\n\n"
+      "data: {\"summary\":\"It **is**.\",\"sources\":[{\"title\":\"T\",\"url\":\"https://t\","
+      "\"snippet\":\"s\"}]}\n\n";
+  Log asked;
+  LoopbackServer server([&](LoopbackServer::Peer& peer) {
+    while (const auto request = peer.request()) {
+      asked.add(*request + "\n");
+      peer.reply(request->starts_with("POST /research/stream") ? stream : "{}");
+    }
+  });
+  const auto text = terminal.run({"research", "is", "it?"}, {}, server.url(""));
+  EXPECT_EQ(text.exitCode, 0) << text.standardError;
+  EXPECT_EQ(text.standardOutput, "It **is**.\n\nSources:\n1. T\n   https://t\n");
+  EXPECT_TRUE(text::contains(text.standardError, "🔎 A[2Jpage — https://a\n")) << text.standardError;
+  EXPECT_TRUE(asked.has(R"("query":"is it?","context":"","user_id":"device_)"));
+  EXPECT_TRUE(asked.has("POST /research/save")) << "the page's history has it too";
+  const auto json = terminal.run({"research", "--json", "q"}, {}, server.url(""));
+  EXPECT_EQ(json.standardOutput,
+            R"({"event":"step","step_type":"reading","title":"A\u001b[2Jpage","url":"https://a"})"
+            "\n"
+            R"({"event":"result","summary":"It **is**.","sources":[{"title":"T",)"
+            R"("url":"https://t","snippet":"s"}]})"
+            "\n");
+}
+
+TEST(Cli, AResearchWithoutAnAnswerFailsWithItsText) {
+  Terminal terminal;
+  LoopbackServer server([](LoopbackServer::Peer& peer) {
+    while (peer.request()) peer.reply("data: {\"step_type\":\"thinking\"}\n");
+  });
+  const auto empty = terminal.run({"research", "q"}, {}, server.url(""));
+  EXPECT_EQ(empty.exitCode, 1);
+  EXPECT_EQ(empty.standardOutput, "");
+  EXPECT_TRUE(text::contains(empty.standardError, "kestrin: No results received from research\n"));
+  const auto down = terminal.run({"research", "--json", "q"});
+  EXPECT_EQ(down.exitCode, 1);
+  const auto event = Json::parse(down.standardOutput);
+  ASSERT_TRUE(event) << down.standardOutput;
+  EXPECT_EQ(event->stringAt("event"), "error");
+  EXPECT_TRUE(event->stringAt("description", "").starts_with("Could not connect"));
 }
 
 TEST(Cli, SettingsAreKeptWithTheirKinds) {

@@ -37,13 +37,16 @@ struct AudioWorld {
   };
   struct Owner final : LAAudioEngineDelegate {
     explicit Owner(AudioWorld& w) : world(w) {}
-    void didSegmentAudio(LiveAssistAudioEngine& engine, Bytes pcm,
-                         LAAudioChannel channel) override {
+    void didSegmentAudio(LiveAssistAudioEngine&, Bytes pcm, LAAudioChannel channel) override {
       EXPECT_TRUE(world.simulation.mainQueue()->isCurrent());
       world.segments.push_back({channel, std::move(pcm), world.simulation.elapsed()});
       if (!world.answerAfter) return;
-      world.simulation.mainQueue()->postAfter(
-          *world.answerAfter, [&engine, channel] { engine.markTranscriptionComplete(channel); });
+      // An answer may come when the engine is gone.
+      world.simulation.mainQueue()->postAfter(*world.answerAfter,
+                                              [&engine = world.engine_, channel] {
+                                                if (engine)
+                                                  engine->markTranscriptionComplete(channel);
+                                              });
     }
     void didStartCapture(LiveAssistAudioEngine&, LAAudioChannel channel) override {
       world.starts += channel == microphone ? "m" : "s";

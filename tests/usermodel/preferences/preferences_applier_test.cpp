@@ -95,7 +95,10 @@ TEST(PreferencesApplier, TheSoundFollowsWhenTheWindowIsGone) {
   PreferencesApplier applier{desk.dispatch, desk.settings, desk.notifications,
                              desk.audio,    core.player,   core.logger};
   auto window = std::make_shared<MainWindowController>(
-      History::Services{desk.dispatch, desk.random, core.logger, core.deviceId, core.stats}, "fn");
+      History::Services{desk.dispatch, desk.random, core.logger, core.deviceId, core.stats},
+      ResearchServices{desk.dispatch, desk.random, core.logger, core.research, desk.pasteboard,
+                       desk.workspace},
+      "fn");
   applier.start(window);
   window.reset();
   desk.settings.set("pref_voiceVolume", 10);
