@@ -56,11 +56,17 @@ Connection::Connection(Bus bus) : bus_(std::move(bus)), uniqueName_(bus_->getUni
 /// Until its loop has begun the library makes each call with the whole connection locked, so that a
 /// peer that hangs would hold up every other caller.
 void Connection::awaitLoop() {
+  struct Ping {
+    std::unique_ptr<sdbus::IProxy> proxy;
+    sdbus::PendingAsyncCall call;
+  };
   auto served = std::make_shared<std::promise<void>>();
   auto proxy = sdbus::createProxy(*bus_, busDaemon().service, busDaemon().path);
-  auto ping = proxy->createMethodCall("org.freedesktop.DBus.Peer", "Ping");
-  proxy->callMethod(ping,
-                    [served](sdbus::MethodReply&, const sdbus::Error*) { served->set_value(); });
+  auto message = proxy->createMethodCall("org.freedesktop.DBus.Peer", "Ping");
+  auto call = proxy->callMethod(
+      message, [served](sdbus::MethodReply&, const sdbus::Error*) { served->set_value(); });
+  // The loop may still be at the end of the callback when the wait is over.
+  ping_ = std::make_shared<Ping>(Ping{std::move(proxy), std::move(call)});
   served->get_future().wait_for(std::chrono::seconds(2));
 }
 

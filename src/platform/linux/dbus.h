@@ -163,6 +163,7 @@ class Connection {
   std::string uniqueName_;
   std::shared_ptr<std::atomic<bool>> lost_ = std::make_shared<std::atomic<bool>>(false);
   std::thread loop_;
+  std::shared_ptr<void> ping_;  ///< what `awaitLoop` sent; ends after the loop
 };
 
 }  // namespace kestrin::dbus
