@@ -1,6 +1,8 @@
 #include "platform/linux/desktop_notifications.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace kestrin {
@@ -36,18 +38,54 @@ std::string escaped(const std::string& text) {
 
 }  // namespace
 
+/// Who hears of which notification. Its lock is never held during a call on the bus: the thread
+/// that brings the answer may be waiting for it with a signal.
 struct DesktopNotifications::Handlers {
-  std::mutex mutex;
-  std::map<uint32_t, std::function<void(const std::string&)>> byId;
+  using Handler = std::function<void(const std::string&)>;
 
-  std::function<void(const std::string&)> take(uint32_t id) {
-    std::lock_guard lock(mutex);
-    const auto found = byId.find(id);
-    if (found == byId.end()) return nullptr;
-    auto handler = std::move(found->second);
-    byId.erase(found);
-    return handler;
+  void showing() {
+    const std::lock_guard lock(mutex);
+    early.clear();
+    isShowing = true;
   }
+  /// The id is known now, or there is none. The user may have answered already.
+  void shown(std::optional<uint32_t> id, Handler handler) {
+    std::optional<std::string> answer;
+    {
+      const std::lock_guard lock(mutex);
+      isShowing = false;
+      if (!id || !handler) return;
+      const auto event = std::find_if(early.begin(), early.end(),
+                                      [&](const auto& each) { return each.first == *id; });
+      if (event == early.end()) {
+        byId[*id] = std::move(handler);
+        return;
+      }
+      answer = event->second;
+    }
+    if (answer) handler(*answer);
+  }
+  /// `action`: nothing when the notification was closed.
+  void ended(uint32_t id, const std::optional<std::string>& action) {
+    Handler handler;
+    {
+      const std::lock_guard lock(mutex);
+      const auto found = byId.find(id);
+      if (found == byId.end()) {
+        if (isShowing) early.emplace_back(id, action);
+        return;
+      }
+      handler = std::move(found->second);
+      byId.erase(found);
+    }
+    if (action) handler(*action);
+  }
+
+  std::mutex mutex;
+  std::map<uint32_t, Handler> byId;
+  bool isShowing = false;
+  /// What came while a notification was being shown, of ids that were not known yet.
+  std::vector<std::pair<uint32_t, std::optional<std::string>>> early;
 };
 
 DesktopNotifications::DesktopNotifications(std::string busAddress)
@@ -71,13 +109,12 @@ Status DesktopNotifications::connect() {
   auto invoked =
       bus_->subscribe(rule + "ActionInvoked'", [handlers = handlers_](sdbus::Message& message) {
         const auto action = dbus::Connection::read<std::tuple<uint32_t, std::string>>(message);
-        if (!action) return;
-        if (auto handler = handlers->take(std::get<0>(*action))) handler(std::get<1>(*action));
+        if (action) handlers->ended(std::get<0>(*action), std::get<1>(*action));
       });
   auto closed = bus_->subscribe(
       rule + "NotificationClosed'", [handlers = handlers_](sdbus::Message& message) {
         const auto closing = dbus::Connection::read<std::tuple<uint32_t, uint32_t>>(message);
-        if (closing) handlers->take(std::get<0>(*closing));
+        if (closing) handlers->ended(std::get<0>(*closing), std::nullopt);
       });
   if (!invoked) return fail(invoked.error());
   if (!closed) return fail(closed.error());
@@ -113,19 +150,17 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   } else {
     hints.emplace("suppress-sound", sdbus::Variant(true));
   }
-  // The answer may be clicked before this call returns, so the handler table is held until the id
-  // is known.
-  std::lock_guard handlersLock(handlers_->mutex);
+  handlers_->showing();
   auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
                                  std::string("kestrin"), notification.title, body, actions, hints,
                                  int32_t{-1});
+  handlers_->shown(id ? std::optional(*id) : std::nullopt, std::move(onAction));
   if (!id) return fail("UserNotifications", id.error().code, id.error().description);
-  if (onAction) handlers_->byId[*id] = std::move(onAction);
   return *id;
 }
 
 void DesktopNotifications::withdraw(uint32_t id) {
-  handlers_->take(id);
+  handlers_->ended(id, std::nullopt);
   std::lock_guard lock(mutex_);
   if (bus_ && !bus_->isLost()) bus_->call<void>(server(), "CloseNotification", deadline, id);
 }
