@@ -1,10 +1,10 @@
 #include "dictation/audio_recorder.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "dictation/audio_device_manager.h"
 #include "platform/audio/wav.h"
+#include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
@@ -19,11 +19,7 @@ constexpr auto preRollRetryAfter = 2s;
 
 bool isUsable(const AudioFormat& format) { return format.sampleRate > 0 && format.channels > 0; }
 
-std::string secondsText(size_t bytes) {
-  char text[32];
-  snprintf(text, sizeof text, "%.1f", double(bytes) / pcmBytesPerSecond);
-  return text;
-}
+std::string secondsText(size_t bytes) { return text::fixed(double(bytes) / pcmBytesPerSecond, 1); }
 
 std::string interruptionLine(AudioStop why) {
   switch (why) {

@@ -291,17 +291,13 @@ void TranscriptionService::finishStream(const std::shared_ptr<Stream>& stream,
 void TranscriptionService::postToBackend(const std::string& path, const Json& body,
                                          const std::string& what, const std::string& source,
                                          const std::string& failureLabel) {
-  HttpRequest request;
-  request.method = "POST";
-  request.url = endpoints_.backend + path;
+  HttpRequest request = jsonPost(endpoints_.backend + path, body.dump());
   if (!isHttpUrl(request.url)) {
     logger_.print("⚠️ Invalid backend URL for " + what);
     return;
   }
-  request.setHeader("Content-Type", "application/json");
   request.setHeader("X-Device-Id", deviceId_.deviceId());
   request.timeout = backendTimeout;
-  request.body = body.dump();
   backendReports_.enter();
   backendSession_->data(
       std::move(request), [weak = weak_from_this(), source, failureLabel,

@@ -57,18 +57,12 @@ inline bool isLikelyWebEditor(const TargetFacts& target) {
     }
     return false;
   };
-  const auto containsAny = [](std::string_view word, const auto& list) {
-    for (auto entry : list) {
-      if (word.find(entry) != word.npos) return true;
-    }
-    return false;
-  };
   const auto id = text::lower(target.desktopId);
   const auto name = text::lower(target.appName);
   return equalsAny(target.role, webEditorRoles) || equalsAny(target.toolkit, webEditorToolkits) ||
-         containsAny(id, webEditorIds) || equalsAny(id, webEditorExactIds) ||
-         containsAny(name, webEditorNames) || containsAny(id, messengerIds) ||
-         containsAny(name, messengerNames);
+         text::containsAny(id, webEditorIds) || equalsAny(id, webEditorExactIds) ||
+         text::containsAny(name, webEditorNames) || text::containsAny(id, messengerIds) ||
+         text::containsAny(name, messengerNames);
 }
 
 }  // namespace kestrin

@@ -117,14 +117,11 @@ void FirebaseAuthService::ask(const char* operation, const std::string& email,
   if (endpoint_.key.empty() && endpoint_.url == KESTRIN_AUTH_BASE_URL) {
     return failOnMain(authNotSetUp, "Sign-in is not set up here (KESTRIN_AUTH_KEY is missing)");
   }
-  HttpRequest request;
-  request.method = "POST";
-  request.url = endpoint_.url + "/" + operation + "?key=" + urlEncode(endpoint_.key);
+  HttpRequest request = jsonPost(
+      endpoint_.url + "/" + operation + "?key=" + urlEncode(endpoint_.key),
+      Json::object({{"email", email}, {"password", password}, {"returnSecureToken", true}}).dump());
   if (!isHttpUrl(request.url)) return failOnMain(authNotSetUp, "Invalid sign-in URL");
-  request.setHeader("Content-Type", "application/json");
   request.timeout = requestTimeout;
-  request.body =
-      Json::object({{"email", email}, {"password", password}, {"returnSecureToken", true}}).dump();
 
   int signOuts = 0;
   {

@@ -1,7 +1,8 @@
 #include "liveassist/audio_segmenter.h"
 
-#include <cstdio>
 #include <utility>
+
+#include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
@@ -19,12 +20,6 @@ double secondsBetween(SteadyTime earlier, SteadyTime later) {
 
 bool isOld(const std::optional<SteadyTime>& time, double seconds, SteadyTime now) {
   return time && secondsBetween(*time, now) >= seconds;
-}
-
-std::string oneDecimal(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", value);
-  return text;
 }
 
 }  // namespace
@@ -107,7 +102,7 @@ void AudioSegmenter::pass() {
     microphone_->segmentCut();
     logger_.log(source, LogLevel::info,
                 "📤 Sending mic segment: " + std::to_string(pcm.size()) + " bytes (" +
-                    oneDecimal(double(pcm.size()) / segmentBytesPerSecond) + "s)");
+                    text::fixed(double(pcm.size()) / segmentBytesPerSecond, 1) + "s)");
     onSegment_(LAAudioChannel::microphone, std::move(pcm));
   }
   if (!of(LAAudioChannel::system).inFlight.isTaken() && systemIsDue(now))

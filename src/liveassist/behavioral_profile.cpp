@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "platform/text/text.h"
 
@@ -51,9 +50,7 @@ Entries heaviest(Entries entries, size_t n) {
 }
 
 std::string shown(const std::string& name, double weight) {
-  char percent[32];
-  std::snprintf(percent, sizeof percent, " (%.0f%%)", weight * 100);
-  return name + percent;
+  return name + " (" + text::fixed(weight * 100, 0) + "%)";
 }
 
 /// Nothing unless it is an object of finite numbers.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -14,13 +13,11 @@ std::string shownName(const std::string& rawEmotion) {
   return text::capitalizeFirst(text::lower(rawEmotion));
 }
 
-std::string formatted(const char* format, double value) {
-  char out[32];
-  std::snprintf(out, sizeof out, format, value);
-  return out;
+std::string withSign(double value) {
+  return (std::signbit(value) ? "" : "+") + text::fixed(value, 2);
 }
 
-std::string percent(double share) { return formatted("%.0f%%", share * 100); }
+std::string percent(double share) { return text::fixed(share * 100, 0) + "%"; }
 
 double weightOf(const BehavioralProfile& profile, const char* emotion) {
   const auto found = profile.emotionProfile.find(emotion);
@@ -97,10 +94,10 @@ std::vector<VADGaugeRow> BehavioralProfileDetailWindow::gauges() const {
   std::vector<VADGaugeRow> rows;
   for (const Dimension& each : dimensions) {
     VADGaugeRow row{each.name, each.low, each.high, own.*each.value};
-    row.valueText = formatted("%+.2f", row.value);
+    row.valueText = withSign(row.value);
     if (other) {
       row.comparison = *other.*each.value;
-      row.comparisonText = formatted("%+.2f", *row.comparison);
+      row.comparisonText = withSign(*row.comparison);
     }
     rows.push_back(std::move(row));
   }

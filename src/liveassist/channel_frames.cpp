@@ -1,11 +1,11 @@
 #include "liveassist/channel_frames.h"
 
-#include <cstdio>
 #include <optional>
 #include <utility>
 
 #include "dictation/pcm_collector.h"
 #include "liveassist/mic_converter.h"
+#include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
@@ -13,18 +13,12 @@ namespace {
 constexpr const char* source = "Audio";
 constexpr int framesBetweenLines = 500;
 
-std::string levelText(float rms, int decimals) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.*f", decimals, double(rms));
-  return text;
-}
-
 void logPeriodically(Logger& logger, float rms, const MicrophoneDetector::State& state,
                      bool transcribing) {
   if (state.debugMicFrameCount % framesBetweenLines != 0) return;
   logger.log(source, LogLevel::debug,
              "🎤 Mic frame " + std::to_string(state.debugMicFrameCount) + ": RMS=" +
-                 levelText(rms, 5) + ", speech=" + (state.micSpeechActive ? "true" : "false") +
+                 text::fixed(rms, 5) + ", speech=" + (state.micSpeechActive ? "true" : "false") +
                  ", silence=" + std::to_string(state.micSilenceFrames) +
                  ", transcribing=" + (transcribing ? "true" : "false"));
 }
@@ -43,7 +37,7 @@ CaptureLine::OnBlock microphoneFrames(Clock& clock, Logger& logger,
     if (!samples || frames <= 0) return;
     const float rms = rootMeanSquare(samples, frames, format.channels);
     if (detector->heard(rms, now))
-      logger.log(source, LogLevel::info, "🎤 Speech detected (RMS=" + levelText(rms, 4) + ")");
+      logger.log(source, LogLevel::info, "🎤 Speech detected (RMS=" + text::fixed(rms, 4) + ")");
     logPeriodically(logger, rms, detector->state(),
                     segmenter->isInFlight(LAAudioChannel::microphone));
     std::vector<float> block(samples, samples + ptrdiff_t(frames) * format.channels);

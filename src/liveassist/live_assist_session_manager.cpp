@@ -57,9 +57,7 @@ void LiveAssistSessionManager::send(HttpSession& session, HttpRequest request, A
 }
 
 void LiveAssistSessionManager::post(const std::string& path, const Json& body, Answer answer) {
-  HttpRequest request{.method = "POST", .url = baseURL_ + path, .body = body.dump()};
-  request.setHeader("Content-Type", "application/json");
-  send(*ordered_, std::move(request), std::move(answer));
+  send(*ordered_, jsonPost(baseURL_ + path, body.dump()), std::move(answer));
 }
 
 void LiveAssistSessionManager::get(const std::string& path, Answer answer) {
@@ -170,7 +168,7 @@ void LiveAssistSessionManager::loadHistory() {
       return logger_.log(source, LogLevel::error,
                          "Failed to load history: " + response.error().description);
     }
-    auto sessions = mapsAt(objectIn(response), "sessions");
+    auto sessions = objectIn(response).objectListAt("sessions");
     if (!sessions) {
       return logger_.log(source, LogLevel::warning, "Invalid session history response");
     }
@@ -184,7 +182,7 @@ void LiveAssistSessionManager::loadHistory() {
 void LiveAssistSessionManager::loadSessionTranscripts(const std::string& sessionId) {
   get(sessionPath(sessionId) + "/transcripts",
       [this, sessionId](const Result<HttpResponse>& response) {
-        const auto transcripts = mapsAt(objectIn(response), "transcripts");
+        const auto transcripts = objectIn(response).objectListAt("transcripts");
         const auto receiver = delegate.lock();
         if (transcripts && receiver) receiver->didLoadTranscripts(*this, *transcripts, sessionId);
       });

@@ -1,6 +1,5 @@
 #include "liveassist/live_assist_transcriber.h"
 
-#include <cstdio>
 #include <utility>
 
 #include "liveassist/behavioral_profile_manager.h"
@@ -15,10 +14,8 @@ constexpr const char* source = "ASR";
 constexpr size_t shownCharacters = 60;
 
 std::string sizeText(size_t bytes) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.1fs (%zu bytes)", double(bytes) / segmentBytesPerSecond,
-                bytes);
-  return text;
+  return text::fixed(double(bytes) / segmentBytesPerSecond, 1) + "s (" + std::to_string(bytes) +
+         " bytes)";
 }
 
 }  // namespace

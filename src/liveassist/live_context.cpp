@@ -100,11 +100,8 @@ void LiveContextClient::refresh(LiveContextRequest request, Completion completio
                 completion = std::move(completion)]() mutable {
     const auto core = weak.lock();
     if (!core) return;
-    HttpRequest http{.method = "POST",
-                     .url = core->baseURL + "/memory/live-context",
-                     .body = core->body(request).dump()};
-    http.setHeader("Content-Type", "application/json");
-    core->send(std::move(http), std::move(completion));
+    core->send(jsonPost(core->baseURL + "/memory/live-context", core->body(request).dump()),
+               std::move(completion));
   });
 }
 

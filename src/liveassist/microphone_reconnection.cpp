@@ -1,7 +1,8 @@
 #include "liveassist/microphone_reconnection.h"
 
-#include <cstdio>
 #include <utility>
+
+#include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
@@ -40,10 +41,8 @@ void MicrophoneReconnection::checkHealth() {
     const double silence =
         std::chrono::duration<double>(dispatch_.clock().steadyNow() - *last).count();
     if (silence > longestSilence) {
-      char seconds[32];
-      std::snprintf(seconds, sizeof seconds, "%.1f", silence);
       logger_.log(source, LogLevel::warning,
-                  std::string("⚠️ No mic buffers for ") + seconds + "s — reconnecting");
+                  "⚠️ No mic buffers for " + text::fixed(silence, 1) + "s — reconnecting");
       reconnectMicrophone();
     }
   }

@@ -40,7 +40,7 @@ std::optional<Date> startTimeOf(const Json& json) {
 int64_t countAt(const Json& json, std::string_view key) { return json.intAt(key).value_or(0); }
 
 std::vector<Json> copiesAt(const Json& json, std::string_view key) {
-  return mapsAt(json, key).value_or(std::vector<Json>{});
+  return json.objectListAt(key).value_or(Json::Array{});
 }
 
 }  // namespace
@@ -145,14 +145,6 @@ std::optional<LASessionRecord> LASessionRecord::fromJson(const Json& json) {
     record.feedbackSnapshot = LAFeedbackSnapshot::fromJson(*snapshot);
   }
   return record;
-}
-
-std::optional<std::vector<Json>> mapsAt(const Json& json, std::string_view key) {
-  const Json* list = json.find(key);
-  if (list == nullptr || !list->isArray()) return std::nullopt;
-  std::vector<Json> out;
-  for (const Json* item : json.objectsAt(key)) out.push_back(*item);
-  return out;
 }
 
 }  // namespace kestrin

@@ -89,7 +89,4 @@ struct LASessionRecord {
   static std::optional<LASessionRecord> fromJson(const Json& json);
 };
 
-/// The objects of the array under `key`, copied; nothing when there is no array.
-std::optional<std::vector<Json>> mapsAt(const Json& json, std::string_view key);
-
 }  // namespace kestrin

@@ -1,6 +1,5 @@
 #include "liveassist/transcription_metadata.h"
 
-#include <cstdio>
 #include <re2/re2.h>
 
 #include "platform/text/text.h"
@@ -19,9 +18,7 @@ void replaceEach(std::string& text, const RE2& pattern, const char* replacement)
 }  // namespace
 
 std::string LATranscriptionMetadata::displayString() const {
-  char seconds[32];
-  std::snprintf(seconds, sizeof seconds, "%.1fs", duration);
-  std::string out = "S" + std::to_string(speakerNumber) + " " + seconds;
+  std::string out = "S" + std::to_string(speakerNumber) + " " + text::fixed(duration, 1) + "s";
   for (const auto& label :
        {without(gender, "GENDER_"), without(age, "AGE_"), without(emotion, "EMOTION_")}) {
     if (!label.empty()) out += " " + label;

@@ -41,11 +41,7 @@ bool LocalCache::removeHistory() {
 
 std::optional<Json::Array> LocalCache::historyIn(std::string_view bytes) {
   const auto answer = Json::parse(bytes);
-  const Json* list = answer ? answer->find("history") : nullptr;
-  if (list == nullptr || !list->isArray()) return std::nullopt;
-  Json::Array out;
-  for (const Json* record : answer->objectsAt("history")) out.push_back(*record);
-  return out;
+  return answer ? answer->objectListAt("history") : std::nullopt;
 }
 
 }  // namespace kestrin

@@ -31,14 +31,15 @@ std::string HttpResponse::header(std::string_view name) const {
   return {};
 }
 
-std::string urlEncode(std::string_view text) {
+std::string urlEncode(std::string_view text, std::string_view kept) {
   static constexpr std::string_view digits = "0123456789ABCDEF";
   std::string out;
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
     const bool unreserved = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
                             (byte >= '0' && byte <= '9') ||
-                            std::string_view("-._~").find(c) != std::string_view::npos;
+                            std::string_view("-._~").find(c) != std::string_view::npos ||
+                            kept.find(c) != std::string_view::npos;
     if (unreserved) {
       out += c;
     } else {
@@ -48,6 +49,13 @@ std::string urlEncode(std::string_view text) {
     }
   }
   return out;
+}
+
+HttpRequest jsonPost(std::string url, std::string body) {
+  return {.method = "POST",
+          .url = std::move(url),
+          .headers = {{"Content-Type", "application/json"}},
+          .body = std::move(body)};
 }
 
 bool isHttpUrl(std::string_view url) {

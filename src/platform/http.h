@@ -102,8 +102,10 @@ class Http {
       const HttpSessionConfiguration& configuration) = 0;
 };
 
-/// "a b&c" to "a%20b%26c": for one path segment or query value.
-std::string urlEncode(std::string_view text);
+/// "a b&c" to "a%20b%26c": for one path segment or query value. What stands in `kept` stays too.
+std::string urlEncode(std::string_view text, std::string_view kept = {});
+/// A POST of a JSON text with its content type.
+HttpRequest jsonPost(std::string url, std::string body);
 /// True for an absolute http or https address with a host.
 bool isHttpUrl(std::string_view url);
 

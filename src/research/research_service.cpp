@@ -8,15 +8,6 @@ namespace {
 constexpr const char* domain = "ResearchService";
 constexpr size_t largestAnswer = 64u << 20;
 
-HttpRequest postRequest(const std::string& url, const Json& body) {
-  HttpRequest request;
-  request.method = "POST";
-  request.url = url;
-  request.setHeader("Content-Type", "application/json");
-  request.body = body.dump();
-  return request;
-}
-
 Result<std::vector<ResearchSession>> readSessions(const Bytes& body) {
   const auto answer = Json::parse(body);
   if (!answer) return fail(answer.error());
@@ -118,11 +109,12 @@ std::shared_ptr<ResearchStream> ResearchService::stream(
               weak = std::weak_ptr(stream)](const std::string& userId) {
     const auto wanted = weak.lock();
     if (!wanted) return;
-    HttpRequest request = postRequest(endpoints_.agent + "/research/stream",
-                                      Json::object({{"query", query},
-                                                    {"context", context},
-                                                    {"user_id", userId},
-                                                    {"max_sources", streamSources}}));
+    HttpRequest request = jsonPost(endpoints_.agent + "/research/stream",
+                                   Json::object({{"query", query},
+                                                 {"context", context},
+                                                 {"user_id", userId},
+                                                 {"max_sources", streamSources}})
+                                       .dump());
     request.setHeader("Accept", "text/event-stream");
     request.timeout = streamRequestTimeout;
     wanted->start(std::move(request), delegate, logger_);
@@ -138,7 +130,7 @@ void ResearchService::saveResearchSession(ResearchSession session,
     session.userId = userId;
     logger_.print("💾 Saving research session: " + session.id);
     session_->data(
-        postRequest(endpoints_.backend + "/research/save", session.toJson()),
+        jsonPost(endpoints_.backend + "/research/save", session.toJson().dump()),
         [this, done](const Result<HttpResponse>& response) { done(readSaved(response, logger_)); });
   });
 }
@@ -173,9 +165,10 @@ void ResearchService::deleteSession(const std::string& id,
 void ResearchService::startJob(const std::string& query,
                                std::function<void(const Result<std::string>&)> completion) {
   withUserId([this, query, done = onMain(std::move(completion))](const std::string& userId) {
-    HttpRequest request = postRequest(
+    HttpRequest request = jsonPost(
         endpoints_.agent + "/research/start",
-        Json::object({{"query", query}, {"user_id", userId}, {"max_sources", backgroundSources}}));
+        Json::object({{"query", query}, {"user_id", userId}, {"max_sources", backgroundSources}})
+            .dump());
     request.timeout = jobTimeout;
     session_->data(std::move(request), [done](const Result<HttpResponse>& response) {
       if (!response) return done(fail(response.error()));

@@ -1,5 +1,3 @@
-#include <array>
-#include <cstdio>
 
 #include "platform/dates/dates.h"
 #include "platform/text/text.h"
@@ -9,12 +7,6 @@ namespace kestrin {
 namespace {
 
 constexpr const char* domain = "Preferences";
-
-std::string numberText(double value, int decimals) {
-  std::array<char, 64> out{};
-  std::snprintf(out.data(), out.size(), "%.*f", decimals, value);
-  return out.data();
-}
 
 std::string quotedChoices(const Preference& preference) {
   std::vector<std::string> quoted;
@@ -75,7 +67,7 @@ PreferenceType Preference::type() const {
   return PreferenceType::text;
 }
 
-std::string Preference::shown(double value) const { return numberText(value, decimals) + suffix; }
+std::string Preference::shown(double value) const { return text::fixed(value, decimals) + suffix; }
 
 const Preference* findPreference(std::string_view key) {
   for (const Preference& each : preferences()) {
@@ -93,8 +85,8 @@ Result<Json> checkedPreference(const Preference& preference, const Json& value) 
       const auto number = value.asNumber();
       if (number && *number >= preference.minimum && *number <= preference.maximum) return value;
       return wrong(preference.key,
-                   "a number from " + numberText(preference.minimum, preference.decimals) + " to " +
-                       numberText(preference.maximum, preference.decimals));
+                   "a number from " + text::fixed(preference.minimum, preference.decimals) +
+                       " to " + text::fixed(preference.maximum, preference.decimals));
     }
     case PreferenceControl::segmented: {
       const auto index = value.asInt();

@@ -160,6 +160,14 @@ const Json* Json::objectAt(std::string_view key) const {
   return value && value->isObject() ? value : nullptr;
 }
 
+std::optional<Json::Array> Json::objectListAt(std::string_view key) const {
+  const Json* list = find(key);
+  if (list == nullptr || !list->isArray()) return std::nullopt;
+  Array out;
+  for (const Json* item : objectsAt(key)) out.push_back(*item);
+  return out;
+}
+
 std::vector<const Json*> Json::objectsAt(std::string_view key) const {
   std::vector<const Json*> out;
   if (const Json* value = find(key)) {

@@ -75,6 +75,8 @@ class Json {
   const Json* objectAt(std::string_view key) const;
   /// The objects of the array under `key`; members of other types are left out.
   std::vector<const Json*> objectsAt(std::string_view key) const;
+  /// Copies of them; nothing when there is no array under `key`.
+  std::optional<Array> objectListAt(std::string_view key) const;
   /// The strings of the array under `key`; members of other types are left out.
   std::vector<std::string> stringsAt(std::string_view key) const;
 

@@ -1,6 +1,8 @@
 #include "platform/text/text.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <memory>
 #include <unicode/brkiter.h>
 #include <unicode/uchar.h>
@@ -222,9 +224,12 @@ bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-bool containsAny(std::string_view text, const std::vector<std::string>& parts) {
-  return std::any_of(parts.begin(), parts.end(),
-                     [&](const std::string& part) { return contains(text, part); });
+std::string fixed(double value, int decimals) {
+  // The largest number has 309 digits before the point.
+  std::array<char, 400> out;
+  const auto written =
+      std::to_chars(out.data(), out.data() + out.size(), value, std::chars_format::fixed, decimals);
+  return {out.data(), written.ptr};
 }
 
 }  // namespace kestrin::text

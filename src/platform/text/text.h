@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,8 +45,17 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 /// Every literal, case-sensitive occurrence replaced.
 std::string replaceAll(std::string text, std::string_view from, std::string_view to);
 bool contains(std::string_view text, std::string_view part);
-/// True when `text` contains any of `parts`.
-bool containsAny(std::string_view text, const std::vector<std::string>& parts);
+/// True when `text` contains any of `parts`, a range of strings or a braced list.
+template <class Parts = std::initializer_list<std::string_view>>
+bool containsAny(std::string_view text, const Parts& parts) {
+  for (const std::string_view part : parts) {
+    if (contains(text, part)) return true;
+  }
+  return false;
+}
+
+/// With that many decimals and always a point: "1.50". Not a number is "nan".
+std::string fixed(double value, int decimals);
 
 std::string base64Encode(std::string_view bytes);
 /// Strict (RFC 4648, padding required); false when it does not decode.

@@ -48,12 +48,8 @@ void AgentClient::process(const Json& body, QueueRef queue, Completion completio
     });
     return;
   }
-  HttpRequest request;
-  request.method = "POST";
-  request.url = url_;
+  HttpRequest request = jsonPost(url_, body.dump());
   request.timeout = timeout;
-  request.setHeader("Content-Type", "application/json");
-  request.body = body.dump();
   session_->data(std::move(request),
                  [queue, completion = std::move(completion)](const Result<HttpResponse>& response) {
                    queue->post([completion, answer = answerOf(response)] { completion(answer); });

@@ -161,16 +161,13 @@ void ConnectionWarmupService::sendGeminiWarmupRequest(const std::string& geminiK
                                   {"app_context", "{}"},
                                   {"gemini_api_key", geminiKey},
                                   {"use_local_llm", false}});
-  send({.method = "POST",
-        .url = endpoints_.agent + "/process",
-        .headers = {{"Content-Type", "application/json"}},
-        .body = body.dump(),
-        .timeout = geminiTimeout},
-       [this, done = std::move(done)](const Result<HttpResponse>& answer) {
-         logger_.print(isOk(answer) ? "🔥 Natural language service ready (Gemini)"
-                                    : "🔥 Gemini warmup failed: " + reasonOf(answer));
-         done(isOk(answer));
-       });
+  HttpRequest request = jsonPost(endpoints_.agent + "/process", body.dump());
+  request.timeout = geminiTimeout;
+  send(std::move(request), [this, done = std::move(done)](const Result<HttpResponse>& answer) {
+    logger_.print(isOk(answer) ? "🔥 Natural language service ready (Gemini)"
+                               : "🔥 Gemini warmup failed: " + reasonOf(answer));
+    done(isOk(answer));
+  });
 }
 
 void ConnectionWarmupService::warmupAgent(Verdict done) {

@@ -1,7 +1,5 @@
 #include "services/local/local_asr_service.h"
 
-#include <cstdio>
-
 #include "platform/text/text.h"
 #include "services/local/asr_request.h"
 
@@ -12,9 +10,7 @@ constexpr const char* domain = "LocalASRService";
 constexpr int dictationTopK = 5;
 
 std::string secondsText(Duration elapsed) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%.2f", std::chrono::duration<double>(elapsed).count());
-  return buffer;
+  return text::fixed(std::chrono::duration<double>(elapsed).count(), 2);
 }
 
 }  // namespace

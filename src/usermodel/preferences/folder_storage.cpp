@@ -1,7 +1,6 @@
 #include "usermodel/preferences/folder_storage.h"
 
-#include <array>
-#include <cstdio>
+#include "platform/text/text.h"
 
 namespace kestrin {
 namespace {
@@ -34,10 +33,7 @@ std::string storageText(uint64_t bytes) {
   if (bytes == 0) return "0 KB";
   if (bytes < 1'000'000) return std::to_string((bytes + 999) / 1000) + " KB";
   const bool giga = bytes >= 1'000'000'000;
-  std::array<char, 32> out{};
-  std::snprintf(out.data(), out.size(), "%.1f %s", double(bytes) / (giga ? 1e9 : 1e6),
-                giga ? "GB" : "MB");
-  return out.data();
+  return text::fixed(double(bytes) / (giga ? 1e9 : 1e6), 1) + (giga ? " GB" : " MB");
 }
 
 uint64_t folderSize(Files& files, const std::string& folder) { return sizeBelow(files, folder, 0); }

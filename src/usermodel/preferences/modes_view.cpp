@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <utility>
 
 #include "platform/text/text.h"
@@ -31,9 +30,7 @@ typename Map::mapped_type valueIn(const Map& map, const std::string& key,
 void setSlider(ModesView::Card& card, double value) {
   const double within = std::isfinite(value) ? std::clamp(value, 0.0, 1.0) : middle;
   card.creativity = within;
-  char label[16];
-  std::snprintf(label, sizeof label, "%.1f", within);
-  card.creativityLabel = label;
+  card.creativityLabel = text::fixed(within, 1);
 }
 
 ModesView::Card cardOf(const ModeCard& mode, const std::string& id) {
