@@ -2,26 +2,20 @@
 
 #include <utility>
 
+#include "app/hold_key.h"
+
 namespace kestrin {
 namespace {
 
-constexpr const char* holdKeySetting = "pref_holdKey";
 /// The highest tier that the user may raise a run to; it raises nothing by itself.
 constexpr const char* actionTierSetting = "pref_actionTier";
-
-std::string chosenHoldKey(Platform& platform) {
-  const auto chosen = platform.settings.string(holdKeySetting);
-  if (!chosen.empty()) return chosen;
-  const auto available = platform.keyMonitor.availableKeys();
-  return available.empty() ? "Right Ctrl" : available.front();
-}
 
 }  // namespace
 
 Application::Application(Platform& platform, Options options)
     : platform_(platform),
       options_(std::move(options)),
-      holdKeyName_(chosenHoldKey(platform)),
+      holdKeyName_(chosenHoldKey(platform.settings, platform.keyMonitor)),
       logFile_(LogFileRedirector::path(platform.files, platform.dispatch.clock().wallNow())),
       core_(platform, options_.endpoints),
       manager_(std::make_shared<StreamingRequestManager>(InsertionPorts::from(platform),

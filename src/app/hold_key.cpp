@@ -2,6 +2,13 @@
 
 namespace kestrin {
 
+std::string chosenHoldKey(const SettingsStore& settings, KeyMonitor& keyMonitor) {
+  const std::string chosen = settings.string("pref_holdKey");
+  if (!chosen.empty()) return chosen;
+  const auto available = keyMonitor.availableKeys();
+  return available.empty() ? "Right Ctrl" : available.front();
+}
+
 void HoldKey::edge(KeyEdge edge) {
   switch (edge) {
     case KeyEdge::holdDown:

@@ -1,12 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "platform/dispatch/dispatch.h"
 #include "platform/key_monitor.h"
 #include "platform/lifetime.h"
+#include "platform/settings.h"
 
 namespace kestrin {
+
+/// The key that the user chose, or else the first that this desktop can watch.
+std::string chosenHoldKey(const SettingsStore& settings, KeyMonitor& keyMonitor);
 
 /// Tells a held key from a key that only passes by: the key of a chord with another key, or a mere
 /// tap. Main queue only.

@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include "app/hold_key.h"
 #include "cli/commands.h"
 #include "cli/examination.h"
 #include "platform/linux/linux_platform.h"
@@ -19,17 +20,12 @@ std::string displayName(DisplaySession session) {
   return {};
 }
 
-std::string chosenHoldKey(Platform& platform) {
-  const auto keys = platform.keyMonitor.availableKeys();
-  return platform.settings.string("pref_holdKey", keys.empty() ? "Right Ctrl" : keys.front());
-}
-
 }  // namespace
 
 Doctor::Options examinationOptions(Platform& platform) {
   const bool mayTry = displaySession() != DisplaySession::wayland;
   return {.endpoints = Endpoints::fromEnvironment(),
-          .holdKey = chosenHoldKey(platform),
+          .holdKey = chosenHoldKey(platform.settings, platform.keyMonitor),
           .display = displayName(displaySession()),
           .keyTrial = mayTry ? Doctor::KeyTrial::tries : Doctor::KeyTrial::desktopBinds,
           .companionProgram = siblingProgram("kestrin-companion")};

@@ -10,7 +10,6 @@
 namespace kestrin::cli {
 namespace {
 
-constexpr const char* geminiKeySetting = "pref_geminiApiKey";
 constexpr const char* launchAtLoginSetting = "pref_launchAtLogin";
 
 void warn(const std::string& line) { std::cerr << "kestrin: " << line << "\n"; }
@@ -34,18 +33,18 @@ class Store {
     logger_.setSink([](std::string_view line) { warn(std::string(line)); });
   }
   std::optional<Json> get(const std::string& key) {
-    if (key != geminiKeySetting) return settings_.get(key);
+    if (key != GeminiKeyManager::settingKey) return settings_.get(key);
     const std::string secret = geminiKey_.apiKey();
     return secret.empty() ? std::nullopt : std::optional<Json>(secret);
   }
   Status set(const std::string& key, const Json& value) {
-    if (key == geminiKeySetting) return saveSecret(value.asString().value_or(""));
+    if (key == GeminiKeyManager::settingKey) return saveSecret(value.asString().value_or(""));
     settings_.set(key, value);
     if (auto stored = settings_.flush(); !stored || key != launchAtLoginSetting) return stored;
     return platform_.loginItem.setEnabled(value.asBool().value_or(false));
   }
   Status remove(const std::string& key) {
-    if (key == geminiKeySetting && !geminiKey_.apiKey().empty()) {
+    if (key == GeminiKeyManager::settingKey && !geminiKey_.apiKey().empty()) {
       if (auto removed = saveSecret(""); !removed) return removed;
     }
     settings_.remove(key);
@@ -111,7 +110,7 @@ int settingsList(bool everything, bool json) {
   }
   for (const auto& key : store.keys()) {
     // A secret is printed when it is asked for by name only.
-    if (key != geminiKeySetting) values[key] = store.get(key).value_or(Json());
+    if (key != GeminiKeyManager::settingKey) values[key] = store.get(key).value_or(Json());
   }
   auto all = Json::object();
   for (const auto& [key, value] : values) {

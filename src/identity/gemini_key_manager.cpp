@@ -3,21 +3,17 @@
 #include "platform/text/text.h"
 
 namespace kestrin {
-namespace {
-
-constexpr const char* clearTextKey = "pref_geminiApiKey";
-
-}  // namespace
+namespace {}  // namespace
 
 std::string GeminiKeyManager::apiKey() {
   if (const auto stored = keychain_.load(keychainKey); stored && text::isValidUtf8(*stored)) {
     const std::string key = text::trim(*stored);
     if (!key.empty()) return key;
   }
-  const std::string clear = text::trim(settings_.string(clearTextKey));
+  const std::string clear = text::trim(settings_.string(settingKey));
   if (clear.empty()) return {};
   // Without a place that lasts, the user's own copy is the only one there is.
-  if (keychain_.save(clear, keychainKey)) settings_.remove(clearTextKey);
+  if (keychain_.save(clear, keychainKey)) settings_.remove(settingKey);
   return clear;
 }
 
@@ -28,7 +24,7 @@ void GeminiKeyManager::save(const std::string& text) {
   } else {
     keychain_.save(key, keychainKey);
   }
-  settings_.remove(clearTextKey);
+  settings_.remove(settingKey);
 }
 
 }  // namespace kestrin

@@ -12,6 +12,8 @@ namespace kestrin {
 class GeminiKeyManager {
  public:
   static constexpr const char* keychainKey = "com.kestrin.nibo.gemini_api_key";
+  /// Under which settings of older versions hold it, and the settings window shows it.
+  static constexpr const char* settingKey = "pref_geminiApiKey";
 
   GeminiKeyManager(KeychainHelper& keychain, SettingsStore& settings)
       : keychain_(keychain), settings_(settings) {}

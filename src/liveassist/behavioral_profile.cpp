@@ -37,7 +37,7 @@ double sumOf(const Weights& weights) {
   return std::max(sum, leastSum);
 }
 
-double weightOf(const Weights& weights, const char* label) {
+double labelWeight(const Weights& weights, const char* label) {
   const auto found = weights.find(label);
   return found == weights.end() ? 0 : found->second;
 }
@@ -81,7 +81,7 @@ void BehavioralProfile::emaUpdate(const Weights& emotionProbs, const Weights& in
   const double emotionSum = sumOf(emotionProbs);
   for (const auto& row : emotionTable) {
     double& weight = emotionProfile[row.rawValue];
-    weight = (1 - alpha) * weight + alpha * weightOf(emotionProbs, row.rawValue) / emotionSum;
+    weight = (1 - alpha) * weight + alpha * labelWeight(emotionProbs, row.rawValue) / emotionSum;
   }
   const double intentSum = sumOf(intentProbs);
   for (auto& [label, weight] : intentProfile) weight *= 1 - alpha;
@@ -96,10 +96,14 @@ void BehavioralProfile::emaUpdate(const Weights& emotionProbs, const Weights& in
   ++segmentCount;
 }
 
+double BehavioralProfile::weightOf(BehaviorEmotion emotion) const {
+  return labelWeight(emotionProfile, rawValue(emotion));
+}
+
 ValenceArousalDominance BehavioralProfile::currentVAD() const {
   ValenceArousalDominance sum;
   for (const auto& row : emotionTable) {
-    const double weight = weightOf(emotionProfile, row.rawValue);
+    const double weight = labelWeight(emotionProfile, row.rawValue);
     sum.valence += weight * row.place.valence;
     sum.arousal += weight * row.place.arousal;
     sum.dominance += weight * row.place.dominance;

@@ -45,6 +45,8 @@ struct BehavioralProfile {
 
   /// Folds one segment in (`emaUpdate`).
   void emaUpdate(const Weights& emotionProbs, const Weights& intentProbs);
+  /// From 0 to 1.
+  double weightOf(BehaviorEmotion emotion) const;
   ValenceArousalDominance currentVAD() const;
   /// One word: "Engaged", "Tense", "Withdrawn", "Calm", "Neutral", "Assertive", "Receptive",
   /// "Steady".

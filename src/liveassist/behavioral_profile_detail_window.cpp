@@ -19,11 +19,6 @@ std::string withSign(double value) {
 
 std::string percent(double share) { return text::fixed(share * 100, 0) + "%"; }
 
-double weightOf(const BehavioralProfile& profile, const char* emotion) {
-  const auto found = profile.emotionProfile.find(emotion);
-  return found == profile.emotionProfile.end() ? 0 : found->second;
-}
-
 std::string topIntentOf(const BehavioralProfile& profile) {
   const auto top = profile.topIntents(1);
   return top.empty() ? std::string() : BehavioralProfile::intentShortLabel(top.front().first);
@@ -33,9 +28,8 @@ std::vector<EmotionBarRow> emotionRowsOf(const BehavioralProfile& profile,
                                          const BehavioralProfile* comparison) {
   std::vector<EmotionBarRow> rows;
   for (const BehaviorEmotion emotion : allBehaviorEmotions) {
-    const char* raw = rawValue(emotion);
-    EmotionBarRow row{shownName(raw), weightOf(profile, raw), std::nullopt};
-    if (comparison) row.comparison = weightOf(*comparison, raw);
+    EmotionBarRow row{shownName(rawValue(emotion)), profile.weightOf(emotion), std::nullopt};
+    if (comparison) row.comparison = comparison->weightOf(emotion);
     rows.push_back(std::move(row));
   }
   return rows;

@@ -1,20 +1,20 @@
 #include "usermodel/location_service.h"
 
 #include "platform/dates/dates.h"
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "usermodel/user_preferences.h"
 
 namespace kestrin {
 
 void LocationService::update(std::function<void(const Result<FoundLocation>&)> done) {
-  const std::function<void(const Result<Place>&)> found =
-      lifetime_.guard([this, done = std::move(done)](const Result<Place>& place) {
+  inBackground(
+      dispatch_, dispatch_.globalQueue(), lifetime_,
+      [&places = places_] { return places.current(deadline); },
+      [this, done = std::move(done)](const Result<Place>& place) {
         const auto stored = store(place);
         if (done) done(stored);
       });
-  dispatch_.globalQueue()->post([&places = places_, main = dispatch_.mainQueue(), found] {
-    main->post([found, place = places.current(deadline)] { found(place); });
-  });
 }
 
 Result<FoundLocation> LocationService::store(const Result<Place>& place) {

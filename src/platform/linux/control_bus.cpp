@@ -38,7 +38,7 @@ LinuxControlBus::LinuxControlBus(std::string address) : address_(std::move(addre
 LinuxControlBus::~LinuxControlBus() { stop(); }
 
 Result<LinuxControlBus::Bus> LinuxControlBus::connect() const {
-  auto bus = address_.empty() ? dbus::Connection::session() : dbus::Connection::open(address_);
+  auto bus = dbus::Connection::session(address_);
   if (!bus) return fail(translated(bus.error()));
   return bus;
 }

@@ -83,11 +83,13 @@ Result<std::unique_ptr<Connection>> Connection::openWith(
   return opened;
 }
 
-Result<std::unique_ptr<Connection>> Connection::session() {
+Result<std::unique_ptr<Connection>> Connection::session(const std::string& address) {
+  if (!address.empty()) return open(address);
   return openWith([] { return sdbus::createSessionBusConnection(); });
 }
 
-Result<std::unique_ptr<Connection>> Connection::system() {
+Result<std::unique_ptr<Connection>> Connection::system(const std::string& address) {
+  if (!address.empty()) return open(address);
   return openWith([] { return sdbus::createSystemBusConnection(); });
 }
 

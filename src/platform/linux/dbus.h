@@ -45,8 +45,9 @@ inline constexpr bool isTuple<std::tuple<T...>> = true;
 /// subscribe or destroy the connection.
 class Connection {
  public:
-  static Result<std::unique_ptr<Connection>> session();
-  static Result<std::unique_ptr<Connection>> system();
+  /// The user's or the machine's bus; another in its place when `address` is not empty.
+  static Result<std::unique_ptr<Connection>> session(const std::string& address = {});
+  static Result<std::unique_ptr<Connection>> system(const std::string& address = {});
   /// A bus at an address ("unix:path=...").
   static Result<std::unique_ptr<Connection>> open(const std::string& address);
   ~Connection();

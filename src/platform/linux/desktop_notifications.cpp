@@ -101,8 +101,7 @@ Status DesktopNotifications::connect() {
   if (bus_ && !bus_->isLost()) return {};
   actions_.reset();
   closings_.reset();
-  auto opened =
-      busAddress_.empty() ? dbus::Connection::session() : dbus::Connection::open(busAddress_);
+  auto opened = dbus::Connection::session(busAddress_);
   if (!opened) return fail("UserNotifications", opened.error().code, opened.error().description);
   bus_ = std::move(*opened);
   const std::string rule = "type='signal',interface='org.freedesktop.Notifications',member='";

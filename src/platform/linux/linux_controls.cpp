@@ -30,8 +30,7 @@ Result<int64_t> readNumber(Files& files, const std::string& path) {
 }  // namespace
 
 Result<LinuxControls::Bus> LinuxControls::systemBus() const {
-  auto bus =
-      buses_.system.empty() ? dbus::Connection::system() : dbus::Connection::open(buses_.system);
+  auto bus = dbus::Connection::system(buses_.system);
   if (!bus) return fail(domain, 3, bus.error().description);
   return bus;
 }
@@ -116,8 +115,7 @@ Status LinuxControls::suspend() {
 }
 
 Result<bool> LinuxControls::portalScreenshot(const std::string& path) {
-  auto bus =
-      buses_.session.empty() ? dbus::Connection::session() : dbus::Connection::open(buses_.session);
+  auto bus = dbus::Connection::session(buses_.session);
   if (!bus) return false;
   const auto made = takePortalScreenshot(**bus);
   if (!made && made.error().code == screenshotDeclined) {

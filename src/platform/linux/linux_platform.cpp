@@ -114,7 +114,7 @@ struct LinuxPlatform::Backends {
   LinuxControls controls{files, *processes};
   EspeakSpeech speech{*processes};
   XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
-  LinuxPlaceService place{files, dbus::Connection::system, dates::systemTimeZone};
+  LinuxPlaceService place{files, [] { return dbus::Connection::system(); }, dates::systemTimeZone};
   std::unique_ptr<Platform> platform;
 };
 

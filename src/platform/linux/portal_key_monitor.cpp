@@ -87,8 +87,7 @@ std::string PortalKeyMonitor::trigger() {
 
 Result<PortalKeyMonitor::Session> PortalKeyMonitor::connect() {
   Session session;
-  auto bus =
-      busAddress_.empty() ? dbus::Connection::session() : dbus::Connection::open(busAddress_);
+  auto bus = dbus::Connection::session(busAddress_);
   if (!bus) return fail(domain, 1, "There is no session bus: " + bus.error().description);
   session.bus = std::move(*bus);
   // Newer portals give no shortcuts to programs without a name, older ones do not know this call.

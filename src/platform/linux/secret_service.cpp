@@ -30,8 +30,7 @@ dbus::Target SecretService::object(const std::string& path, const std::string& i
 bool SecretService::connect() {
   if (bus_ && !bus_->isLost() && !session_.empty()) return true;
   session_ = {};
-  auto opened =
-      busAddress_.empty() ? dbus::Connection::session() : dbus::Connection::open(busAddress_);
+  auto opened = dbus::Connection::session(busAddress_);
   if (!opened) return false;
   bus_ = std::move(*opened);
   auto session = bus_->call<std::tuple<sdbus::Variant, sdbus::ObjectPath>>(

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/dispatch/background.h"
 #include "platform/json/json.h"
 
 namespace kestrin {
@@ -110,14 +111,12 @@ void ConnectionWarmupService::warmupASR(Verdict done) {
 
 void ConnectionWarmupService::warmupLLM(Verdict done) {
   const bool useLocal = settings_.boolean("pref_useLocalLLM");
-  std::function<void(const std::string&)> choose =
-      lifetime_.guard([this, useLocal, done = std::move(done)](const std::string& key) {
+  // The secret store may have to be unlocked or be slow to start.
+  inBackground(
+      dispatch_, dispatch_.globalQueue(), lifetime_, [&keys = geminiKey_] { return keys.apiKey(); },
+      [this, useLocal, done = std::move(done)](const std::string& key) {
         chooseLLM(useLocal, key, done);
       });
-  // The secret store may have to be unlocked or be slow to start.
-  dispatch_.globalQueue()->post([&keys = geminiKey_, main = dispatch_.mainQueue(), choose] {
-    main->post([choose, key = keys.apiKey()] { choose(key); });
-  });
 }
 
 void ConnectionWarmupService::chooseLLM(bool useLocal, const std::string& geminiKey,

@@ -1,6 +1,6 @@
 #include "diagnostics/debug_report.h"
 #include "platform/dates/dates.h"
-#include "usermodel/preferences/background.h"
+#include "platform/dispatch/background.h"
 #include "usermodel/preferences/folder_storage.h"
 #include "usermodel/preferences/preferences_view.h"
 

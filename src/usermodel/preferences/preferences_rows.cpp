@@ -67,7 +67,7 @@ PreferenceRow PreferencesView::settingRow(const Preference& preference) const {
       break;
     }
     case PreferenceControl::textField:
-      row.value = row.id == "pref_geminiApiKey" ? geminiKey_ : storedText(preference);
+      row.value = row.id == GeminiKeyManager::settingKey ? geminiKey_ : storedText(preference);
       break;
   }
   return row;

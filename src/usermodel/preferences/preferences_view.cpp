@@ -2,12 +2,10 @@
 
 #include <algorithm>
 
-#include "usermodel/preferences/background.h"
+#include "platform/dispatch/background.h"
 
 namespace kestrin {
 namespace {
-
-constexpr const char* geminiKeySetting = "pref_geminiApiKey";
 
 const Preference* withControl(const std::string& key, PreferenceControl control) {
   const Preference* found = findPreference(key);
@@ -89,7 +87,7 @@ void PreferencesView::chooseSegment(const std::string& key, int index) {
 
 void PreferencesView::editText(const std::string& key, const std::string& text) {
   if (!withControl(key, PreferenceControl::textField)) return;
-  if (key == geminiKeySetting) return saveGeminiKey(text);
+  if (key == GeminiKeyManager::settingKey) return saveGeminiKey(text);
   services_.changes.write(key, text);
 }
 
@@ -136,7 +134,7 @@ void PreferencesView::saveGeminiKey(const std::string& text) {
         return last;
       },
       [this, text](bool saved) {
-        if (saved) services_.changes.post(geminiKeySetting, text);
+        if (saved) services_.changes.post(GeminiKeyManager::settingKey, text);
       });
 }
 
