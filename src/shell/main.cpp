@@ -6,6 +6,7 @@
 #include "app/application.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
+#include "shell/main_window.h"
 #include "shell/overlay_widget.h"
 #include "shell/process_log.h"
 #include "shell/termination_signals.h"
@@ -27,14 +28,6 @@ void chooseToolkitPlatform(Platform& platform, Logger& logger) {
     // Only there can a window stay above all others at a place of its own.
     setenv("QT_QPA_PLATFORM", "xcb", 1);
   }
-}
-
-void showStatusNotification(Platform& platform, Application& application) {
-  const auto status = application.mainWindow().status().text;
-  platform.dispatch.globalQueue()->post([&platform, status] {
-    platform.userNotifications.show({.title = "Kestrin", .body = status},
-                                    [](const std::string&) {});
-  });
 }
 
 int runDesktop(int argc, char** argv) {
@@ -77,10 +70,12 @@ int runDesktop(int argc, char** argv) {
   {
     OverlayWidget overlay(application.overlay());
     TrayItem tray(application, quit);
-    application.onChange = [&tray] { tray.refresh(); };
-    application.onShow = [&platform, &application] {
-      showStatusNotification(platform, application);
+    MainWindow window(application);
+    application.onChange = [&tray, &window] {
+      tray.refresh();
+      window.scheduleRefresh();
     };
+    application.onShow = [&window] { window.bringToFront(); };
     application.onQuit = quit;
     main->post([&application] { application.start(); });
     code = QApplication::exec();

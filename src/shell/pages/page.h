@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QWidget>
+
+namespace kestrin {
+
+/// A page of the main window. It draws what its view holds and forwards what the user does.
+class Page : public QWidget {
+ public:
+  using QWidget::QWidget;
+  /// Shows what the view holds now. Called after any change while the page is on screen, and when
+  /// it comes on screen; must be cheap when nothing of this page has changed.
+  virtual void refresh() = 0;
+};
+
+}  // namespace kestrin
