@@ -117,7 +117,7 @@ QPainterPath outline(Glyph glyph) {
 
 class GlyphEngine final : public QIconEngine {
  public:
-  GlyphEngine(Glyph glyph, QColor color) : glyph_(glyph), color_(std::move(color)) {}
+  GlyphEngine(Glyph glyph, QColor color) : glyph_(glyph), color_(color) {}
 
   void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State) override {
     painter->save();

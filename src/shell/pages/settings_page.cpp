@@ -6,6 +6,7 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QSlider>
+#include <cmath>
 
 namespace kestrin {
 namespace {
@@ -171,7 +172,7 @@ QWidget* SettingsPage::makeSlider(const PreferenceRow& row, Update& update) {
     number->setText(qt(now.value));
     if (slider->isSliderDown()) return;
     const QSignalBlocker quiet(slider);
-    slider->setValue(int(sliderSteps * (now.number - least) / range + 0.5));
+    slider->setValue(int(std::lround(sliderSteps * (now.number - least) / range)));
   };
   return group;
 }
