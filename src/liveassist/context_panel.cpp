@@ -122,7 +122,9 @@ void LiveAssistContextPanel::pin(const std::vector<Json>& items, size_t index, c
   onPin(item);
 }
 
-void LiveAssistContextPanel::pinMemory(size_t index) { pin(feedback_.memoryItems, index, "memory"); }
+void LiveAssistContextPanel::pinMemory(size_t index) {
+  pin(feedback_.memoryItems, index, "memory");
+}
 
 void LiveAssistContextPanel::pinDocument(size_t index) { pin(feedback_.docItems, index, "doc"); }
 
@@ -135,8 +137,8 @@ std::vector<LiveAssistContextPanel::Item> LiveAssistContextPanel::itemsOf(
     const std::vector<Json>& items) {
   std::vector<Item> out;
   for (const Json& item : items) {
-    out.push_back({item.stringAt("icon", ""), item.stringAt("title", ""),
-                   item.stringAt("detail", ""), item});
+    out.push_back(
+        {item.stringAt("icon", ""), item.stringAt("title", ""), item.stringAt("detail", ""), item});
   }
   return out;
 }

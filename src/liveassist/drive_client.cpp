@@ -21,7 +21,8 @@ Result<Json> answerOf(const Result<HttpResponse>& response) {
     return fail(DriveClient::domain, DriveClient::badAnswer, "Invalid response.");
   }
   if (!json->boolAt("success").value_or(false)) {
-    return fail(DriveClient::domain, DriveClient::refused, json->stringAt("error", "Unknown error"));
+    return fail(DriveClient::domain, DriveClient::refused,
+                json->stringAt("error", "Unknown error"));
   }
   return std::move(*json);
 }
@@ -43,8 +44,8 @@ Result<std::vector<DriveFile>> filesIn(const Result<Json>& answer) {
   for (const Json* file : answer->objectsAt("files")) {
     const auto id = file->stringAt("id", "");
     if (id.empty()) continue;
-    files.push_back({id, file->stringAt("name", "Unknown"), file->stringAt("mimeType", ""),
-                     sizeOf(*file)});
+    files.push_back(
+        {id, file->stringAt("name", "Unknown"), file->stringAt("mimeType", ""), sizeOf(*file)});
   }
   return files;
 }
@@ -74,8 +75,8 @@ void DriveClient::get(const std::string& path,
   HttpRequest request{.url = baseURL_ + path};
   request.setHeader("X-Device-Id", deviceId_);
   session_->data(std::move(request),
-                 [main = dispatch_.mainQueue(), completion = std::move(completion)](
-                     const Result<HttpResponse>& response) {
+                 [main = dispatch_.mainQueue(),
+                  completion = std::move(completion)](const Result<HttpResponse>& response) {
                    main->post([completion, answer = answerOf(response)] { completion(answer); });
                  });
 }

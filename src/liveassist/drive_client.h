@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/http.h"
+#include "platform/json/json.h"
 
 namespace kestrin {
 

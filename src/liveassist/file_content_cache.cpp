@@ -16,8 +16,8 @@ constexpr std::array<std::pair<std::string_view, const char*>, 2> binaryTypes{{
     {"pptx", "application/vnd.openxmlformats-officedocument.presentationml.presentation"},
 }};
 constexpr std::array<std::string_view, 17> textExtensions{
-    "txt", "md",   "json", "csv", "log", "swift", "ts",  "tsx",  "js",
-    "py",  "java", "go",   "rs",  "yaml", "yml",  "html", "css"};
+    "txt", "md",   "json", "csv", "log",  "swift", "ts",   "tsx", "js",
+    "py",  "java", "go",   "rs",  "yaml", "yml",   "html", "css"};
 
 std::string extensionOf(const std::string& name) {
   const size_t dot = name.rfind('.');
@@ -32,8 +32,7 @@ const char* binaryTypeOf(const std::string& extension) {
 }
 
 bool isText(const std::string& extension) {
-  return std::find(textExtensions.begin(), textExtensions.end(), extension) !=
-         textExtensions.end();
+  return std::find(textExtensions.begin(), textExtensions.end(), extension) != textExtensions.end();
 }
 
 }  // namespace
@@ -115,10 +114,10 @@ void FileContentCache::fetchDrive(const LAAttachedFile& file, const std::string&
           // A refusal stays one; a lost connection may be back at the next refresh.
           const bool answered = content.error().domain == DriveClient::domain;
           if (answered) fileContentCache_[id] = "";
-          return logger_.log(source, LogLevel::error,
-                             (answered ? "Invalid Drive file response for "
-                                       : "Failed to fetch Drive file ") +
-                                 name);
+          return logger_.log(
+              source, LogLevel::error,
+              (answered ? "Invalid Drive file response for " : "Failed to fetch Drive file ") +
+                  name);
         }
         fileContentCache_[id] = content->bytes.empty() ? content->text : "";
         if (content->bytes.empty()) {
