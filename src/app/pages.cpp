@@ -46,4 +46,25 @@ LoginWindowController& Pages::login() {
   return *login_;
 }
 
+LiveAssist& Pages::liveAssist() {
+  if (!liveAssist_) {
+    Platform& platform = core_.platform;
+    liveAssist_ =
+        std::make_unique<LiveAssist>(LiveAssist::Sources{.dispatch = platform.dispatch,
+                                                         .http = platform.http,
+                                                         .audio = platform.audio,
+                                                         .files = platform.files,
+                                                         .random = platform.random,
+                                                         .settings = platform.settings,
+                                                         .pasteboard = platform.pasteboard,
+                                                         .logger = core_.logger,
+                                                         .deviceId = core_.deviceId,
+                                                         .geminiKey = core_.geminiKey,
+                                                         .preferences = core_.preferences,
+                                                         .profiles = core_.behavioralProfile,
+                                                         .endpoints = core_.endpoints});
+  }
+  return *liveAssist_;
+}
+
 }  // namespace kestrin

@@ -5,6 +5,7 @@
 #include "app/core_services.h"
 #include "diagnostics/logs_view.h"
 #include "identity/login_window_controller.h"
+#include "liveassist/live_assist.h"
 #include "usermodel/preferences/modes_view.h"
 #include "usermodel/preferences/preferences_view.h"
 
@@ -21,6 +22,7 @@ class Pages {
   ModesView& modes();
   LogsView& logs();
   LoginWindowController& login();
+  LiveAssist& liveAssist();
 
  private:
   CoreServices& core_;
@@ -29,6 +31,7 @@ class Pages {
   std::unique_ptr<ModesView> modes_;
   std::unique_ptr<LogsView> logs_;
   std::unique_ptr<LoginWindowController> login_;
+  std::unique_ptr<LiveAssist> liveAssist_;
 };
 
 }  // namespace kestrin

@@ -128,6 +128,28 @@ void addResearch(CLI::App& app, Chosen& chosen) {
   });
 }
 
+void addLive(CLI::App& app, Chosen& chosen) {
+  auto options = std::make_shared<LiveOptions>();
+  auto* command = app.add_subcommand(
+      "live", "A Live Assist session from two recordings: its lines and its feedback as they come");
+  command->add_option("--mic", options->microphone, "What you said, a WAV file")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--system", options->system, "What the others said, a WAV file")
+      ->required()
+      ->type_name("FILE");
+  command
+      ->add_option("--use-case", options->useCase,
+                   "What the conversation is about; the one used last unless given")
+      ->check(CLI::IsMember({"meeting", "sales_call"}))
+      ->type_name("CASE");
+  command->add_flag("--fast", options->fast,
+                    "As fast as the recogniser answers, instead of in real time");
+  command->add_flag("--json", options->json,
+                    "One JSON object a line: line, feedback and error events");
+  command->callback([&chosen, options] { chosen = [options] { return live(*options); }; });
+}
+
 void addSpeak(CLI::App& app, Chosen& chosen) {
   auto words = std::make_shared<std::vector<std::string>>();
   auto* command = app.add_subcommand(
@@ -187,6 +209,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addHistory(app, chosen);
   addSettings(app, chosen);
   addResearch(app, chosen);
+  addLive(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);

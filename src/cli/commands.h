@@ -48,6 +48,16 @@ struct ResearchOptions {
 /// Steps on standard error as they come, then the answer and its sources.
 int research(const ResearchOptions& options);
 
+struct LiveOptions {
+  std::string microphone;  ///< path of the user's side
+  std::string system;      ///< path of the other side
+  std::string useCase;     ///< empty: the one used last
+  bool fast = false;       ///< the recordings run as fast as they are understood
+  bool json = false;
+};
+/// A Live Assist session from two recordings: its lines and its feedback as they come.
+int live(const LiveOptions& options);
+
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
 int servicesUp();
 /// Ends exactly what `servicesUp` started.
