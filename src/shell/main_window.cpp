@@ -7,6 +7,7 @@
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "shell/pages/history_page.h"
+#include "shell/pages/live_assist_page.h"
 #include "shell/pages/logs_page.h"
 #include "shell/pages/modes_page.h"
 #include "shell/pages/research_page.h"
@@ -47,6 +48,8 @@ MainWindow::MainWindow(Application& application)
   auto& window = application.mainWindow();
   auto& pages = application.pages();
   entries_ = {
+      {"Live Assist", Glyph::liveAssist, false,
+       [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
       {MainWindowController::researchTab, Glyph::research, false,
        [&window] { return new ResearchPage(window.research()); }},
       {"History", Glyph::history, false,

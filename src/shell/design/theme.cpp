@@ -31,6 +31,7 @@ QWidget[role="sidebar"] { background: %sidebar%; border-right: 1px solid %border
 QWidget[role="bar"] { background: %sidebar%; border-top: 1px solid %border%; }
 QWidget[role="page"], QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; border: none; }
 QFrame[role="card"] { background: %card%; border: 1px solid %border%; border-radius: 10px; }
+QFrame[role="mine"] { background: %accentSoft%; border: 1px solid %border%; border-radius: 10px; }
 QFrame[role="line"] { background: %border%; max-height: 1px; border: none; }
 QLabel { color: %text%; background: transparent; }
 QLabel[role="title"] { font-size: %title%px; font-weight: 700; }
