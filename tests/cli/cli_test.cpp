@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -57,6 +58,7 @@ TEST(Cli, WrongUsageIsStatusTwo) {
                                              {"speak"},
                                              {"research"},
                                              {"research", " "},
+                                             {"live", "--mic", "only.wav"},
                                              {"history", "--limit", "0"},
                                              {"--nope"}}) {
     const auto output = terminal.run(arguments);
@@ -72,7 +74,7 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   EXPECT_EQ(help.exitCode, 0);
   for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
                               "quit", "retry", "elevate", "lower", "speak", "setup", "doctor",
-                              "settings", "services", "history", "research"}) {
+                              "settings", "services", "history", "research", "live"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -257,6 +259,40 @@ TEST(Cli, AResearchWithoutAnAnswerFailsWithItsText) {
   ASSERT_TRUE(event) << down.standardOutput;
   EXPECT_EQ(event->stringAt("event"), "error");
   EXPECT_TRUE(event->stringAt("description", "").starts_with("Could not connect"));
+}
+
+TEST(Cli, ASessionFromTwoRecordingsTellsLinesOfBothSidesAndFeedback) {
+  Terminal terminal;
+  LoopbackServer server([](LoopbackServer::Peer& peer) {
+    while (const auto request = peer.request()) {
+      const auto quiet = std::count(request->begin(), request->end(), '\0');
+      const bool speech = size_t(quiet) < request->size() * 9 / 10;
+      if (request->starts_with("POST /transcribe")) {
+        peer.reply(speech ? R"({"transcript":"What does the plan cost us?"})"
+                          : R"({"transcript":""})");
+      } else if (request->starts_with("POST /memory/live-context")) {
+        peer.reply(R"({"success":true,"feedbackSummary":"It is about\u001b[2J money"})");
+      } else {
+        peer.reply(R"({"success":true,"sessionId":"s"})");
+      }
+    }
+  });
+  Bytes talk(64000, '\1'), later(160000, '\0');
+  for (size_t i = 1; i < talk.size(); i += 4) talk[i] = '\x30';
+  const std::string mic = terminal.folder.file("mic.wav"), system = terminal.folder.file("o.wav");
+  ASSERT_TRUE(LinuxFiles().writeAtomic(mic, wav::write(later + talk)));
+  ASSERT_TRUE(LinuxFiles().writeAtomic(system, wav::write(talk)));
+  const std::vector<std::string> arguments{"live", "--mic", mic, "--system", system, "--fast"};
+  const auto output = terminal.run(arguments, {}, server.url(""));
+  EXPECT_EQ(output.exitCode, 0) << output.standardError;
+  const auto& said = output.standardOutput;
+  const auto other = said.find("OTHER  What does the plan cost us?");
+  ASSERT_NE(other, std::string::npos) << said;
+  EXPECT_LT(other, said.find("YOU    What does the plan cost us?")) << said;
+  EXPECT_NE(said.find("● It is about[2J money"), std::string::npos) << said;
+  const auto down = terminal.run(arguments);
+  EXPECT_EQ(down.exitCode, 1);
+  EXPECT_NE(down.standardError.find("Could not connect"), std::string::npos) << down.standardError;
 }
 
 TEST(Cli, SettingsAreKeptWithTheirKinds) {
