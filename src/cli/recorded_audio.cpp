@@ -1,6 +1,7 @@
 #include "cli/recorded_audio.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "platform/audio/block_assembler.h"
@@ -66,7 +67,7 @@ void RecordedAudio::deliver(Duration time) {
   const double seconds = std::chrono::duration<double>(time).count();
   for (Track& track : tracks_) {
     std::shared_ptr<CaptureState> capture;
-    std::vector<float> stretch(size_t(seconds * track.rate + 0.5), 0.0F);
+    std::vector<float> stretch(size_t(std::lround(seconds * track.rate)), 0.0F);
     {
       const std::lock_guard lock(mutex_);
       capture = track.capture.lock();
