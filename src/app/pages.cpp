@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "app/live_assist_sources.h"
+
 namespace kestrin {
 
 Pages::Pages(CoreServices& core, PreferencesServices preferences)
@@ -49,20 +51,8 @@ LoginWindowController& Pages::login() {
 LiveAssist& Pages::liveAssist() {
   if (!liveAssist_) {
     Platform& platform = core_.platform;
-    liveAssist_ =
-        std::make_unique<LiveAssist>(LiveAssist::Sources{.dispatch = platform.dispatch,
-                                                         .http = platform.http,
-                                                         .audio = platform.audio,
-                                                         .files = platform.files,
-                                                         .random = platform.random,
-                                                         .settings = platform.settings,
-                                                         .pasteboard = platform.pasteboard,
-                                                         .logger = core_.logger,
-                                                         .deviceId = core_.deviceId,
-                                                         .geminiKey = core_.geminiKey,
-                                                         .preferences = core_.preferences,
-                                                         .profiles = core_.behavioralProfile,
-                                                         .endpoints = core_.endpoints});
+    liveAssist_ = std::make_unique<LiveAssist>(
+        liveAssistSources(core_, platform.dispatch, platform.http, platform.audio));
   }
   return *liveAssist_;
 }

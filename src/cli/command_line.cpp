@@ -131,20 +131,29 @@ void addResearch(CLI::App& app, Chosen& chosen) {
 void addLive(CLI::App& app, Chosen& chosen) {
   auto options = std::make_shared<LiveOptions>();
   auto* command = app.add_subcommand(
-      "live", "A Live Assist session from two recordings: its lines and its feedback as they come");
-  command->add_option("--mic", options->microphone, "What you said, a WAV file")
-      ->required()
-      ->type_name("FILE");
-  command->add_option("--system", options->system, "What the others said, a WAV file")
-      ->required()
-      ->type_name("FILE");
+      "live",
+      "A Live Assist session: its lines and its feedback as they come. From two recordings, or "
+      "without them from the microphone and what the computer plays, until Ctrl-C");
+  auto* microphone = command->add_option("--mic", options->microphone, "What you said, a WAV file")
+                         ->type_name("FILE");
+  auto* system =
+      command->add_option("--system", options->system, "What the others said, a WAV file")
+          ->type_name("FILE");
+  microphone->needs(system);
+  system->needs(microphone);
   command
       ->add_option("--use-case", options->useCase,
                    "What the conversation is about; the one used last unless given")
       ->check(CLI::IsMember({"meeting", "sales_call"}))
       ->type_name("CASE");
-  command->add_flag("--fast", options->fast,
-                    "As fast as the recogniser answers, instead of in real time");
+  command
+      ->add_flag("--fast", options->fast,
+                 "Recordings as fast as the recogniser answers, instead of in real time")
+      ->needs(microphone);
+  command
+      ->add_option("--seconds", options->seconds, "How long to listen; until Ctrl-C unless given")
+      ->check(CLI::Range(1, 24 * 3600))
+      ->excludes(microphone);
   command->add_flag("--json", options->json,
                     "One JSON object a line: line, feedback and error events");
   command->callback([&chosen, options] { chosen = [options] { return live(*options); }; });

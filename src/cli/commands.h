@@ -49,13 +49,14 @@ struct ResearchOptions {
 int research(const ResearchOptions& options);
 
 struct LiveOptions {
-  std::string microphone;  ///< path of the user's side
+  std::string microphone;  ///< path of the user's side; both empty: what is heard now
   std::string system;      ///< path of the other side
   std::string useCase;     ///< empty: the one used last
   bool fast = false;       ///< the recordings run as fast as they are understood
+  int seconds = 0;         ///< of what is heard now; 0: until Ctrl-C
   bool json = false;
 };
-/// A Live Assist session from two recordings: its lines and its feedback as they come.
+/// A Live Assist session from two recordings, or from what is heard now: its lines and its feedback as they come.
 int live(const LiveOptions& options);
 
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.

@@ -1,13 +1,12 @@
-#include <iostream>
 #include <optional>
 
-#include "app/core_services.h"
+#include "app/live_assist_sources.h"
 #include "cli/audio_clock.h"
 #include "cli/commands.h"
 #include "cli/counted_http.h"
-#include "cli/printable.h"
+#include "cli/interrupt.h"
+#include "cli/live_printer.h"
 #include "cli/recorded_audio.h"
-#include "liveassist/live_assist.h"
 #include "platform/linux/linux_platform.h"
 
 namespace kestrin::cli {
@@ -20,6 +19,8 @@ constexpr Duration stretch = 64ms;
 /// The silence behind the recordings ends the last sentence, and the last feedback comes.
 constexpr Duration silence = 5s;
 constexpr Duration answerPatience = 60s;
+/// From the end of the capture to the end of the program.
+constexpr Duration lastWords = 3s;
 
 /// One session over two recordings. The listeners run on the main queue, `play` on a queue of its
 /// own.
@@ -29,39 +30,24 @@ class RecordedSession {
                   const LiveOptions& options)
       : backends_(backends),
         options_(options),
+        printer_(options.json),
         audio_(audio),
         engine_(core.platform.dispatch),
         requests_(engine_, "the answers of a recorded session"),
         http_(core.platform.http, requests_) {
     if (options.fast) audioClock_.emplace(engine_);
-    Platform& platform = core.platform;
-    live_.emplace(LiveAssist::Sources{.dispatch = audioClock_ ? *audioClock_ : engine_,
-                                      .http = http_,
-                                      .audio = audio_,
-                                      .files = platform.files,
-                                      .random = platform.random,
-                                      .settings = platform.settings,
-                                      .pasteboard = platform.pasteboard,
-                                      .logger = core.logger,
-                                      .deviceId = core.deviceId,
-                                      .geminiKey = core.geminiKey,
-                                      .preferences = core.preferences,
-                                      .profiles = core.behavioralProfile,
-                                      .endpoints = core.endpoints});
+    live_.emplace(liveAssistSources(
+        core, audioClock_ ? static_cast<Dispatch&>(*audioClock_) : engine_, http_, audio_));
   }
 
   /// Main queue.
   void start() {
     LiveAssistView& view = live_->view();
-    view.onLine = [this](const LAChatMessage& message) { line(message); };
-    view.onFailure = [this](LAAudioChannel channel, const std::string& error) {
-      failure(channel, error);
-    };
-    view.loop().onAnswer = [this](const Json& answer) { feedback(answer); };
+    printer_.attach(view);
     if (const auto useCase = liveAssistUseCaseFrom(options_.useCase)) view.chooseUseCase(*useCase);
     view.onChange = [this, &view] {
       if (view.status().kind == LiveAssistView::StatusKind::failed && !view.isCapturing()) {
-        tell("kestrin: " + view.status().text);
+        tell(view.status().text);
         return backends_.mainLoop().quit(failed);
       }
       if (!view.isCapturing() || std::exchange(playing_, true)) return;
@@ -86,7 +72,8 @@ class RecordedSession {
     }
     engine_.mainQueue()->sync([this] { live_->view().stopCapture(); });
     settle();
-    engine_.mainQueue()->post([this] { backends_.mainLoop().quit(failures_ > 0 ? failed : done); });
+    engine_.mainQueue()->post(
+        [this] { backends_.mainLoop().quit(printer_.hasFailed() ? failed : done); });
   }
 
   /// What is under way must be done before the recordings go on.
@@ -100,53 +87,9 @@ class RecordedSession {
     }
   }
 
-  void line(const LAChatMessage& message) {
-    if (options_.json) {
-      return print(Json::object({{"event", "line"},
-                                 {"channel", rawValue(message.channel)},
-                                 {"text", message.text},
-                                 {"speaker", message.speakerNumber},
-                                 {"metadata", message.metadata},
-                                 {"time", dates::iso8601(message.timestamp, true)}}));
-    }
-    const bool mine = message.channel == LAAudioChannel::microphone;
-    std::cout << dates::format(message.timestamp, "HH:mm:ss") << (mine ? "  YOU    " : "  OTHER  ")
-              << printable(message.text) << std::endl;
-  }
-
-  void failure(LAAudioChannel channel, const std::string& error) {
-    ++failures_;
-    if (options_.json) {
-      print(Json::object({{"event", "error"},
-                          {"domain", "LiveAssistTranscriber"},
-                          {"code", 1},
-                          {"channel", rawValue(channel)},
-                          {"description", error}}));
-    }
-    tell("kestrin: " + error);
-  }
-
-  void feedback(const Json& answer) {
-    const std::string summary = answer.stringAt("feedbackSummary", "");
-    const auto suggestions = answer.stringsAt("suggestions");
-    if (summary.empty() && suggestions.empty()) return;
-    Json event = Json::object({{"event", "feedback"},
-                               {"summary", summary},
-                               {"suggestions", Json::arrayOf(suggestions)},
-                               {"keywords", Json::arrayOf(answer.stringsAt("keywords"))}});
-    if (shown_ == event) return;
-    shown_ = event;
-    if (options_.json) return print(event);
-    if (!summary.empty()) std::cout << "          ● " << printable(summary) << "\n";
-    for (const auto& each : suggestions) std::cout << "            – " << printable(each) << "\n";
-    std::cout << std::flush;
-  }
-
-  static void print(const Json& event) { std::cout << event.dump() << std::endl; }
-  static void tell(const std::string& line) { std::cerr << printable(line) << std::endl; }
-
   LinuxPlatform& backends_;
   const LiveOptions& options_;
+  LivePrinter printer_;
   RecordedAudio& audio_;
   Dispatch& engine_;
   Group requests_;
@@ -155,8 +98,6 @@ class RecordedSession {
   const QueueRef player_ = engine_.makeQueue("com.kestrin.recordings");
   std::optional<LiveAssist> live_;
   bool playing_ = false;
-  int failures_ = 0;
-  Json shown_;
 };
 
 /// A recording as one channel; without a path, silence.
@@ -171,19 +112,13 @@ Result<wav::Sound> readSound(Files& files, const std::string& path) {
   return sound;
 }
 
-}  // namespace
-
-int live(const LiveOptions& options) {
-  const auto warn = [](const std::string& line) {
-    std::cerr << "kestrin: " << printable(line) << std::endl;
-  };
-  LinuxPlatform backends(warn);
+int fromRecordings(LinuxPlatform& backends, const LiveOptions& options) {
   Platform& platform = backends.platform();
   auto microphone = readSound(platform.files, options.microphone);
   auto system = readSound(platform.files, options.system);
   for (const auto* sound : {&microphone, &system}) {
     if (*sound) continue;
-    warn(sound->error().description);
+    tell(sound->error().description);
     return failed;
   }
   RecordedAudio audio(std::move(microphone->samples), microphone->sampleRate,
@@ -197,6 +132,57 @@ int live(const LiveOptions& options) {
   session.reset();
   backends.endJobs();
   return status;
+}
+
+/// Both channels as they are heard, until Ctrl-C or the time given.
+int fromDevices(LinuxPlatform& backends, const LiveOptions& options) {
+  Platform& platform = backends.platform();
+  CoreServices core(platform, Endpoints::fromEnvironment());
+  core.deviceId.deviceId();
+  std::optional<LiveAssist> live;
+  live.emplace(liveAssistSources(core, platform.dispatch, platform.http, platform.audio));
+  LivePrinter printer(options.json);
+  LiveAssistView& view = live->view();
+  bool listening = false;
+  TimerHandle patience;
+  const auto end = [&] {
+    view.stopCapture();
+    // What was said last is still being understood.
+    patience = platform.dispatch.after(platform.dispatch.mainQueue(), lastWords, [&] {
+      backends.mainLoop().quit(printer.hasFailed() ? failed : done);
+    });
+  };
+  Interrupt interrupt(platform.dispatch, end);
+  TimerHandle limit;
+  if (options.seconds > 0) {
+    limit = platform.dispatch.after(platform.dispatch.mainQueue(),
+                                    std::chrono::seconds(options.seconds), end);
+  }
+  platform.dispatch.mainQueue()->post([&] {
+    printer.attach(view);
+    if (const auto useCase = liveAssistUseCaseFrom(options.useCase)) view.chooseUseCase(*useCase);
+    view.onChange = [&] {
+      if (view.status().kind == LiveAssistView::StatusKind::failed && !view.isCapturing()) {
+        tell(view.status().text);
+        return backends.mainLoop().quit(failed);
+      }
+      if (view.isCapturing() && !std::exchange(listening, true))
+        tell("Listening to the microphone and to what the computer plays; Ctrl-C ends it.");
+    };
+    view.startCapture();
+  });
+  const int status = backends.mainLoop().run();
+  live.reset();
+  backends.endJobs();
+  return status;
+}
+
+}  // namespace
+
+int live(const LiveOptions& options) {
+  LinuxPlatform backends(tell);
+  const bool recorded = !options.microphone.empty() || !options.system.empty();
+  return recorded ? fromRecordings(backends, options) : fromDevices(backends, options);
 }
 
 }  // namespace kestrin::cli

@@ -69,6 +69,14 @@ void BrowserWorld::openField(const std::string& field, PageMode mode) {
   start(arguments);
 }
 
+void BrowserWorld::userTypes(const std::string& text) {
+  eventually([&] {
+    userPresses("shift");
+    return this->text() != "no key yet";
+  });
+  userTypesKeys(text);
+}
+
 std::string BrowserWorld::text() {
   const auto title = activeTitle();
   const std::string start = "fields ";

@@ -87,7 +87,8 @@ class BrowserWorld : public RealWorld {
   /// `field`: the id of one of the page's fields.
   void openField(const std::string& field, PageMode mode = PageMode::tab);
   void open(const std::string&, TextRange) override { openField("textarea"); }
-  void userTypes(const std::string& text) override { userTypesKeys(text); }
+  /// Types once the page's field is seen to take keys.
+  void userTypes(const std::string& text) override;
   std::string text() override;
 
  private:
