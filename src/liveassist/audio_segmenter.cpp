@@ -57,10 +57,17 @@ AudioSegmenter::AudioSegmenter(Dispatch& dispatch, Logger& logger, const LAVADCo
       onSegment_(std::move(onSegment)),
       bufferQueue_(dispatch.makeQueue("com.kestrin.audiobuffer")) {}
 
-void AudioSegmenter::append(LAAudioChannel channel, std::function<Bytes()> pcm) {
-  bufferQueue_->post([weak = weak_from_this(), channel, pcm = std::move(pcm)] {
-    if (const auto self = weak.lock()) self->of(channel).buffer += pcm();
+void AudioSegmenter::setSource(LAAudioChannel channel, std::function<Bytes()> source) {
+  bufferQueue_->post([weak = weak_from_this(), channel, source = std::move(source)]() mutable {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->take(self->of(channel));
+    self->of(channel).source = std::move(source);
   });
+}
+
+void AudioSegmenter::take(Channel& channel) {
+  if (channel.source) channel.buffer += channel.source();
 }
 
 void AudioSegmenter::process() {
@@ -71,7 +78,10 @@ void AudioSegmenter::process() {
 
 void AudioSegmenter::clear() {
   bufferQueue_->sync([this] {
-    for (Channel& channel : channels_) channel.buffer.clear();
+    for (Channel& channel : channels_) {
+      take(channel);
+      channel.buffer.clear();
+    }
   });
 }
 
@@ -92,6 +102,7 @@ void AudioSegmenter::reset() {
 }
 
 void AudioSegmenter::pass() {
+  for (Channel& channel : channels_) take(channel);
   const SteadyTime now = dispatch_.clock().steadyNow();
   auto& microphone = of(LAAudioChannel::microphone);
   if (microphone.inFlight.releaseIfOlder(config_.micTranscribeTimeoutSec, now))

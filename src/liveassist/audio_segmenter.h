@@ -39,8 +39,9 @@ class AudioSegmenter : public std::enable_shared_from_this<AudioSegmenter> {
                  std::shared_ptr<MicrophoneDetector> microphone,
                  std::shared_ptr<SystemDetector> system, OnSegment onSegment);
 
-  /// Adds what `pcm` gives when it is run on the buffer queue. Returns at once.
-  void append(LAAudioChannel channel, std::function<Bytes()> pcm);
+  /// Where a channel's PCM comes from: each pass asks it on the buffer queue for what came since.
+  /// What the one before still holds is taken first. Returns at once.
+  void setSource(LAAudioChannel channel, std::function<Bytes()> source);
   /// One pass over both channels (`processBufferedAudio`), later on the buffer queue.
   void process();
   /// Empties both buffers before it returns. Not from the buffer queue.
@@ -54,7 +55,10 @@ class AudioSegmenter : public std::enable_shared_from_this<AudioSegmenter> {
 
  private:
   struct Channel {
-    Bytes buffer;  ///< buffer queue only
+    // Buffer queue only:
+    Bytes buffer;
+    std::function<Bytes()> source;
+
     InFlightGuard inFlight;
     std::optional<SteadyTime> lastSegmentTime;  ///< guarded by `mutex_`
   };
@@ -62,6 +66,7 @@ class AudioSegmenter : public std::enable_shared_from_this<AudioSegmenter> {
   Channel& of(LAAudioChannel channel) { return channels_[size_t(channel)]; }
   const Channel& of(LAAudioChannel channel) const { return channels_[size_t(channel)]; }
   // Buffer queue:
+  void take(Channel& channel);
   void pass();
   bool microphoneIsDue(SteadyTime now);
   bool systemIsDue(SteadyTime now);

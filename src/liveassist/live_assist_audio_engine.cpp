@@ -63,8 +63,8 @@ LiveAssistAudioEngine::LiveAssistAudioEngine(Dispatch& dispatch, Audio& audio, L
           .framesPerBlock = systemBlock,
           .firstDataDeadline = systemDeadline,
           .makeBlockHandler =
-              [queue = dispatch.makeQueue("com.kestrin.systemaudio"), detector = systemDetector_,
-               segmenter = segmenter_] { return systemFrames(queue, detector, segmenter); },
+              [&clock = dispatch.clock(), &logger, detector = systemDetector_,
+               segmenter = segmenter_] { return systemFrames(clock, logger, detector, segmenter); },
           .onEnded = {},
           .onDefaultChanged = {}});
   reconnection_ = std::make_unique<MicrophoneReconnection>(

@@ -27,13 +27,12 @@ float rootMeanSquare(const float* samples, int frames, int channels) {
 
 MicrophoneDetector::State MicrophoneDetector::state() const {
   const std::lock_guard lock(mutex_);
-  return state_;
+  State state = state_;
+  if (const Duration last = lastBuffer_; last != never) state.lastMicBufferTime = SteadyTime{last};
+  return state;
 }
 
-void MicrophoneDetector::noteBuffer(SteadyTime now) {
-  const std::lock_guard lock(mutex_);
-  state_.lastMicBufferTime = now;
-}
+void MicrophoneDetector::noteBuffer(SteadyTime now) { lastBuffer_ = now.sinceStart; }
 
 bool MicrophoneDetector::heard(float rms, SteadyTime now) {
   const std::lock_guard lock(mutex_);
@@ -66,7 +65,7 @@ void MicrophoneDetector::reset() {
   state_.micSpeechActive = false;
   state_.micSilenceFrames = 0;
   state_.debugMicFrameCount = 0;
-  state_.lastMicBufferTime.reset();
+  lastBuffer_ = never;
 }
 
 SystemDetector::State SystemDetector::state() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -13,8 +14,8 @@ namespace kestrin {
 /// something that is no number counts as silence.
 float rootMeanSquare(const float* samples, int frames, int channels);
 
-/// Hears on the microphone where speech begins and ends, by a fixed threshold. The audio thread
-/// feeds it, the segmentation reads it, the main queue resets it. Thread-safe.
+/// Hears on the microphone where speech begins and ends, by a fixed threshold. The buffer queue
+/// feeds and reads it, the main queue resets it. Thread-safe.
 class MicrophoneDetector {
  public:
   /// All of it at one moment.
@@ -31,7 +32,7 @@ class MicrophoneDetector {
   explicit MicrophoneDetector(const LAVADConfig& config) : config_(config) {}
 
   State state() const;
-  /// The microphone gave something, or was just opened.
+  /// The microphone gave something, or was just opened. Never waits.
   void noteBuffer(SteadyTime now);
   /// One frame's level; true when speech begins with it.
   bool heard(float rms, SteadyTime now);
@@ -41,9 +42,11 @@ class MicrophoneDetector {
   void reset();
 
  private:
+  static constexpr Duration never = Duration::min();
   const LAVADConfig config_;
   mutable std::mutex mutex_;
-  State state_;
+  State state_;  ///< but for `lastMicBufferTime`
+  std::atomic<Duration> lastBuffer_{never};
 };
 
 /// The same for the system channel, whose level depends on what plays: the threshold follows the

@@ -12,7 +12,9 @@ namespace {
 /// The segmenter alone, fed byte by byte.
 struct CutWorld {
   void feed(LAAudioChannel channel, size_t bytes) {
-    segmenter->append(channel, [bytes] { return Bytes(bytes, 'x'); });
+    // A new source for each piece: the one before is emptied first.
+    segmenter->setSource(channel,
+                         [pcm = Bytes(bytes, 'x')]() mutable { return std::exchange(pcm, {}); });
   }
   void hearMic(float rms, int frames) {
     for (int i = 0; i < frames; ++i) {
