@@ -84,6 +84,7 @@ class SimulatedHttp::Core : public std::enable_shared_from_this<Core> {
   }
   std::vector<SeenRequest> seen(const std::string& where) const;
   size_t running() const;
+  void forgetDone();
 
   Dispatch& dispatch;
   Files* const files;
@@ -106,6 +107,7 @@ class SimulatedHttp::Core : public std::enable_shared_from_this<Core> {
   const QueueRef network_;
   mutable std::mutex mutex_;  ///< guards routes_ and seen_
   std::vector<Route> routes_;
+  bool forgets_ = false;
   std::vector<SeenRequest> seen_;  ///< an exchange's id is its index
   std::map<uint64_t, Exchange> exchanges_;
 };
@@ -245,6 +247,7 @@ void SimulatedHttp::Core::end(uint64_t id, SeenRequest::State state, std::option
   {
     const std::lock_guard lock(mutex_);
     seen_[id].state = state;
+    if (forgets_) const HttpRequest dropped = std::move(seen_[id].request);
   }
   if (state == SeenRequest::State::cancelled) {
     exchange.delivery->drop();
@@ -303,6 +306,11 @@ std::vector<SeenRequest> SimulatedHttp::Core::seen(const std::string& where) con
     if (matches(where, targetOf(request.request.url))) out.push_back(request);
   }
   return out;
+}
+
+void SimulatedHttp::Core::forgetDone() {
+  const std::lock_guard lock(mutex_);
+  forgets_ = true;
 }
 
 size_t SimulatedHttp::Core::running() const {
@@ -384,6 +392,8 @@ void SimulatedHttp::once(const std::string& method, const std::string& where, Sc
 std::vector<SeenRequest> SimulatedHttp::requests(const std::string& where) const {
   return core_->seen(where);
 }
+
+void SimulatedHttp::forgetDone() { core_->forgetDone(); }
 
 size_t SimulatedHttp::running() const { return core_->running(); }
 

@@ -49,6 +49,8 @@ class SimulatedHttp final : public Http {
   /// Everything asked so far, in order; `where` as in `on`.
   std::vector<SeenRequest> requests(const std::string& where = "*") const;
   size_t running() const;
+  /// From now on a request is forgotten at its end: hours of them would fill the memory.
+  void forgetDone();
 
   class Core;
 

@@ -21,6 +21,10 @@ class TimeLine {
   explicit TimeLine(int sampleRate) : rate_(sampleRate) {}
 
   void lay(SteadyTime begin, std::span<const float> samples, int sampleRate) {
+    // What every capture has passed is of no use any more.
+    std::erase_if(sounds_, [&](const Placed& sound) {
+      return sound.begin + std::chrono::seconds(sound.samples.size() / size_t(rate_) + 10) < begin;
+    });
     sounds_.push_back({begin, wav::resample(samples, sampleRate, rate_)});
   }
 
