@@ -56,7 +56,7 @@ struct LiveOptions {
   int seconds = 0;         ///< of what is heard now; 0: until Ctrl-C
   bool json = false;
 };
-/// A Live Assist session from two recordings, or from what is heard now: its lines and its feedback as they come.
+/// A Live Assist session: its lines and its feedback as they come.
 int live(const LiveOptions& options);
 
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
