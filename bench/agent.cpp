@@ -1,45 +1,77 @@
-// Scores the agent that works without a language model on spoken sentences: is the mode right, is
-// the text right. Prints every miss and the two shares.
+// Scores the agent that works without a language model: on spoken sentences (is the mode right, is
+// the text right) and on spoken commands (are the actions right, is a sentence left alone). Prints
+// every miss and the shares.
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <vector>
 
+#include "companion/agent/commands.h"
 #include "companion/agent/mode_detection.h"
 #include "companion/agent/shapes.h"
 #include "platform/text/text.h"
 
 using namespace kestrin;
 
-int main(int argc, char** argv) {
-  const std::string path = argc > 1 ? argv[1] : KESTRIN_SOURCE_DIR "/bench/agent_sentences.tsv";
+namespace {
+
+/// Nothing when the list cannot be read.
+std::optional<std::vector<std::vector<std::string>>> rows(const std::string& name, size_t fields) {
+  const std::string path = KESTRIN_SOURCE_DIR "/bench/" + name;
   std::ifstream file(path);
   if (!file) {
     std::cerr << "cannot read " << path << "\n";
-    return 1;
+    return std::nullopt;
   }
-  int count = 0;
-  int modes = 0;
-  int texts = 0;
+  std::vector<std::vector<std::string>> found;
   for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    const auto fields = text::split(line, "\t");
-    if (fields.size() != 4) continue;
-    agent::AppContext app;
-    app.appName = fields[0];
-    app.kind = agent::appKind(fields[0], "");
-    const auto detection = agent::detectMode(fields[1], app);
-    const std::string said = agent::shape(detection, {"Sam Reed"});
-    const std::string wanted = text::replaceAll(fields[3], "\\n", "\n");
-    ++count;
-    modes += detection.mode == fields[2];
-    texts += said == wanted;
-    if (detection.mode != fields[2] || said != wanted) {
-      std::cout << "MISS  " << fields[1] << "\n  wanted " << fields[2] << ": " << fields[3]
-                << "\n  got    " << detection.mode << ": " << text::replaceAll(said, "\n", "\\n")
-                << "\n";
-    }
+    auto row = text::split(line, "\t");
+    if (line[0] != '#' && row.size() == fields) found.push_back(std::move(row));
   }
-  std::cout << count << " sentences: mode right " << 100.0 * modes / count << " %, text right "
-            << 100.0 * texts / count << " %\n";
-  return count > 0 ? 0 : 1;
+  return found;
+}
+
+void miss(const std::string& said, const std::string& wanted, const std::string& got) {
+  std::cout << "MISS  " << said << "\n  wanted " << wanted << "\n  got    " << got << "\n";
+}
+
+void scoreSentences(const std::vector<std::vector<std::string>>& sentences) {
+  int modes = 0, texts = 0;
+  for (const auto& row : sentences) {
+    agent::AppContext app;
+    app.appName = row[0];
+    app.kind = agent::appKind(row[0], "");
+    const auto detection = agent::detectMode(row[1], app);
+    const std::string said = text::replaceAll(agent::shape(detection, {"Sam Reed"}), "\n", "\\n");
+    modes += detection.mode == row[2];
+    texts += said == row[3];
+    if (detection.mode != row[2] || said != row[3])
+      miss(row[1], row[2] + ": " + row[3], detection.mode + ": " + said);
+  }
+  std::cout << sentences.size() << " sentences: mode right "
+            << 100.0 * modes / double(sentences.size()) << " %, text right "
+            << 100.0 * texts / double(sentences.size()) << " %\n";
+}
+
+void scoreCommands(const std::vector<std::vector<std::string>>& commands) {
+  int right = 0;
+  for (const auto& row : commands) {
+    const auto actions = agent::parseCommand(row[0]);
+    const std::string got = actions ? agent::markers(*actions) : "-";
+    right += got == row[1];
+    if (got != row[1]) miss(row[0], row[1], got);
+  }
+  std::cout << commands.size() << " commands and sentences like them: right "
+            << 100.0 * right / double(commands.size()) << " %\n";
+}
+
+}  // namespace
+
+int main() {
+  const auto sentences = rows("agent_sentences.tsv", 4);
+  const auto commands = rows("agent_commands.tsv", 2);
+  if (!sentences || !commands) return 1;
+  scoreSentences(*sentences);
+  scoreCommands(*commands);
+  return 0;
 }

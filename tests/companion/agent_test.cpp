@@ -1,6 +1,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "companion/agent/commands.h"
 #include "companion/agent/language_model.h"
 #include "companion/agent/mode_detection.h"
 #include "companion/agent/shapes.h"
@@ -26,6 +27,16 @@ std::vector<Sample> samples() {
   return out;
 }
 
+std::vector<std::pair<std::string, std::string>> sampleCommands() {
+  std::vector<std::pair<std::string, std::string>> out;
+  std::ifstream file(KESTRIN_SOURCE_DIR "/bench/agent_commands.tsv");
+  for (std::string line; std::getline(file, line);) {
+    const auto fields = text::split(line, "\t");
+    if (line[0] != '#' && fields.size() == 2) out.emplace_back(fields[0], fields[1]);
+  }
+  return out;
+}
+
 Detection detect(const std::string& said, const std::string& appName = "Mousepad") {
   AppContext app;
   app.kind = appKind(appName, "");
@@ -43,6 +54,21 @@ TEST(Agent, WritesTheSampleSentencesAsPeopleMeanThem) {
       EXPECT_EQ(dictated(sample.text), sample.text) << "text in order must stay as it is";
     }
   }
+}
+
+TEST(Agent, UnderstandsTheSampleCommandsAndRunsNoSentence) {
+  size_t right = 0, all = 0, run = 0;
+  for (const auto& [said, wanted] : sampleCommands()) {
+    const auto actions = parseCommand(said);
+    const std::string got = actions ? markers(*actions) : "-";
+    ++all;
+    right += got == wanted;
+    run += wanted == "-" && got != "-";
+  }
+  std::cout << "of " << all << " phrases " << right << " right, " << run << " wrongly run\n";
+  EXPECT_EQ(all, 200u);
+  EXPECT_GE(right, 198u);
+  EXPECT_LE(run, 1u);
 }
 
 TEST(Agent, ASentenceThatOnlyBeginsLikeACommandIsWritten) {

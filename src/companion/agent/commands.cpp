@@ -1,7 +1,9 @@
 #include "companion/agent/commands.h"
 
 #include <array>
+#include <memory>
 #include <re2/re2.h>
+#include <utility>
 
 #include "companion/agent/words.h"
 #include "platform/text/text.h"
@@ -9,53 +11,101 @@
 namespace kestrin::agent {
 namespace {
 
-/// A command without parameters: the whole part must match.
+/// A command without parameters: the whole part must match, once words of degree are left out of
+/// it. SOUND, LIGHT and MACHINE stand for what people call these.
 struct FixedCommand {
   const char* pattern;
   const char* type;
 };
 
 constexpr std::array fixedCommands{
-    FixedCommand{"(?:(?:turn|bring|put) (?:the |my )?(?:volume|sound|audio) up|(?:turn "
-                 "up|raise|increase) (?:the |my )?"
-                 "(?:volume|sound|audio)|volume up|make (?:it|the sound) louder|louder)",
+    FixedCommand{"(?:turn|bring|put) SOUND up|(?:turn|crank) up SOUND|(?:raise|increase) SOUND|"
+                 "volume up|make (?:it|SOUND) louder|(?:SOUND )?louder",
                  "volume_up"},
-    FixedCommand{
-        "(?:(?:turn|bring|put) (?:the |my )?(?:volume|sound|audio) down|(?:turn "
-        "down|lower|decrease|reduce) "
-        "(?:the |my )?(?:volume|sound|audio)|volume down|make (?:it|the sound) quieter|quieter)",
-        "volume_down"},
-    FixedCommand{
-        "(?:unmute|(?:unmute|turn on) (?:the |my )?(?:sound|volume|audio|speakers?|computer))",
-        "unmute"},
-    FixedCommand{
-        "(?:mute|(?:mute|turn off) (?:the |my )?(?:sound|volume|audio|speakers?|computer))",
-        "mute"},
-    FixedCommand{"(?:turn on|enable|activate|switch to|switch on) (?:the )?dark mode|dark mode on|"
-                 "(?:turn off|disable) (?:the )?light mode",
+    FixedCommand{"(?:turn|bring|put) SOUND down|turn down SOUND|(?:lower|decrease|reduce) SOUND|"
+                 "volume down|make (?:it|SOUND) quieter|(?:SOUND )?quieter|not so loud",
+                 "volume_down"},
+    FixedCommand{"unmute|unmute (?:SOUND|MACHINE)|turn (?:back )?on SOUND|turn SOUND (?:back )?on|"
+                 "sound (?:back )?on",
+                 "unmute"},
+    FixedCommand{"mute|mute (?:SOUND|MACHINE|everything)|turn off SOUND|turn SOUND off|sound off|"
+                 "silence (?:SOUND|MACHINE)",
+                 "mute"},
+    FixedCommand{"(?:turn on|enable|activate|switch (?:back )?to|switch on|use|go) (?:the )?DARK|"
+                 "turn (?:the )?DARK on|dark mode on|(?:turn off|disable) (?:the )?LIGHTMODE|"
+                 "make (?:it|everything) dark",
                  "dark_mode_on"},
-    FixedCommand{"(?:turn off|disable|deactivate|switch off) (?:the )?dark mode|dark mode off|"
-                 "(?:turn on|enable|switch to) (?:the )?light mode",
+    FixedCommand{"(?:turn off|disable|deactivate|switch off) (?:the )?DARK|"
+                 "turn (?:the )?DARK off|dark mode off|"
+                 "(?:turn on|enable|switch (?:back )?to|use|go) (?:the )?LIGHTMODE|"
+                 "make (?:it|everything) light",
                  "dark_mode_off"},
-    FixedCommand{"(?:take|make|grab|capture) (?:a |the )?(?:screenshot|screen shot|screen capture)|"
-                 "(?:screenshot|screen shot)|capture (?:the|my) screen",
+    FixedCommand{"(?:take|make|grab|capture) (?:a |the )?SHOT(?: of (?:this|the screen|my "
+                 "screen|everything))?|SHOT|capture (?:the|my) screen|"
+                 "take a (?:picture|photo) of (?:the|my) screen",
                  "screenshot"},
-    FixedCommand{
-        "(?:(?:turn|bring) (?:the |my )?(?:screen |display )?brightness up|(?:turn "
-        "up|raise|increase) (?:the |my )?"
-        "(?:screen |display )?brightness|brightness up|make (?:the|my) screen brighter|brighter)",
-        "brightness_up"},
-    FixedCommand{"(?:(?:turn|bring) (?:the |my )?(?:screen |display )?brightness down|(?:turn "
-                 "down|lower|decrease|reduce|dim) "
-                 "(?:the |my )?(?:screen |display )?brightness|brightness down|dim (?:the|my) "
-                 "screen|make (?:the|my) screen "
-                 "(?:darker|dimmer))",
+    FixedCommand{"(?:turn|bring) LIGHT up|(?:turn up|raise|increase) LIGHT|brightness up|"
+                 "make (?:it|SCREEN) brighter|(?:SCREEN )?brighter",
+                 "brightness_up"},
+    FixedCommand{"(?:turn|bring) LIGHT down|(?:turn down|lower|decrease|reduce|dim) LIGHT|"
+                 "brightness down|dim SCREEN|make (?:it|SCREEN) (?:darker|dimmer)|"
+                 "(?:SCREEN )?(?:darker|dimmer)",
                  "brightness_down"},
-    FixedCommand{"(?:go to sleep|sleep now|suspend (?:the |my |this "
-                 ")?(?:computer|laptop|machine|pc)|put (?:the |my |this )?"
-                 "(?:computer|laptop|machine|pc) to sleep)",
-                 "sleep"},
+    FixedCommand{"go to sleep|sleep now|suspend MACHINE|(?:put|send) MACHINE to sleep", "sleep"},
 };
+
+/// The pattern of a fixed command as the library reads it.
+std::string expanded(std::string pattern) {
+  for (const auto& [name, words] :
+       {std::pair{"SOUND",
+                  "(?:(?:the |my )?"
+                  "(?:volume|sound|audio|music|speakers?)|it)"},
+        std::pair{"LIGHTMODE", "light (?:mode|theme)"}, std::pair{"DARK", "dark (?:mode|theme)"},
+        std::pair{"LIGHT",
+                  "(?:(?:the |my )?(?:screen |display )?"
+                  "brightness)"},
+        std::pair{"SCREEN", "(?:the |my )?(?:screen|display)"},
+        std::pair{"SHOT", "(?:screenshot|screen shot|screen capture)"},
+        std::pair{"MACHINE",
+                  "(?:the |my |this )?"
+                  "(?:computer|laptop|machine|pc)"}}) {
+    pattern = text::replaceAll(std::move(pattern), name, words);
+  }
+  return pattern;
+}
+
+/// The type of the fixed command that the part is; empty when it is none.
+std::string fixedCommand(std::string plain) {
+  static const RE2 degree(
+      " ?\\b(?:just )?(?:(?:by )?a (?:little bit|little|bit|notch|touch|lot)|slightly|somewhat)\\b "
+      "?");
+  static const auto patterns = [] {
+    std::vector<std::pair<std::unique_ptr<RE2>, std::string>> all;
+    for (const FixedCommand& command : fixedCommands) {
+      all.emplace_back(std::make_unique<RE2>(expanded(command.pattern)), command.type);
+    }
+    return all;
+  }();
+  RE2::GlobalReplace(&plain, degree, " ");
+  plain = text::trim(plain);
+  for (const auto& [pattern, type] : patterns) {
+    if (RE2::FullMatch(plain, *pattern)) return type;
+  }
+  return {};
+}
+
+/// The user's own folders, as they are called and as the application finds them.
+constexpr std::array<std::pair<std::string_view, const char*>, 9> folderNames{{
+    {"downloads", "Downloads"},
+    {"download", "Downloads"},
+    {"documents", "Documents"},
+    {"desktop", "Desktop"},
+    {"pictures", "Pictures"},
+    {"music", "Music"},
+    {"videos", "Videos"},
+    {"home", "Home"},
+    {"public", "Public"},
+}};
 
 /// Spoken names of programs that people open; any other single word is tried as well, see
 /// `appName`.
@@ -181,10 +231,25 @@ std::string spokenAddress(std::string text) {
   return text.find("://") == std::string::npos ? "https://" + text : text;
 }
 
+/// The folder that is meant; null when it is none. "Music" and "home" are more often other things,
+/// so that they need the word, or whose they are.
+const char* folderNamed(std::string name, const std::string& article) {
+  constexpr std::string_view suffix = " folder";
+  const bool said = name.ends_with(suffix);
+  if (said) name.resize(name.size() - suffix.size());
+  for (const auto& [spoken, folder] : folderNames) {
+    if (name != spoken) continue;
+    const bool clear = said || isOneOf(name, "downloads documents") ||
+                       (article == "my " && isOneOf(name, "pictures videos desktop"));
+    return clear ? folder : nullptr;
+  }
+  return nullptr;
+}
+
 std::optional<Action> openOrClose(const std::string& plain, std::string_view spoken) {
   static const RE2 pattern(
-      "(open up|open|launch|start|run|close|quit|exit|go to|visit|navigate to|browse to|switch "
-      "to|show me) "
+      "(open up|open|launch|start|run|bring up|fire up|close|quit|exit|shut down|go to|visit|"
+      "navigate to|browse to|switch to|show me|show|take me to|pull up) "
       "(the |my )?(website |site |page )?(.+?)( app| application| program| window)?");
   std::string verb;
   std::string article;
@@ -192,13 +257,18 @@ std::optional<Action> openOrClose(const std::string& plain, std::string_view spo
   std::string name;
   std::string suffix;
   if (!RE2::FullMatch(plain, pattern, &verb, &article, &site, &name, &suffix)) return std::nullopt;
-  const bool closes = isOneOf(verb, "close quit exit");
+  const bool closes = isOneOf(verb, "close quit exit") || verb == "shut down";
   if (!closes) {
-    if (const std::string url = spokenAddress(name); !url.empty())
+    static const RE2 inBrowser(" in (?:the |my |a )?(?:web )?browser");
+    std::string place = name;
+    RE2::Replace(&place, inBrowser, "");
+    if (const std::string url = spokenAddress(place); !url.empty())
       return Action{"open_url", {{"url", url}}};
+    if (const char* folder = folderNamed(name, article))
+      return Action{"open_folder", {{"path", folder}}};
   }
-  if (isOneOf(verb, "visit") || verb == "go to" || verb == "navigate to" || verb == "browse to" ||
-      verb == "show me") {
+  if (isOneOf(verb, "visit show") || verb == "navigate to" || verb == "browse to" ||
+      verb == "show me" || verb == "take me to") {
     return std::nullopt;
   }
   const bool said = !suffix.empty() || isKnownApp(name);
@@ -256,7 +326,7 @@ std::optional<Action> withWords(const std::string& plain, std::string_view spoke
       return Action{command.type, {{command.parameter, restAsSaid(spoken, wordCount(before))}}};
     }
   }
-  static const RE2 copy("(copy )(.+)( to (?:the|my) clipboard)");
+  static const RE2 copy("((?:copy|put) )(.+)( (?:to|on) (?:the|my) clipboard)");
   std::string before;
   std::string words;
   std::string after;
@@ -271,9 +341,7 @@ std::optional<Action> withWords(const std::string& plain, std::string_view spoke
 
 std::optional<Action> parseOne(std::string_view spoken) {
   const std::string plain = plainForm(spoken);
-  for (const FixedCommand& command : fixedCommands) {
-    if (RE2::FullMatch(plain, command.pattern)) return Action{command.type, {}};
-  }
+  if (auto type = fixedCommand(plain); !type.empty()) return Action{std::move(type), {}};
   if (auto action = withWords(plain, spoken)) return action;
   if (auto action = pressKey(plain)) return action;
   return openOrClose(plain, spoken);
@@ -293,11 +361,16 @@ std::string withoutAddress(std::string_view spoken) {
   };
   while (drop({"hey", "kestrin"}) || drop({"okay", "kestrin"}) || drop({"kestrin"}) ||
          drop({"please"}) || drop({"can", "you", "please"}) || drop({"can", "you"}) ||
-         drop({"could", "you", "please"}) || drop({"could", "you"}) || drop({"would", "you"})) {
+         drop({"could", "you", "please"}) || drop({"could", "you"}) || drop({"would", "you"}) ||
+         drop({"i", "want", "you", "to"}) || drop({"i'd", "like", "you", "to"}) ||
+         drop({"let's"})) {
   }
   while (words.size() > 1 && isOneOf(words.back().key, "please now kestrin")) {
     if (words.back().key == "now" && words.size() == 2) break;
     words.pop_back();
+  }
+  if (words.size() > 3 && words.back().key == "me" && words[words.size() - 2].key == "for") {
+    words.resize(words.size() - 2);
   }
   return joinWords(words);
 }
