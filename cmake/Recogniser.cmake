@@ -6,6 +6,8 @@ if(failed)
   message(FATAL_ERROR "The speech engine could not be fetched. "
     "With -DKESTRIN_RECOGNISER=OFF everything else is built; the companion then has no recogniser.")
 endif()
+# For what is installed.
+set(KESTRIN_RECOGNISER_FILES ${KESTRIN_RECOGNISER_FILES} PARENT_SCOPE)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/lib ${CMAKE_BINARY_DIR}/share/kestrin)
 file(CREATE_LINK ${KESTRIN_RECOGNISER_FILES}/lib/libonnxruntime.so.1
   ${CMAKE_BINARY_DIR}/lib/libonnxruntime.so.1 SYMBOLIC)

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/completion.h"
 #include "cli/man_page.h"
 #include "platform/text/text.h"
 
@@ -231,8 +232,9 @@ int run(int argc, char** argv) {
   Chosen chosen = desktop;
   CLI::App app("", "kestrin");
   describe(app, chosen);
-  bool manPage = false;
+  bool manPage = false, completion = false;
   app.add_flag("--help-man", manPage, "Prints the manual page")->group("");
+  app.add_flag("--help-completion", completion, "Prints the completion for bash")->group("");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& outcome) {
@@ -240,6 +242,10 @@ int run(int argc, char** argv) {
   }
   if (manPage) {
     std::cout << manPageOf(app, version);
+    return done;
+  }
+  if (completion) {
+    std::cout << bashCompletionOf(app);
     return done;
   }
   return chosen();

@@ -81,6 +81,10 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   EXPECT_EQ(terminal.run({"--version"}).standardOutput.rfind("kestrin ", 0), 0u);
   const auto page = LinuxFiles().read(std::string(KESTRIN_SOURCE_DIR) + "/packaging/man/kestrin.1");
   EXPECT_EQ(terminal.run({"--help-man"}).standardOutput, page.value_or("")) << "run scripts/man";
+  const auto completion =
+      LinuxFiles().read(std::string(KESTRIN_SOURCE_DIR) + "/packaging/completions/kestrin");
+  EXPECT_EQ(terminal.run({"--help-completion"}).standardOutput, completion.value_or(""))
+      << "run scripts/man";
 }
 
 TEST(Cli, ATornOrEmptyRecordingIsAClearError) {

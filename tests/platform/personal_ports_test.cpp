@@ -121,7 +121,7 @@ TEST(LinuxPlace, TheLocationServiceIsAskedUnderOurNameAndItsPlacePutIntoWords) {
   LocationPeer peer(world.bus, 48.80, 2.30, "");
   EXPECT_EQ(world.service.current(30s).value(),
             (Place{"Paris", "", "France", "America/Argentina/Buenos_Aires"}));
-  EXPECT_EQ(peer.desktopId, "kestrin");
+  EXPECT_EQ(peer.desktopId, "com.kestrin.Kestrin");
 }
 
 TEST(LinuxPlace, ADescriptionSaysMoreThanTheNearestCity) {

@@ -141,7 +141,7 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
     actions.push_back(label);
   }
   std::map<std::string, sdbus::Variant> hints{
-      {"desktop-entry", sdbus::Variant(std::string("kestrin"))}};
+      {"desktop-entry", sdbus::Variant(std::string("com.kestrin.Kestrin"))}};
   if (!notification.category.empty())
     hints.emplace("category", sdbus::Variant(notification.category));
   if (notification.sound) {
@@ -151,7 +151,7 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   }
   handlers_->showing();
   auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
-                                 std::string("kestrin"), notification.title, body, actions, hints,
+                                 std::string("com.kestrin.Kestrin"), notification.title, body, actions, hints,
                                  int32_t{-1});
   handlers_->shown(id ? std::optional(*id) : std::nullopt, std::move(onAction));
   if (!id) return fail("UserNotifications", id.error().code, id.error().description);

@@ -36,7 +36,7 @@ Status XdgLoginItem::setEnabled(bool enabled) {
                             "Comment=Hold a key, speak, and the text arrives where you write\n"
                             "Exec=" +
                                 execArgument(program_) +
-                                "\nIcon=audio-input-microphone\nTerminal=false\n"
+                                "\nIcon=com.kestrin.Kestrin\nTerminal=false\n"
                                 "StartupNotify=false\nX-GNOME-Autostart-enabled=true\n");
 }
 
