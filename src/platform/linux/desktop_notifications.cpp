@@ -151,8 +151,8 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   }
   handlers_->showing();
   auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
-                                 std::string("com.kestrin.Kestrin"), notification.title, body, actions, hints,
-                                 int32_t{-1});
+                                 std::string("com.kestrin.Kestrin"), notification.title, body,
+                                 actions, hints, int32_t{-1});
   handlers_->shown(id ? std::optional(*id) : std::nullopt, std::move(onAction));
   if (!id) return fail("UserNotifications", id.error().code, id.error().description);
   return *id;
