@@ -36,7 +36,12 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       behavioralProfile(p.dispatch, p.settings),
       cache(p.files, logger),
       stats(p.http, logger, cache, e),
-      research(p.dispatch, p.http, logger, deviceId, auth, e),
+      research(p.dispatch, p.http, logger, deviceId, auth, e,
+               [this](Json& body) {
+                 setModelFields(body, platform.settings, geminiKey);
+                 const auto search = platform.settings.string("pref_searchEndpoint");
+                 if (!search.empty()) body.set("search_url", search);
+               }),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player, auth, behavioralProfile))) {}

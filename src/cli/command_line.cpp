@@ -120,7 +120,7 @@ void addResearch(CLI::App& app, Chosen& chosen) {
   auto json = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
       "research",
-      "Searches, reads and sums up; the steps go to standard error, then the answer (Markdown) and "
+      "Searches, reads and sums up; the steps go to standard error, then the answer and "
       "its sources are printed");
   command->add_option("QUESTION", *words, "What to find out")->required();
   command->add_flag("--json", *json, "One JSON object a line: step, result and error events");

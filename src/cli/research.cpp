@@ -5,6 +5,7 @@
 #include "cli/commands.h"
 #include "cli/printable.h"
 #include "platform/linux/linux_platform.h"
+#include "platform/text/markdown.h"
 #include "platform/text/text.h"
 #include "research/research_run.h"
 
@@ -61,7 +62,7 @@ class Question {
       printLine(
           Json::object({{"event", "result"}, {"summary", summary}, {"sources", std::move(list)}}));
     } else {
-      std::cout << printable(summary) << "\n";
+      std::cout << printable(markdown::plainText(markdown::parse(summary))) << "\n";
       if (!sources.empty()) std::cout << "\nSources:\n";
       for (size_t i = 0; i < sources.size(); ++i) {
         std::cout << i + 1 << ". " << printable(sources[i].title) << "\n   "

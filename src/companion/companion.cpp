@@ -3,7 +3,9 @@
 #include "companion/agent/agent_service.h"
 #include "companion/backend/live_session_routes.h"
 #include "companion/backend/memory_routes.h"
+#include "companion/backend/research_routes.h"
 #include "companion/recogniser/service.h"
+#include "platform/linux/curl_http.h"
 
 namespace kestrin {
 
@@ -57,7 +59,15 @@ Result<std::vector<Companion::Listening>> Companion::start(
   }
   if (options.agentPort) {
     agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
-    agent::addRoutes(addServer(options, "agent", *options.agentPort, mostJsonBytes), *agent_);
+    server::Server& server = addServer(options, "agent", *options.agentPort, mostJsonBytes);
+    agent::addRoutes(server, *agent_);
+    webHttp_ = makeCurlHttp(dispatch_);
+    research_ = std::make_unique<research::ResearchService>(
+        dispatch_, http_, *webHttp_, model_, random_,
+        research::ResearchService::Options{options.searchUrl, options.hostedModelUrl,
+                                           options.admitsPageAddress},
+        log_);
+    research_->addRoutes(server);
   }
   if (options.backendPort) {
     server::Server& server = addServer(options, "backend", *options.backendPort, mostBackendBytes);
@@ -69,6 +79,11 @@ Result<std::vector<Companion::Listening>> Companion::start(
           std::make_unique<assist::ModelFeedback>(dispatch_, model_, options.hostedModelUrl, log_);
       backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random_);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
+      backend::addResearchRoutes(server, *backend_, dispatch_.clock());
+      if (research_) {
+        research_->useRecords(backend::recordSearch(*backend_),
+                              backend::keepResearch(*backend_, dispatch_.clock(), log_));
+      }
     } else {
       // Dictation works without its history.
       log_("The backend keeps nothing: " + options.storePath + ": " + store.error().description);

@@ -12,6 +12,8 @@
 #include "companion/backend/backend_service.h"
 #include "companion/http/server.h"
 #include "companion/recogniser/transcriber.h"
+#include "companion/research/public_address.h"
+#include "companion/research/research_service.h"
 #include "platform/linux/linux_files.h"
 
 namespace kestrin {
@@ -28,6 +30,9 @@ struct CompanionOptions {
   std::string version;                  ///< the installed one
   std::optional<std::string> modelUrl;  ///< of a local language model
   std::string hostedModelUrl;           ///< of the hosted one
+  std::string searchUrl;                ///< of a search service, where a request names none
+  /// Which addresses research may fetch pages from.
+  std::function<bool(std::string_view)> admitsPageAddress = research::isPublicAddress;
 };
 
 /// The local services in one process. Stops them when it is destroyed.
@@ -61,6 +66,9 @@ class Companion {
   LinuxRandom random_;
   std::unique_ptr<assist::ModelFeedback> feedback_;
   std::unique_ptr<backend::BackendService> backend_;
+  /// Pages come over connections that nothing else uses.
+  std::unique_ptr<Http> webHttp_;
+  std::unique_ptr<research::ResearchService> research_;
   // Last, so that they stop before what they serve is taken down.
   struct Running {
     std::string name;

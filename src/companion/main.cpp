@@ -101,6 +101,9 @@ void describe(CLI::App& app, CommandLine& line) {
       ->envname("KESTRIN_COMPANION_LLM_URL");
   app.add_option("--hosted-llm-url", line.companion.hostedModelUrl, "address of the hosted model")
       ->envname("KESTRIN_HOSTED_LLM_URL");
+  app.add_option("--search-url", line.companion.searchUrl,
+                 "a search service with the interface of SearXNG, for research")
+      ->envname("KESTRIN_SEARCH_URL");
   app.set_version_flag("--version", "kestrin-companion " KESTRIN_VERSION);
 }
 

@@ -45,6 +45,10 @@ struct HttpSessionConfiguration {
   int maximumConnectionsPerHost = 6;
   /// A body larger than this fails `data` requests instead of filling memory.
   size_t maximumBodyBytes = 256u << 20;
+  /// Asked with each numeric address before a connection is made to it, redirects included, on the
+  /// network's thread; a refused one cannot be connected to. Such a session uses no proxy. Sessions
+  /// of one Http share their connections: give it an Http of its own.
+  std::function<bool(std::string_view address)> admitsAddress;
 };
 
 /// A running request. Dropping the handle does not cancel it.

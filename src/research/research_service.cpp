@@ -72,13 +72,15 @@ ResearchJobStatus readJobStatus(const Result<HttpResponse>& response) {
 
 ResearchService::ResearchService(Dispatch& dispatch, Http& http, Logger& logger,
                                  DeviceIdManager& deviceId, const FirebaseAuthService& auth,
-                                 const Endpoints& endpoints)
+                                 const Endpoints& endpoints,
+                                 std::function<void(Json&)> addServices)
     : dispatch_(dispatch),
       http_(http),
       logger_(logger),
       deviceId_(deviceId),
       auth_(auth),
       endpoints_(endpoints),
+      addServices_(std::move(addServices)),
       session_(http.makeSession({.maximumBodyBytes = largestAnswer})) {}
 
 bool ResearchService::isConfigured() const { return isHttpUrl(endpoints_.agent); }
@@ -109,12 +111,12 @@ std::shared_ptr<ResearchStream> ResearchService::stream(
               weak = std::weak_ptr(stream)](const std::string& userId) {
     const auto wanted = weak.lock();
     if (!wanted) return;
-    HttpRequest request = jsonPost(endpoints_.agent + "/research/stream",
-                                   Json::object({{"query", query},
-                                                 {"context", context},
-                                                 {"user_id", userId},
-                                                 {"max_sources", streamSources}})
-                                       .dump());
+    Json body = Json::object({{"query", query},
+                              {"context", context},
+                              {"user_id", userId},
+                              {"max_sources", streamSources}});
+    if (addServices_) addServices_(body);
+    HttpRequest request = jsonPost(endpoints_.agent + "/research/stream", body.dump());
     request.setHeader("Accept", "text/event-stream");
     request.timeout = streamRequestTimeout;
     wanted->start(std::move(request), delegate, logger_);
@@ -165,10 +167,10 @@ void ResearchService::deleteSession(const std::string& id,
 void ResearchService::startJob(const std::string& query,
                                std::function<void(const Result<std::string>&)> completion) {
   withUserId([this, query, done = onMain(std::move(completion))](const std::string& userId) {
-    HttpRequest request = jsonPost(
-        endpoints_.agent + "/research/start",
-        Json::object({{"query", query}, {"user_id", userId}, {"max_sources", backgroundSources}})
-            .dump());
+    Json body =
+        Json::object({{"query", query}, {"user_id", userId}, {"max_sources", backgroundSources}});
+    if (addServices_) addServices_(body);
+    HttpRequest request = jsonPost(endpoints_.agent + "/research/start", body.dump());
     request.timeout = jobTimeout;
     session_->data(std::move(request), [done](const Result<HttpResponse>& response) {
       if (!response) return done(fail(response.error()));

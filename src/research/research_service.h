@@ -37,8 +37,11 @@ class ResearchService {
   static constexpr std::chrono::seconds streamResourceTimeout{300};
   static constexpr std::chrono::seconds jobTimeout{15};
 
+  /// `addServices` (may be empty) adds to a question which model and which search service the user
+  /// has chosen; it is called off the main queue.
   ResearchService(Dispatch& dispatch, Http& http, Logger& logger, DeviceIdManager& deviceId,
-                  const FirebaseAuthService& auth, const Endpoints& endpoints);
+                  const FirebaseAuthService& auth, const Endpoints& endpoints,
+                  std::function<void(Json&)> addServices = {});
 
   /// Whether the agent has an address that can be asked.
   bool isConfigured() const;
@@ -71,6 +74,7 @@ class ResearchService {
   DeviceIdManager& deviceId_;
   const FirebaseAuthService& auth_;
   const Endpoints endpoints_;
+  const std::function<void(Json&)> addServices_;
   std::shared_ptr<HttpSession> session_;
 };
 

@@ -96,6 +96,8 @@ std::vector<Preference> accountPreferences() {
      .fallback = "", .placeholder = "AI...", .effect = "the hosted language model; kept in the secret store"},
     {.key = "pref_llmEndpoint", .control = textField, .label = "Custom LLM Endpoint", .page = integrations, .section = "API Configuration",
      .fallback = nullptr, .placeholder = "http://127.0.0.1:8765", .effect = "sent with agent requests"},
+    {.key = "pref_searchEndpoint", .control = textField, .label = "Search Service", .page = integrations, .section = "API Configuration",
+     .fallback = "", .placeholder = "http://127.0.0.1:8888", .effect = "a SearXNG-compatible service that research searches with"},
     {.key = "pref_syncPrefs", .control = toggle, .label = "Sync preferences across devices", .page = integrations, .section = "Sync",
      .fallback = true},
     {.key = "pref_syncHistory", .control = toggle, .label = "Sync history", .page = integrations, .section = "Sync",

@@ -235,7 +235,7 @@ TEST(Cli, AResearchTellsItsStepsThenPrintsTheAnswerAndItsSources) {
   });
   const auto text = terminal.run({"research", "is", "it?"}, {}, server.url(""));
   EXPECT_EQ(text.exitCode, 0) << text.standardError;
-  EXPECT_EQ(text.standardOutput, "It **is**.\n\nSources:\n1. T\n   https://t\n");
+  EXPECT_EQ(text.standardOutput, "It is.\n\nSources:\n1. T\n   https://t\n");
   EXPECT_TRUE(text::contains(text.standardError, "🔎 A[2Jpage — https://a\n")) << text.standardError;
   EXPECT_TRUE(asked.has(R"("query":"is it?","context":"","user_id":"device_)"));
   EXPECT_TRUE(asked.has("POST /research/save")) << "the page's history has it too";

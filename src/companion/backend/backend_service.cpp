@@ -157,6 +157,10 @@ BackendService::~BackendService() {
   queue_->sync([] {});
 }
 
+void BackendService::withStore(std::function<void(Store&)> work) {
+  queue_->post([store = store_, work = std::move(work)] { work(*store); });
+}
+
 void BackendService::addStoreRoute(server::Server& server, const char* method, const char* path,
                                    Work work) {
   server.route(

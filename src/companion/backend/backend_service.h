@@ -24,6 +24,8 @@ class BackendService {
   void addRoutes(server::Server& server);
 
   using Work = std::function<void(Store&, const server::Request&, const server::Responder&)>;
+  /// Runs `work` with the store, on the store's queue. From any thread.
+  void withStore(std::function<void(Store&)> work);
   /// A route whose work runs with the store, on the store's queue.
   void addStoreRoute(server::Server& server, const char* method, const char* path, Work work);
 

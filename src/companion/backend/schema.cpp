@@ -38,6 +38,12 @@ constexpr const char* steps[] = {
     text TEXT NOT NULL, speaker INTEGER NOT NULL, metadata TEXT NOT NULL);
   CREATE INDEX IF NOT EXISTS live_line_by_session ON live_line(session_id);
 )",
+    R"(
+  CREATE TABLE IF NOT EXISTS research(
+    id TEXT PRIMARY KEY, user_id TEXT NOT NULL, created INTEGER NOT NULL, query TEXT NOT NULL,
+    summary TEXT NOT NULL, sources TEXT NOT NULL);
+  CREATE INDEX IF NOT EXISTS research_by_user ON research(user_id, created);
+)",
 };
 
 }  // namespace

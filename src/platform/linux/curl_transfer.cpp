@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <netdb.h>
+#include <sys/socket.h>
 
 namespace kestrin {
 namespace {
@@ -76,6 +78,11 @@ bool CurlTransfer::open(const std::string& noProxy, std::function<void(CurlTrans
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   set(CURLOPT_NOPROXY, noProxy.c_str());
+  if (session->configuration.admitsAddress) {
+    set(CURLOPT_NOPROXY, "*");
+    set(CURLOPT_OPENSOCKETFUNCTION, &CurlTransfer::onOpenSocket);
+    set(CURLOPT_OPENSOCKETDATA, session.get());
+  }
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_QUICK_EXIT, 1L);  // a cancelled look-up of a name must not hold up the thread
   set(CURLOPT_HTTPHEADER, headers_);
@@ -124,6 +131,17 @@ void CurlTransfer::resume(Time now) {
 void CurlTransfer::touch() {
   lastProgress_ = std::chrono::steady_clock::now();
   if (!std::exchange(pending_, true)) touched_(this);
+}
+
+/// A name may lead to another address each time it is looked up; this is the one that is connected
+/// to.
+curl_socket_t CurlTransfer::onOpenSocket(void* session, curlsocktype, curl_sockaddr* address) {
+  char numeric[NI_MAXHOST] = {};
+  const int failed = getnameinfo(&address->addr, socklen_t(address->addrlen), numeric,
+                                 sizeof numeric, nullptr, 0, NI_NUMERICHOST);
+  const auto& admits = static_cast<const CurlSession*>(session)->configuration.admitsAddress;
+  if (failed != 0 || !admits(numeric)) return CURL_SOCKET_BAD;
+  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 size_t CurlTransfer::onHeader(char* data, size_t size, size_t count, void* self) {

@@ -66,6 +66,7 @@ class CurlTransfer {
   std::shared_ptr<std::atomic<size_t>> unread() const { return unread_; }
 
  private:
+  static curl_socket_t onOpenSocket(void* session, curlsocktype purpose, curl_sockaddr* address);
   static size_t onHeader(char* data, size_t size, size_t count, void* self);
   static size_t onBody(char* data, size_t size, size_t count, void* self);
   static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent);

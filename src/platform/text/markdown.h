@@ -55,4 +55,8 @@ constexpr size_t maxBlocks = 20'000;
 /// replaced.
 std::vector<Block> parse(std::string_view markdown);
 
+/// As it reads without type faces, for a terminal: list items with their marks, tables with bars
+/// between the cells, an address behind the words that link to it.
+std::string plainText(const std::vector<Block>& blocks);
+
 }  // namespace kestrin::markdown

@@ -69,6 +69,15 @@ size_t depth(const std::vector<Block>& blocks) {
   return deepest;
 }
 
+TEST(Markdown, ReadsPlainlyInATerminal) {
+  EXPECT_EQ(markdown::plainText(markdown::parse(
+                "# Lake\n\nIt is **deep** \\[1\\], see [the map](https://m.example) or "
+                "https://a.example.\n\n- one\n- two\n  1. inner\n\n> said\n\n```\na  b\n```\n\n"
+                "|h|i|\n|---|---|\n|1|2|\n")),
+            "Lake\n\nIt is deep [1], see the map (https://m.example) or https://a.example.\n\n"
+            "- one\n- two\n  1. inner\n\n> said\n\n    a  b\n\nh | i\n1 | 2");
+}
+
 TEST(Markdown, HostileTextsStayBounded) {
   for (const size_t quotes : {30u, 10'000u, 100'000u}) {
     const auto nested = markdown::parse(std::string(quotes, '>') + " deep");
