@@ -72,8 +72,7 @@ ResearchJobStatus readJobStatus(const Result<HttpResponse>& response) {
 
 ResearchService::ResearchService(Dispatch& dispatch, Http& http, Logger& logger,
                                  DeviceIdManager& deviceId, const FirebaseAuthService& auth,
-                                 const Endpoints& endpoints,
-                                 std::function<void(Json&)> addServices)
+                                 const Endpoints& endpoints, std::function<void(Json&)> addServices)
     : dispatch_(dispatch),
       http_(http),
       logger_(logger),
