@@ -42,6 +42,9 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
                  const auto search = platform.settings.string("pref_searchEndpoint");
                  if (!search.empty()) body.set("search_url", search);
                }),
+      notes({p.dispatch, p.http, p.settings, logger, asr, agent, cache, deviceId, geminiKey,
+             preferences},
+            e),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player, auth, behavioralProfile))) {}

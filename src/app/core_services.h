@@ -14,6 +14,7 @@
 #include "identity/machine_identity.h"
 #include "liveassist/behavioral_profile_manager.h"
 #include "notes/local_cache.h"
+#include "notes/notes_service.h"
 #include "notes/stats_service.h"
 #include "platform/platform.h"
 #include "research/research_service.h"
@@ -53,6 +54,7 @@ struct CoreServices {
   LocalCache cache;
   StatsService stats;
   ResearchService research;
+  NotesService notes;
   std::shared_ptr<TranscriptionService> transcription;
 };
 

@@ -57,4 +57,18 @@ LiveAssist& Pages::liveAssist() {
   return *liveAssist_;
 }
 
+NotesView& Pages::notes() {
+  if (!notes_) {
+    Platform& platform = core_.platform;
+    notes_ = std::make_unique<NotesView>(
+        NotesView::Services{platform.dispatch, core_.logger, core_.notes, [this] {
+                              Platform& p = core_.platform;
+                              return std::make_unique<AudioRecorder>(p.dispatch, p.audio, p.files,
+                                                                     p.settings, core_.logger);
+                            }});
+    notes_->load();
+  }
+  return *notes_;
+}
+
 }  // namespace kestrin

@@ -6,6 +6,7 @@
 #include "diagnostics/logs_view.h"
 #include "identity/login_window_controller.h"
 #include "liveassist/live_assist.h"
+#include "notes/notes_view.h"
 #include "usermodel/preferences/modes_view.h"
 #include "usermodel/preferences/preferences_view.h"
 
@@ -23,6 +24,7 @@ class Pages {
   LogsView& logs();
   LoginWindowController& login();
   LiveAssist& liveAssist();
+  NotesView& notes();
 
  private:
   CoreServices& core_;
@@ -32,6 +34,7 @@ class Pages {
   std::unique_ptr<LogsView> logs_;
   std::unique_ptr<LoginWindowController> login_;
   std::unique_ptr<LiveAssist> liveAssist_;
+  std::unique_ptr<NotesView> notes_;
 };
 
 }  // namespace kestrin

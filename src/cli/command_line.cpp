@@ -129,6 +129,17 @@ void addResearch(CLI::App& app, Chosen& chosen) {
   });
 }
 
+void addNote(CLI::App& app, Chosen& chosen) {
+  auto options = std::make_shared<NoteOptions>();
+  auto* command =
+      app.add_subcommand("note", "A voice note from a recording, printed as it is stored");
+  command->add_option("--wav", options->wav, "The recording, a WAV file; - reads standard input")
+      ->required()
+      ->type_name("FILE");
+  command->add_flag("--json", options->json, "One JSON object a line: a note or an error event");
+  command->callback([&chosen, options] { chosen = [options] { return note(*options); }; });
+}
+
 void addLive(CLI::App& app, Chosen& chosen) {
   auto options = std::make_shared<LiveOptions>();
   auto* command = app.add_subcommand(
@@ -219,6 +230,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addHistory(app, chosen);
   addSettings(app, chosen);
   addResearch(app, chosen);
+  addNote(app, chosen);
   addLive(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);

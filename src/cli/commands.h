@@ -48,6 +48,13 @@ struct ResearchOptions {
 /// Steps on standard error as they come, then the answer and its sources.
 int research(const ResearchOptions& options);
 
+struct NoteOptions {
+  std::string wav;  ///< a path, or "-" for standard input
+  bool json = false;
+};
+/// A voice note from a recording, printed as it is stored.
+int note(const NoteOptions& options);
+
 struct LiveOptions {
   std::string microphone;  ///< path of the user's side; both empty: what is heard now
   std::string system;      ///< path of the other side

@@ -1,12 +1,10 @@
-#include <array>
 #include <functional>
 #include <iostream>
-#include <unistd.h>
 
 #include "app/core_services.h"
 #include "app/status_line.h"
 #include "cli/commands.h"
-#include "platform/audio/wav.h"
+#include "cli/recording.h"
 #include "platform/linux/linux_platform.h"
 
 namespace kestrin::cli {
@@ -66,23 +64,6 @@ class Printer {
   bool json_;
   bool streamed_ = false;
 };
-
-Result<Bytes> readStandardInput() {
-  Bytes all;
-  std::array<char, 65536> block{};
-  for (;;) {
-    const ssize_t count = ::read(STDIN_FILENO, block.data(), block.size());
-    if (count == 0) return all;
-    if (count < 0) return fail("Files", errno, "Standard input cannot be read");
-    all.append(block.data(), static_cast<size_t>(count));
-  }
-}
-
-Result<Bytes> readRecording(Files& files, const std::string& wav) {
-  const auto bytes = wav == "-" ? readStandardInput() : files.read(wav);
-  if (!bytes) return fail(bytes.error());
-  return wav::readPcm16(*bytes);
-}
 
 /// One dictation on the main loop; returns the exit status.
 int runDictation(LinuxPlatform& backends, const DictateOptions& options, Bytes pcm,

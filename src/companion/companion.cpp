@@ -3,6 +3,7 @@
 #include "companion/agent/agent_service.h"
 #include "companion/backend/live_session_routes.h"
 #include "companion/backend/memory_routes.h"
+#include "companion/backend/note_routes.h"
 #include "companion/backend/research_routes.h"
 #include "companion/recogniser/service.h"
 #include "platform/linux/curl_http.h"
@@ -79,6 +80,7 @@ Result<std::vector<Companion::Listening>> Companion::start(
           std::make_unique<assist::ModelFeedback>(dispatch_, model_, options.hostedModelUrl, log_);
       backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random_);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
+      backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random_);
       backend::addResearchRoutes(server, *backend_, dispatch_.clock());
       if (research_) {
         research_->useRecords(backend::recordSearch(*backend_),

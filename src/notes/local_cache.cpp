@@ -1,10 +1,13 @@
 #include "notes/local_cache.h"
 
+#include <algorithm>
+
 namespace kestrin {
 namespace {
 
 constexpr const char* folder = "/Kestrin/Cache/";
 constexpr const char* historyFile = "history.json";
+constexpr const char* notesFile = "notes.json";
 
 }  // namespace
 
@@ -37,6 +40,34 @@ std::optional<Json::Array> LocalCache::history() {
 bool LocalCache::removeHistory() {
   const auto target = path(historyFile);
   return !target || !files_.exists(*target) || files_.remove(*target).has_value();
+}
+
+void LocalCache::saveNotes(const std::vector<VoiceNote>& notes) {
+  Json list = Json::array();
+  for (const VoiceNote& note : notes) list.push(note.toJson());
+  save(notesFile, "notes", list.dump());
+}
+
+std::optional<std::vector<VoiceNote>> LocalCache::notes() {
+  const auto source = path(notesFile);
+  const auto bytes = source ? files_.read(*source) : fail("LocalCache", 1, "No data folder");
+  const auto list = bytes ? Json::parse(*bytes) : fail(bytes.error());
+  if (!list || !list->isArray()) return std::nullopt;
+  std::vector<VoiceNote> notes;
+  for (const Json& each : list->items()) {
+    if (auto note = VoiceNote::fromJson(each)) notes.push_back(std::move(*note));
+  }
+  return notes;
+}
+
+void LocalCache::replaceNote(const VoiceNote& note) {
+  auto kept = notes();
+  if (!kept) return;
+  const auto found = std::find_if(kept->begin(), kept->end(),
+                                  [&](const VoiceNote& each) { return each.id == note.id; });
+  if (found == kept->end()) return;
+  *found = note;
+  saveNotes(*kept);
 }
 
 std::optional<Json::Array> LocalCache::historyIn(std::string_view bytes) {

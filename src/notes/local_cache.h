@@ -3,8 +3,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "diagnostics/logger.h"
+#include "notes/voice_note.h"
 #include "platform/files.h"
 #include "platform/json/json.h"
 
@@ -24,6 +26,12 @@ class LocalCache {
   std::optional<Json::Array> history();
   /// True when nothing is left.
   bool removeHistory();
+
+  /// The voice notes of the last good answer.
+  void saveNotes(const std::vector<VoiceNote>& notes);
+  std::optional<std::vector<VoiceNote>> notes();
+  /// Puts `note` in the place of the one with its id, if there is one.
+  void replaceNote(const VoiceNote& note);
 
   /// The history list of an answer: the objects under `history`, or nothing when that is no list.
   static std::optional<Json::Array> historyIn(std::string_view bytes);

@@ -10,6 +10,7 @@
 #include "shell/pages/live_assist_page.h"
 #include "shell/pages/logs_page.h"
 #include "shell/pages/modes_page.h"
+#include "shell/pages/notes_page.h"
 #include "shell/pages/research_page.h"
 #include "shell/pages/settings_page.h"
 
@@ -52,6 +53,11 @@ MainWindow::MainWindow(Application& application)
        [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
       {MainWindowController::researchTab, Glyph::research, false,
        [&window] { return new ResearchPage(window.research()); }},
+      {"Notes", Glyph::notes, false,
+       [&pages, &window] {
+         return new NotesPage(
+             pages.notes(), [&window](const std::string& url) { window.research().openURL(url); });
+       }},
       {"History", Glyph::history, false,
        [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); }},
       {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},

@@ -17,6 +17,8 @@ constexpr Kind kinds[] = {
     {"Research of ",
      "SELECT query || char(10) || summary, created FROM research WHERE user_id = ? "
      "ORDER BY created DESC LIMIT 500"},
+    {"Note of ",
+     "SELECT content, created FROM note WHERE user_id = ? ORDER BY created DESC LIMIT 1000"},
     {"Dictation of ",
      "SELECT processed_text, at FROM dictation WHERE user_id = ? ORDER BY at DESC LIMIT 3000"},
     {"Conversation of ",

@@ -44,6 +44,12 @@ constexpr const char* steps[] = {
     summary TEXT NOT NULL, sources TEXT NOT NULL);
   CREATE INDEX IF NOT EXISTS research_by_user ON research(user_id, created);
 )",
+    R"(
+  CREATE TABLE IF NOT EXISTS note(
+    id TEXT PRIMARY KEY, user_id TEXT NOT NULL, created INTEGER NOT NULL,
+    updated INTEGER NOT NULL DEFAULT 0, content TEXT NOT NULL, transcript TEXT NOT NULL DEFAULT '');
+  CREATE INDEX IF NOT EXISTS note_by_user ON note(user_id, created);
+)",
 };
 
 }  // namespace

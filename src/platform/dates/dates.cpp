@@ -3,6 +3,7 @@
 #include <cctype>
 #include <memory>
 #include <unicode/calendar.h>
+#include <unicode/reldatefmt.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
@@ -89,6 +90,29 @@ std::optional<Date> parseIso8601(std::string_view text) {
     if (auto date = parse(plain, pattern, "UTC")) return *date + fraction;
   }
   return std::nullopt;
+}
+
+std::string relative(Date date, Date now) {
+  using namespace std::chrono;
+  constexpr std::pair<seconds, UDateRelativeUnit> units[] = {
+      {days(365), UDAT_RELATIVE_YEARS},   {days(30), UDAT_RELATIVE_MONTHS},
+      {days(7), UDAT_RELATIVE_WEEKS},     {days(1), UDAT_RELATIVE_DAYS},
+      {hours(1), UDAT_RELATIVE_HOURS},    {minutes(1), UDAT_RELATIVE_MINUTES},
+      {seconds(1), UDAT_RELATIVE_SECONDS}};
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::RelativeDateTimeFormatter formatter(icu::Locale::getUS(), status);
+  icu::UnicodeString text;
+  const auto distance = duration_cast<seconds>(date < now ? now - date : date - now);
+  for (const auto& [length, unit] : units) {
+    if (distance < length) continue;
+    formatter.format(double(distance / length),
+                     date < now ? UDAT_DIRECTION_LAST : UDAT_DIRECTION_NEXT, unit, text, status);
+    break;
+  }
+  if (text.isEmpty()) formatter.format(UDAT_DIRECTION_PLAIN, UDAT_ABSOLUTE_NOW, text, status);
+  std::string out;
+  text.toUTF8String(out);
+  return out;
 }
 
 std::string dayBefore(std::string_view day) {

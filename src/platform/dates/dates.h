@@ -25,6 +25,9 @@ std::string iso8601(Date date, bool fractional = false);
 /// UTC.
 std::optional<Date> parseIso8601(std::string_view text);
 
+/// "5 minutes ago", "in 2 days", "now" for less than a second; in the largest unit that fits whole.
+std::string relative(Date date, Date now);
+
 /// The calendar day before a day written "yyyy-MM-dd"; empty when it is none.
 std::string dayBefore(std::string_view day);
 
