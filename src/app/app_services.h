@@ -40,6 +40,8 @@ struct DictationServices {
   std::function<std::optional<std::string>()> authToken;
   /// Makes the next reader of the voice profile fetch it afresh. May be empty.
   std::function<void()> forgetVoiceProfile;
+  /// Gets the mode of each finished request, for the statistics. May be empty.
+  std::function<void(const std::string& mode)> countRequest;
 
   /// "Ready — Hold fn 🌐 to record".
   std::string readyText() const { return nameHoldKey("Ready — Hold fn 🌐 to record", holdKeyName); }

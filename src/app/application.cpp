@@ -123,7 +123,12 @@ DictationServices Application::dictationServices() {
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
           .authToken = [this] { return core_.authToken(); },
-          .forgetVoiceProfile = {}};
+          .forgetVoiceProfile = {},
+          .countRequest =
+              [this](const std::string& mode) {
+                platform_.settings.countUp("totalVoiceCommands");
+                platform_.settings.countUp("modeUsage_" + mode);
+              }};
 }
 
 void Application::start() {

@@ -41,6 +41,7 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
                  setModelFields(body, platform.settings, geminiKey);
                  const auto search = platform.settings.string("pref_searchEndpoint");
                  if (!search.empty()) body.set("search_url", search);
+                 platform.settings.countUp("totalResearchSessions");
                }),
       notes({p.dispatch, p.http, p.settings, logger, asr, agent, cache, deviceId, geminiKey,
              preferences},

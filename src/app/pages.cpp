@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/live_assist_sources.h"
+#include "app/terminal_services.h"
 
 namespace kestrin {
 
@@ -69,6 +70,11 @@ NotesView& Pages::notes() {
     notes_->load();
   }
   return *notes_;
+}
+
+TerminalView& Pages::terminal() {
+  if (!terminal_) terminal_ = std::make_unique<TerminalView>(terminalServices(core_));
+  return *terminal_;
 }
 
 }  // namespace kestrin

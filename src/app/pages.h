@@ -4,6 +4,7 @@
 
 #include "app/core_services.h"
 #include "diagnostics/logs_view.h"
+#include "diagnostics/terminal/terminal_view.h"
 #include "identity/login_window_controller.h"
 #include "liveassist/live_assist.h"
 #include "notes/notes_view.h"
@@ -25,6 +26,7 @@ class Pages {
   LoginWindowController& login();
   LiveAssist& liveAssist();
   NotesView& notes();
+  TerminalView& terminal();
 
  private:
   CoreServices& core_;
@@ -35,6 +37,7 @@ class Pages {
   std::unique_ptr<LoginWindowController> login_;
   std::unique_ptr<LiveAssist> liveAssist_;
   std::unique_ptr<NotesView> notes_;
+  std::unique_ptr<TerminalView> terminal_;
 };
 
 }  // namespace kestrin

@@ -32,6 +32,7 @@ void ResultHandler::handle(const Finished& finished) {
     handlePlainText(finished, result, nothingStreamed);
   }
 
+  if (services_.countRequest) services_.countRequest(result.mode);
   if (services_.forgetVoiceProfile) services_.forgetVoiceProfile();
   const bool hasMessage = finished.delivery && !finished.delivery->message.empty();
   showReadyAfter(hasMessage ? Duration(deliveryMessageShown) : Duration(resultShown));

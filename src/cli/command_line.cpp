@@ -171,6 +171,19 @@ void addLive(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, options] { chosen = [options] { return live(*options); }; });
 }
 
+void addTerminal(CLI::App& app, Chosen& chosen) {
+  auto line = std::make_shared<std::string>();
+  auto* command = app.add_subcommand(
+      "terminal", "The diagnostic terminal: logs, history, services; \"help\" lists its commands");
+  auto* option = command->add_option("-c,--command", *line, "Runs one line and prints its output")
+                     ->type_name("LINE");
+  command->callback([&chosen, line, option] {
+    TerminalOptions options;
+    if (option->count() > 0) options.line = *line;
+    chosen = [options] { return terminal(options); };
+  });
+}
+
 void addSpeak(CLI::App& app, Chosen& chosen) {
   auto words = std::make_shared<std::vector<std::string>>();
   auto* command = app.add_subcommand(
@@ -202,6 +215,20 @@ void addServices(CLI::App& app, Chosen& chosen) {
   auto* status = services->add_subcommand("status", "Asks each of the four services");
   status->add_flag("--json", *json, "One JSON object");
   status->callback([&chosen, json] { chosen = [json] { return servicesStatus(*json); }; });
+
+  auto file = std::make_shared<std::string>();
+  auto yes = std::make_shared<bool>(false);
+  const auto withFile = [&](const char* name, const char* what, int (*run)(const std::string&)) {
+    auto* command = services->add_subcommand(name, what);
+    command->add_option("FILE", *file, "The copy")->required();
+    command->callback([&chosen, file, run] { chosen = [file, run] { return run(*file); }; });
+  };
+  withFile("export", "Writes a copy of the companion's data: history, notes, sessions, research",
+           servicesExport);
+  withFile("import", "Puts such a copy in the place of the companion's data", servicesImport);
+  auto* erase = services->add_subcommand("erase", "Removes the companion's data, after a question");
+  erase->add_flag("--yes", *yes, "Without the question");
+  erase->callback([&chosen, yes] { chosen = [yes] { return servicesErase(*yes); }; });
 }
 
 void addSetup(CLI::App& app, Chosen& chosen) {
@@ -232,6 +259,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addResearch(app, chosen);
   addNote(app, chosen);
   addLive(app, chosen);
+  addTerminal(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);
   addDoctor(app, chosen);

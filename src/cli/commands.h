@@ -48,6 +48,12 @@ struct ResearchOptions {
 /// Steps on standard error as they come, then the answer and its sources.
 int research(const ResearchOptions& options);
 
+struct TerminalOptions {
+  std::optional<std::string> line;  ///< one command; without it they are read from standard input
+};
+/// The diagnostic terminal.
+int terminal(const TerminalOptions& options);
+
 struct NoteOptions {
   std::string wav;  ///< a path, or "-" for standard input
   bool json = false;
@@ -65,6 +71,12 @@ struct LiveOptions {
 };
 /// A Live Assist session: its lines and its feedback as they come.
 int live(const LiveOptions& options);
+
+/// The companion's data: a copy to `file`, such a copy back, or all of it removed (after a question,
+/// unless `yes`).
+int servicesExport(const std::string& file);
+int servicesImport(const std::string& file);
+int servicesErase(bool yes);
 
 /// Starts the services that the setting `pref_serviceHost` chooses and waits until they answer.
 int servicesUp();

@@ -27,7 +27,7 @@ class LivePrinter {
   Json shown_;
 };
 
-/// A line on standard error.
+/// A line on standard error, with the name of the program.
 void tell(const std::string& line);
 
 }  // namespace kestrin::cli

@@ -11,6 +11,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "companion/backend/backup.h"
 #include "companion/companion.h"
 #include "platform/dispatch/threads.h"
 #include "platform/linux/curl_http.h"
@@ -27,6 +28,8 @@ struct CommandLine {
   std::string ports;
   std::string services = "asr,llm,agent,backend";
   int portOffset = 0;
+  std::string exportTo, importFrom;
+  bool erase = false;
   std::string model = "base";
   std::string modelUrl;
 };
@@ -104,6 +107,11 @@ void describe(CLI::App& app, CommandLine& line) {
   app.add_option("--search-url", line.companion.searchUrl,
                  "a search service with the interface of SearXNG, for research")
       ->envname("KESTRIN_SEARCH_URL");
+  app.add_option("--export", line.exportTo, "writes a copy of the backend's data and ends")
+      ->type_name("FILE");
+  app.add_option("--import", line.importFrom, "takes the data of such a copy and ends")
+      ->type_name("FILE");
+  app.add_flag("--erase", line.erase, "removes the backend's data and ends");
   app.set_version_flag("--version", "kestrin-companion " KESTRIN_VERSION);
 }
 
@@ -123,6 +131,23 @@ void runUntilSignal(MainLoop& loop, const sigset_t& signals) {
     if (watched[0].revents != 0) loop.drain();
   }
   close(signalFd);
+}
+
+/// What is asked of the data alone; nothing when the services are to run.
+std::optional<int> maintain(const CommandLine& line) {
+  const std::string& store = line.companion.storePath;
+  Status outcome;
+  if (!line.exportTo.empty()) {
+    outcome = backend::exportStore(store, line.exportTo);
+  } else if (!line.importFrom.empty()) {
+    outcome = backend::importStore(store, line.importFrom);
+  } else if (line.erase) {
+    outcome = backend::eraseStore(store);
+  } else {
+    return std::nullopt;
+  }
+  if (!outcome) print(std::cerr, "kestrin-companion: " + outcome.error().description);
+  return outcome ? 0 : 1;
 }
 
 int run(CommandLine& line) {
@@ -177,6 +202,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
+  if (const auto status = maintain(line)) return *status;
   if (const std::string problem = choosePorts(line); !problem.empty()) {
     std::cerr << "kestrin-companion: " << problem << "\n";
     return 2;

@@ -135,6 +135,7 @@ void NotesService::answered(const MakingRef& making, const Result<HttpResponse>&
     logger.print("❌ Failed to save note: " + response.error().description);
   } else if (note) {
     logger.print("✅ Note saved to Firebase: " + note->id);
+    services_.settings.countUp("totalNotes");
   } else {
     logger.print("❌ Backend error: " + note.error().description);
   }

@@ -8,6 +8,10 @@ std::string SettingsStore::string(std::string_view key, std::string_view fallbac
   return text ? *text : std::string(fallback);
 }
 
+void SettingsStore::countUp(std::string_view key) {
+  set(key, Json(get(key).value_or(Json()).asInt().value_or(0) + 1));
+}
+
 bool SettingsStore::boolean(std::string_view key, bool fallback) const {
   const auto value = get(key);
   return value ? value->asBool().value_or(fallback) : fallback;

@@ -34,6 +34,8 @@ class SettingsStore {
   virtual SubscriptionHandle observe(std::function<void(const std::string& key)> observer) = 0;
 
   std::string string(std::string_view key, std::string_view fallback = {}) const;
+  /// Adds one to a whole number; an absent one counts as 0.
+  void countUp(std::string_view key);
   bool boolean(std::string_view key, bool fallback = false) const;
   double number(std::string_view key, double fallback) const;
 };

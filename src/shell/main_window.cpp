@@ -13,6 +13,7 @@
 #include "shell/pages/notes_page.h"
 #include "shell/pages/research_page.h"
 #include "shell/pages/settings_page.h"
+#include "shell/pages/terminal_page.h"
 
 namespace kestrin {
 namespace {
@@ -63,6 +64,7 @@ MainWindow::MainWindow(Application& application)
       {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},
       {"Settings", Glyph::settings, false,
        [&pages] { return new SettingsPage(pages.preferences()); }},
+      {"Terminal", Glyph::terminal, true, [&pages] { return new TerminalPage(pages.terminal()); }},
       {"Logs", Glyph::logs, true, [&pages] { return new LogsPage(pages.logs()); }},
   };
   setWindowTitle("Kestrin");

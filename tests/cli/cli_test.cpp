@@ -72,9 +72,10 @@ TEST(Cli, HelpAndVersionAreStatusZeroAndTheManualSaysTheSame) {
   Terminal terminal;
   const auto help = terminal.run({"--help"});
   EXPECT_EQ(help.exitCode, 0);
-  for (const char* command : {"dictate", "press", "release", "toggle", "cancel", "show", "status",
-                              "quit", "retry", "elevate", "lower", "speak", "setup", "doctor",
-                              "settings", "services", "history", "research", "live"}) {
+  for (const char* command :
+       {"dictate",  "press",    "release", "toggle",   "cancel", "show",  "status",
+        "quit",     "retry",    "elevate", "lower",    "speak",  "setup", "doctor",
+        "settings", "services", "history", "research", "live",   "note",  "terminal"}) {
     EXPECT_NE(help.standardOutput.find(std::string("\n  ") + command + " "), std::string::npos);
     EXPECT_EQ(terminal.run({command, "--help"}).exitCode, 0);
   }
@@ -297,6 +298,19 @@ TEST(Cli, ASessionFromTwoRecordingsTellsLinesOfBothSidesAndFeedback) {
   const auto down = terminal.run(arguments);
   EXPECT_EQ(down.exitCode, 1);
   EXPECT_NE(down.standardError.find("Could not connect"), std::string::npos) << down.standardError;
+}
+
+TEST(Cli, TheTerminalRunsALineOrWhatComesIn) {
+  Terminal terminal;
+  const auto shell = terminal.run({"terminal", "-c", "shell echo Hello; echo there >&2"});
+  EXPECT_EQ(shell.exitCode, 0);
+  EXPECT_NE(shell.standardOutput.find("hello\nthere\n"), std::string::npos);
+  EXPECT_EQ(terminal.run({"terminal", "-c", "frobnicate"}).exitCode, 1);
+  EXPECT_EQ(terminal.run({"terminal", "-c", "health"}).exitCode, 1) << "nothing answers";
+  const auto lines = terminal.run({"terminal"}, "stats\nshell sleep 0.1; echo one\nshell echo two");
+  const auto& said = lines.standardOutput;
+  EXPECT_NE(said.find("APP STATISTICS"), std::string::npos);
+  EXPECT_LT(said.find("one"), said.find("two")) << "each line's output is whole before the next";
 }
 
 TEST(Cli, SettingsAreKeptWithTheirKinds) {

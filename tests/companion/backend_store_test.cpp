@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 
 #include "companion/backend/backend_service.h"
+#include "companion/backend/backup.h"
+#include "companion/backend/database.h"
 #include "companion/backend/store.h"
 #include "companion/raw_client.h"
 #include "platform/dispatch/threads.h"
+#include "platform/linux/linux_files.h"
+#include "support/worlds.h"
 
 namespace kestrin::backend {
 namespace {
@@ -152,6 +156,33 @@ TEST_F(StoreTest, FilesOfOtherVersionsAreBroughtOnOrLeftAlone) {
   EXPECT_NE(newer.error().description.find("newer version"), std::string::npos);
 }
 
+TEST_F(StoreTest, ACopyBringsTheDataBackAndABrokenOneChangesNothing) {
+  const std::string path = folder + "/inner/store.sqlite", copy = folder + "/copy.kestrin";
+  std::optional<Store> store(open());
+  ASSERT_TRUE(store->add(dictation("2026-03-01T10:00:00Z", "kept words", "Kept words.")));
+  ASSERT_TRUE(exportStore(path, copy)) << "while the companion works";
+  EXPECT_EQ(std::filesystem::status(copy).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  ASSERT_TRUE(store->add(dictation("2026-03-02T10:00:00Z", "later", "Later.")));
+  EXPECT_FALSE(eraseStore(path)) << "it is open";
+  ASSERT_TRUE(importStore(path, copy)) << "also while the companion works";
+  EXPECT_EQ(store->history("u", 10)->size(), 1u);
+
+  const std::string whole = *LinuxFiles().read(copy);
+  for (const std::string& broken :
+       {std::string(), whole.substr(0, whole.size() / 2), std::string(5000, 'x')}) {
+    ASSERT_TRUE(LinuxFiles().writeAtomic(folder + "/broken", broken));
+    EXPECT_FALSE(importStore(path, folder + "/broken"));
+  }
+  EXPECT_FALSE(importStore(path, folder + "/nowhere"));
+  EXPECT_FALSE(exportStore(path, "/proc/nowhere/copy"));
+  EXPECT_EQ(store->history("u", 10)->size(), 1u);
+  store.reset();
+  ASSERT_TRUE(eraseStore(path));
+  EXPECT_FALSE(std::filesystem::exists(path) || std::filesystem::exists(path + "-wal"));
+  EXPECT_TRUE(open().history("u", 10)->empty());
+}
+
 TEST_F(StoreTest, VoiceSamplesBecomeMeans) {
   Store store = open();
   const Date now = at("2026-03-01T10:00:00Z");
@@ -236,6 +267,24 @@ TEST_F(BackendTest, ADeviceSeesAndClearsItsOwnRecordsAlone) {
   EXPECT_EQ(ask("DELETE", "/history/device_a").boolAt("success"), true);
   EXPECT_EQ(count("device_a"), 0u);
   EXPECT_EQ(count("device_b"), 1u);
+}
+
+TEST_F(BackendTest, AFullDiskIsSaidAndCostsNothingThatWasKept) {
+  log("device_a", "kept");
+  std::atomic<bool> done = false;
+  service->withStore([&](Store& store) {
+    store.database()->exec("PRAGMA max_page_count = 1");  // of no more than there is
+    done = true;
+  });
+  ASSERT_TRUE(kestrin::test::eventually([&] { return done.load(); }));
+  int refused = 0;
+  for (int i = 0; i < 20; ++i) {
+    log("device_a", std::string(100'000, 'x'));
+    refused += status == 507;
+    EXPECT_TRUE(status == 200 || status == 507) << status;
+  }
+  EXPECT_GE(refused, 10);
+  EXPECT_GE(ask("GET", "/history/device_a").objectsAt("history").size(), 1u);
 }
 
 TEST_F(BackendTest, RequestsBeyondTheLimitsAreRefusedWithTheReason) {

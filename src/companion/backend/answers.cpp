@@ -1,5 +1,7 @@
 #include "companion/backend/answers.h"
 
+#include <sqlite3.h>
+
 #include "platform/text/text.h"
 
 namespace kestrin::backend {
@@ -11,7 +13,12 @@ constexpr size_t longestUserId = 128;
 }  // namespace
 
 void answerDone(const server::Responder& responder, const Status& status) {
-  if (!status) return answerFailed(responder, 500, status.error().description);
+  if (!status) {
+    // What was kept before is still whole: the failed change was undone.
+    const bool full = status.error().domain == "Store" && status.error().code == SQLITE_FULL;
+    return answerFailed(responder, full ? 507 : 500,
+                        full ? "There is no room left on the disk" : status.error().description);
+  }
   responder.json(200, Json::object({{"success", true}}));
 }
 

@@ -7,7 +7,7 @@
 
 namespace kestrin::backend {
 
-/// `{"success": true}`, or 500 with the error's text.
+/// `{"success": true}`, or 500 with the error's text; 507 when the disk is full.
 void answerDone(const server::Responder& responder, const Status& status);
 
 /// `{"success": false, "error": ...}`: the form in which the application reads why not.

@@ -54,9 +54,11 @@ constexpr const char* steps[] = {
 
 }  // namespace
 
+int knownSchema() { return static_cast<int>(std::size(steps)); }
+
 void migrate(SQLite::Database& database) {
   const int seen = database.execAndGet("PRAGMA user_version").getInt();
-  const int known = static_cast<int>(std::size(steps));
+  const int known = knownSchema();
   if (seen > known) {
     throw SQLite::Exception("The data was written by a newer version of Kestrin", SQLITE_CANTOPEN);
   }

@@ -10,4 +10,7 @@ namespace kestrin::backend {
 /// exception; also for a file that a newer version has written, which is left as it is.
 void migrate(SQLite::Database& database);
 
+/// The version that `migrate` leads to.
+int knownSchema();
+
 }  // namespace kestrin::backend

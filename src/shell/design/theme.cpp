@@ -82,6 +82,7 @@ QScrollBar::handle { background: %border%; border-radius: 5px; min-height: 32px;
 QScrollBar::handle:hover { background: %muted%; }
 QScrollBar::add-line, QScrollBar::sub-line { width: 0; height: 0; }
 QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
+QTextEdit[role="terminal"] { background: #16181d; color: #d7dae0; border: 1px solid %border%; border-radius: 8px; padding: 8px; }
 QProgressBar { background: %border%; border: none; border-radius: 2px; max-height: 4px; min-height: 4px; }
 QProgressBar::chunk { background: %accent%; border-radius: 2px; }
 QToolTip { color: %text%; background: %card%; border: 1px solid %border%; padding: 4px; }
