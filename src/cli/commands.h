@@ -72,8 +72,8 @@ struct LiveOptions {
 /// A Live Assist session: its lines and its feedback as they come.
 int live(const LiveOptions& options);
 
-/// The companion's data: a copy to `file`, such a copy back, or all of it removed (after a question,
-/// unless `yes`).
+/// The companion's data: a copy to `file`, such a copy back, or all of it removed (after a
+/// question, unless `yes`).
 int servicesExport(const std::string& file);
 int servicesImport(const std::string& file);
 int servicesErase(bool yes);

@@ -49,8 +49,11 @@ void TerminalView::showWelcome() {
   std::string bar;
   for (size_t i = 0; i < width; ++i) bar += "═";
   appendText("╔" + bar + "╗\n", TerminalColor::heading);
-  for (const auto& line : lines)
-    appendText("║ " + padded(line, width - 1) + "║\n", TerminalColor::heading);
+  for (const auto& line : lines) {
+    // The picture takes two places.
+    const size_t room = width - 1 - (line == header ? 1 : 0);
+    appendText("║ " + padded(line, room) + "║\n", TerminalColor::heading);
+  }
   appendText("╚" + bar + "╝\n\n", TerminalColor::heading);
 }
 

@@ -105,6 +105,8 @@ void TerminalPage::refresh() {
     const TerminalSpan& span = view_.output()[drawn_];
     QTextCharFormat format;
     format.setForeground(colorOf(span.color));
+    // The look of the window sets a type face for every widget.
+    format.setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     cursor.insertText(qt(span.text), format);
   }
   if (more) output_->verticalScrollBar()->setValue(output_->verticalScrollBar()->maximum());
