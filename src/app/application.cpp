@@ -53,13 +53,14 @@ Application::Application(Platform& platform, Options options)
                       .delegate = delegate_,
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}),
-      pages_(core_, preferencesServices()) {
+      pages_(core_, preferencesServices(), mainWindow_, holdKeyName_) {
   observe();
 }
 
 Application::~Application() { stop(); }
 
 void Application::observe() {
+  startSequence_.hooks.startAllBackgroundCaches = [this] { pages_.home().start(); };
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;

@@ -7,8 +7,12 @@
 
 namespace kestrin {
 
-Pages::Pages(CoreServices& core, PreferencesServices preferences)
-    : core_(core), preferencesServices_(std::move(preferences)) {}
+Pages::Pages(CoreServices& core, PreferencesServices preferences, MainWindowController& window,
+             std::string holdKeyName)
+    : core_(core),
+      preferencesServices_(std::move(preferences)),
+      window_(window),
+      holdKeyName_(std::move(holdKeyName)) {}
 
 Pages::~Pages() = default;
 
@@ -72,8 +76,16 @@ NotesView& Pages::notes() {
   return *notes_;
 }
 
+Home& Pages::home() {
+  if (!home_) {
+    home_ =
+        std::make_unique<Home>(core_, &window_, holdKeyName_, [this] { return notes().notes(); });
+  }
+  return *home_;
+}
+
 TerminalView& Pages::terminal() {
-  if (!terminal_) terminal_ = std::make_unique<TerminalView>(terminalServices(core_));
+  if (!terminal_) terminal_ = std::make_unique<TerminalView>(terminalServices(core_, home()));
   return *terminal_;
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "app/core_services.h"
+#include "app/home.h"
 #include "diagnostics/logs_view.h"
 #include "diagnostics/terminal/terminal_view.h"
 #include "identity/login_window_controller.h"
@@ -17,7 +18,8 @@ namespace kestrin {
 /// kept, so that its state outlives the widget that draws it. Main queue.
 class Pages {
  public:
-  Pages(CoreServices& core, PreferencesServices preferences);
+  Pages(CoreServices& core, PreferencesServices preferences, MainWindowController& window,
+        std::string holdKeyName);
   ~Pages();
 
   PreferencesView& preferences();
@@ -27,16 +29,20 @@ class Pages {
   LiveAssist& liveAssist();
   NotesView& notes();
   TerminalView& terminal();
+  Home& home();
 
  private:
   CoreServices& core_;
   const PreferencesServices preferencesServices_;
+  MainWindowController& window_;
+  const std::string holdKeyName_;
   std::unique_ptr<PreferencesView> preferences_;
   std::unique_ptr<ModesView> modes_;
   std::unique_ptr<LogsView> logs_;
   std::unique_ptr<LoginWindowController> login_;
   std::unique_ptr<LiveAssist> liveAssist_;
   std::unique_ptr<NotesView> notes_;
+  std::unique_ptr<Home> home_;
   std::unique_ptr<TerminalView> terminal_;
 };
 

@@ -136,6 +136,7 @@ void StartSequence::warmedUp(bool allReady) {
 /// Each dictation reports its own error from here on.
 void StartSequence::becomeReady(const std::string& text, StatusColor color) {
   parts_.delegate.isAppReady = true;
+  if (hooks.startAllBackgroundCaches) hooks.startAllBackgroundCaches();
   logger_.log("App", LogLevel::info, text);
   parts_.mainWindow.updateStatus(text, color);
   if (onChange) onChange();

@@ -40,6 +40,7 @@ class StartSequence {
   /// What later steps belong to; each may be empty.
   struct Hooks {
     std::function<void()> startPresence;
+    std::function<void()> startAllBackgroundCaches;
     std::function<void()> stopPresence;
     std::function<void()> setupGlobalIncomingCallHandler;
     std::function<void()> bringToFront;

@@ -171,6 +171,22 @@ void addLive(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, options] { chosen = [options] { return live(*options); }; });
 }
 
+void addHome(CLI::App& app, Chosen& chosen) {
+  auto speak = std::make_shared<bool>(false);
+  auto* briefing = app.add_subcommand("briefing", "The day in words: weather, appointments, news");
+  briefing->add_flag("--speak", *speak, "Reads it aloud too");
+  briefing->callback([&chosen, speak] { chosen = [speak] { return cli::briefing(*speak); }; });
+
+  auto options = std::make_shared<AgendaOptions>();
+  auto* agenda = app.add_subcommand("agenda", "The appointments of today, or of the next days");
+  agenda->add_option("--days", options->days, "How many days, today included")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 366))
+      ->type_name("N");
+  agenda->add_flag("--json", options->json, "One JSON object a line");
+  agenda->callback([&chosen, options] { chosen = [options] { return cli::agenda(*options); }; });
+}
+
 void addTerminal(CLI::App& app, Chosen& chosen) {
   auto line = std::make_shared<std::string>();
   auto* command = app.add_subcommand(
@@ -259,6 +275,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addResearch(app, chosen);
   addNote(app, chosen);
   addLive(app, chosen);
+  addHome(app, chosen);
   addTerminal(app, chosen);
   addSpeak(app, chosen);
   addSetup(app, chosen);

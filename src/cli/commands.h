@@ -48,6 +48,16 @@ struct ResearchOptions {
 /// Steps on standard error as they come, then the answer and its sources.
 int research(const ResearchOptions& options);
 
+/// The day in words; `speak`: aloud too.
+int briefing(bool speak);
+
+struct AgendaOptions {
+  int days = 1;
+  bool json = false;
+};
+/// The appointments of the next days.
+int agenda(const AgendaOptions& options);
+
 struct TerminalOptions {
   std::optional<std::string> line;  ///< one command; without it they are read from standard input
 };

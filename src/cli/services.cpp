@@ -96,8 +96,9 @@ int companionUp(Terminal& terminal) {
     warn("The services answer already: the application or somebody else runs them");
     return failed;
   }
-  const auto started = companion.start(siblingProgram("kestrin-companion"),
-                                       EmbeddedHost::arguments(terminal.endpoints));
+  const auto started =
+      companion.start(siblingProgram("kestrin-companion"),
+                      EmbeddedHost::arguments(terminal.endpoints, terminal.platform.settings));
   if (!started) {
     warn(started.error().description);
     return failed;

@@ -42,7 +42,8 @@ class Session {
  public:
   Session(LinuxPlatform& backends, CoreServices& core)
       : backends_(backends),
-        view_(terminalServices(core)),
+        home_(core, nullptr, "the hold key", {}),
+        view_(terminalServices(core, home_)),
         colored_(isatty(STDOUT_FILENO) != 0),
         interrupt_(core.platform.dispatch, [this] { view_.stopProcess(); }) {
     shown_ = view_.output().size();
@@ -84,6 +85,7 @@ class Session {
   }
 
   LinuxPlatform& backends_;
+  Home home_;
   TerminalView view_;
   const bool colored_;
   Interrupt interrupt_;

@@ -1,6 +1,7 @@
 #include "companion/companion.h"
 
 #include "companion/agent/agent_service.h"
+#include "companion/backend/google_routes.h"
 #include "companion/backend/live_session_routes.h"
 #include "companion/backend/memory_routes.h"
 #include "companion/backend/note_routes.h"
@@ -61,7 +62,10 @@ Result<std::vector<Companion::Listening>> Companion::start(
   if (options.agentPort) {
     agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
     server::Server& server = addServer(options, "agent", *options.agentPort, mostJsonBytes);
-    agent::addRoutes(server, *agent_);
+    home_ = std::make_unique<home::HomeService>(dispatch_, http_, speech_, options.home);
+    home_->addRoutes(server);
+    homeRequests_ = std::make_unique<home::HomeRequests>(*agent_, *home_);
+    agent::addRoutes(server, *homeRequests_);
     webHttp_ = makeCurlHttp(dispatch_);
     research_ = std::make_unique<research::ResearchService>(
         dispatch_, http_, *webHttp_, model_, random_,
@@ -80,8 +84,10 @@ Result<std::vector<Companion::Listening>> Companion::start(
           std::make_unique<assist::ModelFeedback>(dispatch_, model_, options.hostedModelUrl, log_);
       backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random_);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
+      backend::addGoogleRoutes(server);
       backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random_);
       backend::addResearchRoutes(server, *backend_, dispatch_.clock());
+      if (home_) home_->useHistory(backend::lastDictation(*backend_));
       if (research_) {
         research_->useRecords(backend::recordSearch(*backend_),
                               backend::keepResearch(*backend_, dispatch_.clock(), log_));

@@ -10,11 +10,14 @@
 #include "companion/agent/local_agent.h"
 #include "companion/assist/model_feedback.h"
 #include "companion/backend/backend_service.h"
+#include "companion/home/home_requests.h"
 #include "companion/http/server.h"
 #include "companion/recogniser/transcriber.h"
 #include "companion/research/public_address.h"
 #include "companion/research/research_service.h"
+#include "platform/linux/espeak_speech.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/posix_processes.h"
 
 namespace kestrin {
 
@@ -31,6 +34,7 @@ struct CompanionOptions {
   std::optional<std::string> modelUrl;  ///< of a local language model
   std::string hostedModelUrl;           ///< of the hosted one
   std::string searchUrl;                ///< of a search service, where a request names none
+  home::HomeService::Options home;      ///< weather and news
   /// Which addresses research may fetch pages from.
   std::function<bool(std::string_view)> admitsPageAddress = research::isPublicAddress;
 };
@@ -69,6 +73,10 @@ class Companion {
   /// Pages come over connections that nothing else uses.
   std::unique_ptr<Http> webHttp_;
   std::unique_ptr<research::ResearchService> research_;
+  std::unique_ptr<Processes> processes_ = makePosixProcesses();
+  EspeakSpeech speech_{*processes_};
+  std::unique_ptr<home::HomeService> home_;
+  std::unique_ptr<home::HomeRequests> homeRequests_;
   // Last, so that they stop before what they serve is taken down.
   struct Running {
     std::string name;

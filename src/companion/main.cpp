@@ -107,6 +107,11 @@ void describe(CLI::App& app, CommandLine& line) {
   app.add_option("--search-url", line.companion.searchUrl,
                  "a search service with the interface of SearXNG, for research")
       ->envname("KESTRIN_SEARCH_URL");
+  app.add_option("--weather-url", line.companion.home.weatherUrl,
+                 "a weather service with the interface of wttr.in")
+      ->envname("KESTRIN_WEATHER_URL");
+  app.add_option("--news-url", line.companion.home.newsUrls, "an RSS or Atom feed; may be repeated")
+      ->envname("KESTRIN_NEWS_URL");
   app.add_option("--export", line.exportTo, "writes a copy of the backend's data and ends")
       ->type_name("FILE");
   app.add_option("--import", line.importFrom, "takes the data of such a copy and ends")

@@ -3,6 +3,7 @@
 #include "platform/accessibility.h"
 #include "platform/audio.h"
 #include "platform/browser.h"
+#include "platform/calendars.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/files.h"
 #include "platform/http.h"
@@ -45,6 +46,7 @@ struct Platform {
   SystemSpeech& speech;
   LoginItem& loginItem;
   PlaceService& place;
+  Calendars& calendars;
 };
 
 }  // namespace kestrin

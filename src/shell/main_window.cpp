@@ -7,6 +7,7 @@
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "shell/pages/history_page.h"
+#include "shell/pages/home_page.h"
 #include "shell/pages/live_assist_page.h"
 #include "shell/pages/logs_page.h"
 #include "shell/pages/modes_page.h"
@@ -49,16 +50,16 @@ MainWindow::MainWindow(Application& application)
       mode_(makeLabel("", "badge")) {
   auto& window = application.mainWindow();
   auto& pages = application.pages();
+  const auto openURL = [&window](const std::string& url) { window.research().openURL(url); };
   entries_ = {
+      {"Home", Glyph::home, false,
+       [&pages, openURL] { return new HomePage(pages.home().view(), openURL); }},
       {"Live Assist", Glyph::liveAssist, false,
        [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
       {MainWindowController::researchTab, Glyph::research, false,
        [&window] { return new ResearchPage(window.research()); }},
       {"Notes", Glyph::notes, false,
-       [&pages, &window] {
-         return new NotesPage(
-             pages.notes(), [&window](const std::string& url) { window.research().openURL(url); });
-       }},
+       [&pages, openURL] { return new NotesPage(pages.notes(), openURL); }},
       {"History", Glyph::history, false,
        [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); }},
       {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},

@@ -35,7 +35,8 @@ struct ScenarioWorld : SimulatedWorld {
   Platform slowPlatform{dispatch,          http,       files,      random,    settings,
                         notifications,     processes,  keyMonitor, input,     slowAccessibility,
                         workspace,         pasteboard, audio,      browser,   secrets,
-                        userNotifications, controls,   speech,     loginItem, place};
+                        userNotifications, controls,   speech,     loginItem, place,
+                        calendars};
 };
 
 class Player {
@@ -96,6 +97,7 @@ void Player::setUp() {
   options.endpoints = {"http://" + asrHost, "http://127.0.0.1:8082", "http://" + agentHost,
                        "http://127.0.0.1:8780"};
   app_ = std::make_unique<Application>(world_.slowPlatform, std::move(options));
+  app_->startSequence().hooks.startAllBackgroundCaches = nullptr;
   app_->core().logger.setSink(
       [this](std::string_view line) { outcome_.log += std::string(line) + "\n"; });
   app_->mainWindow().onStatus = [this](const StatusLine& line) {

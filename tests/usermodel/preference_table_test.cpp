@@ -19,7 +19,7 @@ TEST(PreferenceTable, EveryDefaultIsAValueThatItsOwnRuleAccepts) {
       EXPECT_EQ(checkedPreference(each, each.fallback).value_or(Json()), each.fallback) << each.key;
     }
   }
-  EXPECT_EQ(keys.size(), 40u + 6u);
+  EXPECT_EQ(keys.size(), 40u + 8u);
 }
 
 TEST(PreferenceTable, WhatAPersonTypesIsTypedOrRefusedWithWhatWouldBeRight) {

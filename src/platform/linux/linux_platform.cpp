@@ -15,6 +15,7 @@
 #include "platform/linux/json_settings.h"
 #include "platform/linux/linux_controls.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/file_calendars.h"
 #include "platform/linux/linux_place.h"
 #include "platform/linux/portal_key_monitor.h"
 #include "platform/linux/posix_processes.h"
@@ -114,6 +115,7 @@ struct LinuxPlatform::Backends {
   LinuxControls controls{files, *processes};
   EspeakSpeech speech{*processes};
   XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
+  std::unique_ptr<Calendars> calendars = makeFileCalendars(files);
   LinuxPlaceService place{files, [] { return dbus::Connection::system(); }, dates::systemTimeZone};
   std::unique_ptr<Platform> platform;
 };
@@ -125,7 +127,8 @@ LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
                                 b.settings,  b.notifications,  *b.processes, *b.keyMonitor,
                                 *b.input,    *b.accessibility, *b.workspace, *b.pasteboard,
                                 *b.audio,    *b.browser,       b.secrets,    b.userNotifications,
-                                b.controls,  b.speech,         b.loginItem,  b.place});
+                                b.controls,  b.speech,         b.loginItem,  b.place,
+                                *b.calendars});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

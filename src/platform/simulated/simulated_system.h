@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/calendars.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/login_item.h"
 #include "platform/place.h"
@@ -153,6 +154,30 @@ class SimulatedPlaceService final : public PlaceService {
  private:
   Clock& clock_;
   FaultPlan* const faults_;
+};
+
+/// A list of appointments. Site: "calendars.events" (there is no calendar).
+class SimulatedCalendars final : public Calendars {
+ public:
+  explicit SimulatedCalendars(FaultPlan* faults = nullptr) : faults_(faults) {}
+
+  Result<std::vector<CalendarRecord>> events(Date from, Date to) override {
+    const std::lock_guard lock(mutex_);
+    if (faultDue(faults_, "calendars.events") || !records)
+      return fail("Calendars", 1, "There is no calendar on this computer");
+    std::vector<CalendarRecord> found;
+    for (const CalendarRecord& record : *records) {
+      if (record.start < to && (record.end > from || record.start >= from)) found.push_back(record);
+    }
+    return found;
+  }
+
+  /// Set before use.
+  std::optional<std::vector<CalendarRecord>> records = std::vector<CalendarRecord>{};
+
+ private:
+  FaultPlan* const faults_;
+  std::mutex mutex_;
 };
 
 }  // namespace kestrin

@@ -49,10 +49,12 @@ struct SimulatedWorld {
   SimulatedLoginItem loginItem{&faults};
   SimulatedPlaceService place{dispatch.clock(), &faults};
   SimulatedSpeech speech{&faults};
+  SimulatedCalendars calendars{&faults};
   Platform platform{dispatch,          http,       files,      random,    settings,
                     notifications,     processes,  keyMonitor, input,     accessibility,
                     workspace,         pasteboard, audio,      browser,   secrets,
-                    userNotifications, controls,   speech,     loginItem, place};
+                    userNotifications, controls,   speech,     loginItem, place,
+                    calendars};
 };
 
 }  // namespace kestrin

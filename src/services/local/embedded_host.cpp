@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/text/text.h"
+
 namespace kestrin {
 namespace {
 
@@ -29,7 +31,8 @@ bool EmbeddedHost::canServe(const Endpoints& endpoints) {
   return loopbackPort(endpoints.asr) && loopbackPort(endpoints.agent);
 }
 
-std::vector<std::string> EmbeddedHost::arguments(const Endpoints& endpoints) {
+std::vector<std::string> EmbeddedHost::arguments(const Endpoints& endpoints,
+                                                 const SettingsStore& settings) {
   struct Service {
     const char* name;
     const std::string& url;
@@ -44,14 +47,23 @@ std::vector<std::string> EmbeddedHost::arguments(const Endpoints& endpoints) {
     ports += (ports.empty() ? "" : ",") + std::to_string(port.value_or(service.otherwise));
     if (port) services += (services.empty() ? "" : ",") + std::string(service.name);
   }
-  return {"--ports", ports, "--services", services};
+  std::vector<std::string> all{"--ports", ports, "--services", services};
+  const auto add = [&all](const char* option, const std::string& url) {
+    if (isHttpUrl(url)) all.insert(all.end(), {option, url});
+  };
+  add("--weather-url", settings.string("pref_weatherEndpoint"));
+  for (const auto& feed : text::split(settings.string("pref_newsFeeds"), " "))
+    add("--news-url", feed);
+  return all;
 }
 
 EmbeddedHost::EmbeddedHost(Dispatch& dispatch, Http& http, Processes& processes, Logger& logger,
-                           const Endpoints& endpoints, std::string program)
+                           const SettingsStore& settings, const Endpoints& endpoints,
+                           std::string program)
     : dispatch_(dispatch),
       processes_(processes),
       logger_(logger),
+      settings_(settings),
       endpoints_(endpoints),
       program_(std::move(program)),
       health_(dispatch, http, endpoints) {}
@@ -101,12 +113,11 @@ void EmbeddedHost::restart() {
 void EmbeddedHost::spawn() {
   startedAt_ = dispatch_.clock().steadyNow();
   silences_ = 0;
-  auto started = processes_.start({.program = program_, .arguments = arguments(endpoints_)},
-                                  dispatch_.mainQueue(),
-                                  lifetime_.guard([this](const std::string& line, bool) {
-                                    logger_.print("[Companion] " + line);
-                                  }),
-                                  lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
+  auto started = processes_.start(
+      {.program = program_, .arguments = arguments(endpoints_, settings_)}, dispatch_.mainQueue(),
+      lifetime_.guard(
+          [this](const std::string& line, bool) { logger_.print("[Companion] " + line); }),
+      lifetime_.guard([this](int exitCode) { childEnded(exitCode); }));
   if (started) {
     child_ = *started;
     return;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/lifetime.h"
+#include "platform/settings.h"
 #include "services/local/service_health.h"
 #include "services/local/service_host.h"
 
@@ -30,13 +31,15 @@ class EmbeddedHost final : public ServiceHost {
 
   /// `program`: path or name of the companion.
   EmbeddedHost(Dispatch& dispatch, Http& http, Processes& processes, Logger& logger,
-               const Endpoints& endpoints, std::string program);
+               const SettingsStore& settings, const Endpoints& endpoints, std::string program);
   ~EmbeddedHost() override;
 
   /// Only a recogniser and an agent of this machine can be started here.
   static bool canServe(const Endpoints& endpoints);
-  /// The companion's arguments: it listens where we shall ask, and leaves out what is elsewhere.
-  static std::vector<std::string> arguments(const Endpoints& endpoints);
+  /// The companion's arguments: it listens where we shall ask, leaves out what is elsewhere, and
+  /// asks the weather and the news where the settings say.
+  static std::vector<std::string> arguments(const Endpoints& endpoints,
+                                            const SettingsStore& settings);
 
   void start(ServiceHostEvents events) override;
   void stop(std::function<void()> completion = {}) override;
@@ -56,6 +59,7 @@ class EmbeddedHost final : public ServiceHost {
   Dispatch& dispatch_;
   Processes& processes_;
   Logger& logger_;
+  const SettingsStore& settings_;
   const Endpoints endpoints_;
   const std::string program_;
   ServiceHealth health_;

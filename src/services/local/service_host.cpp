@@ -42,7 +42,7 @@ std::unique_ptr<ServiceHost> makeServiceHost(Platform& platform, Logger& logger,
   switch (chosenServiceHost(platform.settings, endpoints)) {
     case ServiceHostKind::companion:
       return std::make_unique<EmbeddedHost>(platform.dispatch, platform.http, platform.processes,
-                                            logger, endpoints, companionProgram);
+                                            logger, platform.settings, endpoints, companionProgram);
     case ServiceHostKind::container:
       return std::make_unique<ContainerHost>(platform, logger, endpoints);
     case ServiceHostKind::external:

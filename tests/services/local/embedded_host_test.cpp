@@ -34,7 +34,7 @@ struct Host : SimulatedWorld {
   Endpoints endpoints{"http://127.0.0.1:8001", "http://127.0.0.1:8082", "http://127.0.0.1:8765",
                       "https://backend.example"};
   std::unique_ptr<EmbeddedHost> host = std::make_unique<EmbeddedHost>(
-      dispatch, http, processes, logger, endpoints, "kestrin-companion");
+      dispatch, http, processes, logger, settings, endpoints, "kestrin-companion");
   std::vector<State> states;
 };
 

@@ -1,0 +1,56 @@
+#include "app/home.h"
+
+namespace kestrin {
+
+Home::Home(CoreServices& core, MainWindowController* window, std::string holdKeyName,
+           std::function<std::vector<VoiceNote>()> notes)
+    : agent_({core.platform.dispatch, core.platform.http, core.platform.settings, core.deviceId,
+              core.geminiKey, core.auth, core.endpoints}),
+      persona_(core.platform.dispatch.clock(), core.platform.random),
+      speech_(agent_, core.player, persona_, core.logger),
+      calendar_(core.platform.dispatch, core.platform.http, core.platform.calendars,
+                core.platform.settings, core.logger, core.deviceId, core.endpoints),
+      caches_({core.platform.dispatch,
+               core.platform.settings,
+               core.logger,
+               agent_,
+               speech_,
+               persona_,
+               calendar_,
+               std::move(notes),
+               {},
+               std::move(holdKeyName)}),
+      triggers_({core.platform.dispatch,
+                 core.logger,
+                 agent_,
+                 speech_,
+                 calendar_,
+                 core.platform.userNotifications,
+                 {}}),
+      view_({core.platform.dispatch,
+             core.platform.settings,
+             core.logger,
+             agent_,
+             speech_,
+             persona_,
+             calendar_,
+             caches_,
+             [window](const std::string& tab) {
+               if (window) window->navigateToTab(tab);
+             },
+             {}}) {
+  const auto status = [window](const std::string& text, bool failed) {
+    if (window) window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
+  };
+  speech_.onStatus = status;
+  caches_.onStatus = status;
+  view_.onStatus = status;
+}
+
+void Home::start() {
+  view_.load();
+  caches_.startAllBackgroundCaches();
+  triggers_.startTriggerPolling();
+}
+
+}  // namespace kestrin

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "app/core_services.h"
+#include "app/main_window_controller.h"
+#include "home/home_view.h"
+
+namespace kestrin {
+
+/// The assistant's home whole: calendar, speech, caches, triggers and the page. Main queue only;
+/// must be destroyed there.
+class Home {
+ public:
+  /// `window`: where status lines and tabs go; none in the terminal.
+  Home(CoreServices& core, MainWindowController* window, std::string holdKeyName,
+       std::function<std::vector<VoiceNote>()> notes);
+
+  /// Caches and triggers begin to work by themselves.
+  void start();
+
+  HomeView& view() { return view_; }
+  HomeCaches& caches() { return caches_; }
+  CalendarService& calendar() { return calendar_; }
+  SpeechService& speech() { return speech_; }
+
+ private:
+  HomeAgent agent_;
+  AIPersonaService persona_;
+  SpeechService speech_;
+  CalendarService calendar_;
+  HomeCaches caches_;
+  TriggerService triggers_;
+  HomeView view_;
+};
+
+}  // namespace kestrin

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "home/trigger_service.h"
+
+namespace kestrin {
+
+/// The home page: the day in words, chips that ask for more, and a panel that shows what came. Main
+/// queue only; must be destroyed there.
+class HomeView {
+ public:
+  struct Chip {
+    const char* query;
+    const char* title;
+  };
+  static const std::vector<Chip>& quickActionChips();
+
+  struct Panel {
+    std::string title;
+    std::string text;  ///< Markdown
+    std::vector<DynamicPanelItem> items;
+    bool isLoading = false;
+    bool isOpen() const { return isLoading || !title.empty(); }
+  };
+  struct Services {
+    Dispatch& dispatch;
+    SettingsStore& settings;
+    Logger& logger;
+    HomeAgent& agent;
+    SpeechService& speech;
+    AIPersonaService& persona;
+    CalendarService& calendar;
+    HomeCaches& caches;
+    std::function<void(const std::string& tab)> switchToView;
+    std::function<MailSummary()> mail;  ///< may be empty
+  };
+  explicit HomeView(Services services);
+
+  void load();
+  void handleQuickAction(const std::string& query);
+  void playLatestBriefing() { services_.caches.playLatestBriefing(); }
+  void closePanel();
+  void showLatestNews();
+  void showTodaySchedule();
+  void showRecentNotes();
+
+  /// "Good morning, Ada"
+  std::string salutation() const;
+  const Panel& panel() const { return panel_; }
+  const std::vector<CalendarEvent>& todayEvents() const { return services_.calendar.todayEvents(); }
+  const HomeCaches& caches() const { return services_.caches; }
+
+  std::function<void(const std::string& text, bool failed)> onStatus;
+  /// After every change; a widget redraws.
+  std::function<void()> onChange;
+
+ private:
+  void processQuickAction(const std::string& query);
+  void open(Panel panel);
+  void pollNews(int attempts);
+  void newsArrived();
+  void status(const std::string& text, bool failed = false) {
+    if (onStatus) onStatus(text, failed);
+  }
+  void changed() {
+    if (onChange) onChange();
+  }
+
+  const Services services_;
+  Panel panel_;
+  int questions_ = 0;  ///< only the answer to the newest is shown
+  TimerHandle newsPoll_;
+  Lifetime lifetime_;
+};
+
+}  // namespace kestrin

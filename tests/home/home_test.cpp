@@ -1,0 +1,327 @@
+#include <gtest/gtest.h>
+
+#include "home/home_view.h"
+#include "identity/keychain_helper.h"
+#include "platform/audio/wav.h"
+#include "platform/simulated/simulated_world.h"
+#include "platform/text/text.h"
+
+namespace kestrin::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// The home on a simulated machine whose agent answers well until told otherwise.
+struct HomeWorld : SimulatedWorld {
+  static constexpr const char* agentHost = "127.0.0.1:8765";
+
+  explicit HomeWorld(uint64_t seed = 1) : SimulatedWorld(seed) {
+    answer("POST", "/process/stream",
+           "data: {\"mode\":\"plain\"}\n\ndata: "
+           "{\"news_items\":[{\"title\":\"One\",\"url\":\"https://n/1\"},"
+           "{\"title\":\"\"},{\"title\":\"Two\",\"url\":\"javascript:x\",\"source\":\"S\"}]}\n\n"
+           "data: {\"chunk\":\"The \"}\n\nbroken\ndata: {\"chunk\":\"news.\"}\n\ndata: [DONE]\n");
+    answer("POST", "/tts",
+           Json::object({{"success", true}, {"audio", text::base64Encode(sound)}}).dump());
+    answer("GET", "/weather?location=",
+           R"({"success":true,"spoken":"It is mild.","weather":{"condition":"Fair",
+               "condition_icon":"☀️","temp_c":21.7,"location":"Lyon"}})");
+    answer("POST", "/triggers/evaluate", R"({"triggers":[]})");
+    const Endpoints endpoints{"", "", "http://127.0.0.1:8765", "http://127.0.0.1:8780"};
+    main([&] {
+      agent.emplace(
+          HomeAgent::Services{dispatch, http, settings, deviceId, geminiKey, auth, endpoints});
+      persona.emplace(dispatch.clock(), random);
+      player.emplace(dispatch, audio, settings, logger);
+      speech.emplace(*agent, *player, *persona, logger);
+      calendar.emplace(dispatch, http, calendars, settings, logger, deviceId, endpoints);
+      caches.emplace(HomeCaches::Services{dispatch,
+                                          settings,
+                                          logger,
+                                          *agent,
+                                          *speech,
+                                          *persona,
+                                          *calendar,
+                                          [this] { return notes; },
+                                          {},
+                                          "Right Ctrl"});
+      triggers.emplace(TriggerService::Services{
+          dispatch, logger, *agent, *speech, *calendar, userNotifications, {}});
+      view.emplace(HomeView::Services{dispatch,
+                                      settings,
+                                      logger,
+                                      *agent,
+                                      *speech,
+                                      *persona,
+                                      *calendar,
+                                      *caches,
+                                      [this](const std::string& tab) { tabs += tab; },
+                                      {}});
+      const auto status = [this](const std::string& line, bool failed) {
+        statuses += (failed ? "!" : "") + line + "|";
+      };
+      speech->onStatus = status;
+      caches->onStatus = status;
+      view->onStatus = status;
+    });
+  }
+  ~HomeWorld() {
+    main([this] {
+      view.reset();
+      triggers.reset();
+      caches.reset();
+      calendar.reset();
+      speech.reset();
+      agent.reset();
+      player.reset();
+    });
+  }
+  void answer(const char* method, const std::string& path, const std::string& body) {
+    http.on(method, agentHost + path, ScriptedReply::body(body));
+  }
+  void main(const std::function<void()>& what, Duration time = 20s) {
+    dispatch.mainQueue()->sync(what);
+    simulation->runFor(time);
+  }
+  size_t asked(const std::string& path) const { return http.requests(agentHost + path).size(); }
+  std::string latest() const { return caches->cachedLatestBriefingText(); }
+  /// Without the closing, which is chance.
+  std::string daily(const std::vector<CalendarEvent>& events, int mail = 0,
+                    const std::vector<std::string>& subjects = {}) {
+    const std::string whole = persona->generateDailyBriefing(events, "", mail, subjects);
+    for (const char* piece : {" Your schedule", " You've", " You "}) {
+      if (const size_t at = whole.find(piece, 10); at != std::string::npos) return whole.substr(at);
+    }
+    return whole;
+  }
+  CalendarEvent event(const std::string& title, Duration fromNow) {
+    CalendarEvent out;
+    out.title = title;
+    out.startDate = dispatch.clock().wallNow() +
+                    std::chrono::duration_cast<std::chrono::system_clock::duration>(fromNow);
+    out.endDate = out.startDate + 1h;
+    return out;
+  }
+
+  const Bytes sound = wav::write(Bytes(3200, '\1'));
+  Logger logger{dispatch, notifications};
+  DeviceIdManager deviceId{files, settings, random};
+  KeychainHelper keychain{secrets, logger};
+  GeminiKeyManager geminiKey{keychain, settings};
+  FirebaseAuthService auth{dispatch, http, files, logger, {"http://127.0.0.1:9099", "key"}};
+  std::vector<VoiceNote> notes{{"n", std::string(500, 'n'), {}, "2026-03-01T10:00:00Z", {}}};
+  std::optional<HomeAgent> agent;
+  std::optional<AIPersonaService> persona;
+  std::optional<AudioPlayerService> player;
+  std::optional<SpeechService> speech;
+  std::optional<CalendarService> calendar;
+  std::optional<HomeCaches> caches;
+  std::optional<TriggerService> triggers;
+  std::optional<HomeView> view;
+  std::string statuses, tabs;
+};
+
+TEST(Briefing, GreetsByTheHourAndTheFirstName) {
+  HomeWorld world;
+  const std::vector<std::pair<std::vector<int>, std::string>> hours{{{5, 11}, "Good morning"},
+                                                                    {{12, 16}, "Good afternoon"},
+                                                                    {{17, 20}, "Good evening"},
+                                                                    {{0, 4, 21, 23}, "Hello"}};
+  for (const auto& [each, salutation] : hours) {
+    for (const int hour : each) {
+      EXPECT_EQ(world.persona->greeting("Ada Lovelace", hour).substr(0, salutation.size() + 7),
+                salutation + ", Ada. ");
+      EXPECT_EQ(world.persona->greeting(" ", hour).substr(0, salutation.size() + 2),
+                salutation + ". ");
+    }
+  }
+  std::set<std::string> closings;
+  for (int i = 0; i < 100; ++i) closings.insert(world.persona->greeting("", 9));
+  EXPECT_EQ(closings, (std::set<std::string>{"Good morning. Ready to start the day?",
+                                             "Good morning. What can I help you with?",
+                                             "Good morning. I'm here when you need me."}));
+}
+
+TEST(Briefing, SaysTheDayForEveryCount) {
+  HomeWorld world;
+  const auto time = [&](const CalendarEvent& event) {
+    return dates::format(event.startDate, "h:mm a");
+  };
+  const auto past = world.event("Past", -1min), older = world.event("Older", -2min);
+  const auto a = world.event("A", 1min), b = world.event("B", 2min), c = world.event("C", 3min);
+  const auto other = world.event("Tomorrow", 25h);
+  EXPECT_EQ(world.daily({other}),
+            " Your schedule is clear today — a perfect day for focused work.");
+  EXPECT_EQ(world.daily({a}), " You have one thing on the calendar: A at " + time(a) + ".");
+  EXPECT_EQ(world.daily({past}), " You wrapped up Past earlier. The rest of the day is yours.");
+  EXPECT_EQ(world.daily({past, older}), " You've completed all 2 events today. Well done.");
+  EXPECT_EQ(world.daily({past, a}), " You have 1 event ahead. Next up is A at " + time(a) + ".");
+  EXPECT_EQ(world.daily({b, a}), " You have 2 events ahead. Next up is A at " + time(a) +
+                                     ". After that, B at " + time(b) + ".");
+  EXPECT_EQ(world.daily({c, b, a}), " You have 3 events ahead. Next up is A at " + time(a) +
+                                        ". After that, B at " + time(b) + ". Plus 1 more later.");
+  EXPECT_EQ(world.daily({a}, 1, {"Hi"}).substr(world.daily({a}).size()),
+            " You have 1 unread email. The latest is about \"Hi\".");
+  EXPECT_EQ(world.daily({a}, 2, {"", "x"}).substr(world.daily({a}).size()),
+            " You have 2 unread emails.");
+  EXPECT_EQ(world.daily({a}, 0, {"Hi"}), world.daily({a}));
+
+  const auto latest = [&](const std::vector<CalendarEvent>& events, int mail,
+                          const std::vector<std::string>& news, const std::string& weather) {
+    const auto whole =
+        world.persona->generateLatestBriefing(events, "", mail, {"S"}, news, weather);
+    return whole.substr(whole.find(" Here's your latest."));
+  };
+  EXPECT_EQ(latest({}, 0, {}, ""),
+            " Here's your latest. Your calendar is clear today. That's your latest.");
+  EXPECT_EQ(
+      latest({past}, 1, {"N1"}, "Sunny."),
+      " Here's your latest. Sunny. You've finished all 1 events today. In the news: N1. You have 1 "
+      "unread email. The most recent is about \"S\". That's your latest.");
+  EXPECT_EQ(latest({a, b}, 2, {"1", "2", "3", "4"}, ""),
+            " Here's your latest. Next on your calendar is A at " + time(a) +
+                ". Plus 1 more event today. In the news: 1. Also, 2. Also, 3. You have 2 unread "
+                "emails. The "
+                "most recent is about \"S\". That's your latest.");
+}
+
+TEST(HomeCaches, AreReadyByTheirTimersAndKeepWhatTheyHad) {
+  HomeWorld world;
+  world.calendars.records->push_back({"c", "Lunch", world.dispatch.clock().wallNow() + 1min,
+                                      world.dispatch.clock().wallNow() + 61min});
+  world.main([&] { world.caches->startAllBackgroundCaches(); }, 60s);
+  ASSERT_EQ(world.caches->cachedNewsPanelItems().size(), 2u) << "without a title it is no news";
+  EXPECT_EQ(world.caches->cachedNewsPanelItems()[1].url, "") << "only the web is linked";
+  EXPECT_EQ(world.caches->cachedNewsSpeechText(), "The news.");
+  EXPECT_EQ(world.caches->cachedWeatherOneliner(), "☀️ 21°C, Fair — Lyon");
+  EXPECT_NE(world.latest().find("It is mild."), std::string::npos);
+  EXPECT_NE(world.latest().find("Lunch at"), std::string::npos);
+  EXPECT_NE(world.latest().find("In the news: One. Also, Two."), std::string::npos);
+  EXPECT_TRUE(world.caches->hasBriefingAudio());
+  bool summarised = false;
+  for (const auto& seen : world.http.requests("127.0.0.1:8765/process/stream")) {
+    const auto said = Json::parse(seen.request.body)->stringAt("transcript", "");
+    if (!said.starts_with("Summarize")) continue;
+    summarised = true;
+    EXPECT_TRUE(said.ends_with("\n- " + std::string(200, 'n')));
+  }
+  EXPECT_TRUE(summarised);
+  world.main([] {}, 3600s);
+  EXPECT_EQ(world.asked("/tts"), 7u) << "8 s after the start and every 600 s";
+
+  const std::string text = world.latest();
+  for (const auto& reply : {ScriptedReply::refused(), ScriptedReply::body("", 500),
+                            ScriptedReply::body(R"({"success":false,"spoken":"no","audio":7})"),
+                            ScriptedReply::body("\xff<html>")}) {
+    world.http.on("*", "*", reply);
+    world.main([] {}, 1800s);
+    EXPECT_TRUE(world.caches->hasBriefingAudio());
+    EXPECT_EQ(world.caches->cachedWeatherOneliner(), "☀️ 21°C, Fair — Lyon");
+    EXPECT_NE(world.caches->weatherProblem(), "");
+    EXPECT_NE(world.latest(), "");
+  }
+  world.statuses.clear();
+  world.main([&] { world.caches->playLatestBriefing(); });
+  EXPECT_EQ(world.statuses, "🔊 Here's your latest...|Hold Right Ctrl to ask anything|")
+      << "a press speaks at once from made audio";
+}
+
+TEST(HomeCaches, WithoutTheAgentThereIsStillATextAndAHint) {
+  HomeWorld world;
+  world.http.on("*", "127.0.0.1:8765/*", ScriptedReply::refused());
+  int called = 0;
+  world.main([&] {
+    world.caches->refreshLatestBriefingCache([&] { ++called; });
+    world.caches->refreshLatestBriefingCache([&] { called += 10; });
+  });
+  EXPECT_EQ(called, 1) << "a second one during a run is not called";
+  EXPECT_NE(world.latest(), "");
+  world.main([&] { world.caches->playLatestBriefing(); });
+  EXPECT_EQ(world.statuses, "🔊 Speaking your latest...|!❌ TTS failed - is Docker running?|");
+}
+
+TEST(Triggers, BecomeNotificationsAndSpeech) {
+  HomeWorld world;
+  for (int i = 0; i < 12; ++i)
+    world.calendars.records->push_back({"c" + std::to_string(i), "E",
+                                        world.dispatch.clock().wallNow(),
+                                        world.dispatch.clock().wallNow() + 1h});
+  world.main([&] { world.view->load(); });
+  world.answer(
+      "POST", "/triggers/evaluate",
+      R"({"triggers":[{"title":"Soon","body":"Lunch","priority":"high","audio":true},7,{}]})");
+  world.main([&] { world.triggers->startTriggerPolling(); }, 70s);
+  const auto sent = Json::parse(world.http.requests("*/triggers/evaluate").at(0).request.body);
+  EXPECT_EQ(sent->objectsAt("calendar_events").size(), 10u);
+  const auto& shown = world.userNotifications.shown;
+  ASSERT_EQ(shown.size(), 4u) << "after 10 s and at the minute, two each";
+  EXPECT_TRUE(shown[0].first.sound);
+  EXPECT_EQ(shown[1].first.title, "Kestrin");
+  EXPECT_FALSE(shown[1].first.sound);
+  EXPECT_EQ(world.asked("/tts"), 2u);
+  world.answer("POST", "/triggers/evaluate", R"({"triggers":"none"})");
+  world.main([] {}, 120s);
+  EXPECT_EQ(world.userNotifications.shown.size(), 4u);
+}
+
+TEST(HomeView, ChipsDoWhatTheySay) {
+  HomeWorld world;
+  world.calendars.records->push_back(
+      {"c", "", world.dispatch.clock().wallNow(), world.dispatch.clock().wallNow() + 90min});
+  world.main([&] { world.view->handleQuickAction("deep_research"); });
+  EXPECT_EQ(world.tabs, "Research");
+  world.main([&] { world.view->handleQuickAction("schedule"); });
+  EXPECT_EQ(world.view->panel().title, "Today's Schedule");
+  ASSERT_EQ(world.view->panel().items.size(), 1u);
+  EXPECT_EQ(world.view->panel().items[0].title, "Untitled");
+  EXPECT_EQ(world.view->todayEvents()[0].durationString(), "1 hr 30 min");
+  world.main([&] { world.view->handleQuickAction("news"); });
+  EXPECT_EQ(world.view->panel().items.size(), 2u);
+  world.main([&] { world.view->handleQuickAction("What now?"); });
+  EXPECT_EQ(world.view->panel().text, "The news.");
+  world.http.on("*", "*", ScriptedReply::refused());
+  world.main([&] { world.view->handleQuickAction("What now?"); });
+  EXPECT_FALSE(world.view->panel().isOpen());
+  EXPECT_NE(world.statuses.find("!❌ Failed: "), std::string::npos);
+}
+
+TEST(CalendarService, MergesWhatThereIsAndSkipsWhatCannotBeRead) {
+  HomeWorld world;
+  const auto read = [](const char* events) {
+    return parseGoogleEvents(*Json::parse(events), [](const std::string&) {});
+  };
+  const auto google = read(R"({"events":[
+    {"id":"a","summary":"Day","start":{"date":"2026-03-01"},"end":{"date":"2026-03-02"}},
+    {"id":"b","start":"2026-03-01T10:00:00.250Z","end":{"dateTime":"2026-03-01T12:00:00+01:00"},
+     "attendees":[{"email":"x"}]},
+    {"summary":"no id"},{"id":"c","start":"2026-03-01T10:00:00Z","end":"soon"},{"id":"d"}]})");
+  ASSERT_EQ(google.size(), 2u);
+  EXPECT_TRUE(google[0].isAllDay);
+  EXPECT_EQ(google[1].title, "Untitled");
+  EXPECT_EQ(google[1].attendees.at(0).status, "needsAction");
+  EXPECT_EQ(google[1].durationString(), "59 min");
+  std::vector<CalendarEvent> found;
+  const auto fetch = [&] {
+    found.assign(3, {});
+    world.main([&] {
+      world.calendar->fetchEvents(
+          [&](const std::vector<CalendarEvent>& events) { found = events; });
+    });
+    return found.size();
+  };
+  EXPECT_EQ(fetch(), 0u);
+  world.calendars.records.reset();
+  EXPECT_EQ(fetch(), 0u) << "no calendar is no error";
+  world.settings.set(
+      "linkedGoogleAccount",
+      Json::object({{"scopes", Json::arrayOf(std::vector<std::string>{"calendar"})}}));
+  world.http.on(
+      "POST", "127.0.0.1:8780/google/calendar/events",
+      ScriptedReply::body(R"({"events":[{"id":"g","start":"2026-01-01","end":"2026-01-02"}]})"));
+  EXPECT_EQ(fetch(), 1u);
+  world.http.on("POST", "127.0.0.1:8780/google/calendar/events", ScriptedReply::body("[]", 502));
+  EXPECT_EQ(fetch(), 0u);
+}
+
+}  // namespace
+}  // namespace kestrin::test
