@@ -108,7 +108,8 @@ TEST(CompanionHome, TriggersFireOnceForTheirCause) {
       "u", "Europe/Paris", {{"Lunch", at("2026-04-01T10:00:00Z")}}, 3, at("2026-04-01T07:00:00Z")};
   const auto fired = [&](const char* now) {
     std::string out;
-    for (const Json& each : rules.evaluate(day, at(now)).items())
+    const Json triggers = rules.evaluate(day, at(now));
+    for (const Json& each : triggers.items())
       out += each.stringAt("title", "") + ": " + each.stringAt("body", "") + " ";
     return text::trim(out);
   };
