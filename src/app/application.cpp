@@ -124,7 +124,7 @@ DictationServices Application::dictationServices() {
           .undelivered = undelivered_,
           .holdKeyName = holdKeyName_,
           .authToken = [this] { return core_.authToken(); },
-          .forgetVoiceProfile = {},
+          .forgetVoiceProfile = [this] { core_.personality.forgetVoiceProfile(); },
           .countRequest =
               [this](const std::string& mode) {
                 platform_.settings.countUp("totalVoiceCommands");

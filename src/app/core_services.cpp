@@ -46,6 +46,7 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       notes({p.dispatch, p.http, p.settings, logger, asr, agent, cache, deviceId, geminiKey,
              preferences},
             e),
+      personality({p.dispatch, p.http, p.random, p.settings, logger, deviceId, preferences, e}),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
           geminiKey, e, contextSources(player, auth, behavioralProfile))) {}

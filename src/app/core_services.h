@@ -21,6 +21,7 @@
 #include "services/local/agent_client.h"
 #include "services/local/endpoints.h"
 #include "services/local/local_asr_service.h"
+#include "usermodel/personality/personality_service.h"
 #include "usermodel/user_preferences.h"
 
 namespace kestrin {
@@ -55,6 +56,7 @@ struct CoreServices {
   StatsService stats;
   ResearchService research;
   NotesService notes;
+  PersonalityService personality;
   std::shared_ptr<TranscriptionService> transcription;
 };
 

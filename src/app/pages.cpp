@@ -62,18 +62,28 @@ LiveAssist& Pages::liveAssist() {
   return *liveAssist_;
 }
 
+std::unique_ptr<AudioRecorder> Pages::makeRecorder() const {
+  Platform& platform = core_.platform;
+  return std::make_unique<AudioRecorder>(platform.dispatch, platform.audio, platform.files,
+                                         platform.settings, core_.logger);
+}
+
 NotesView& Pages::notes() {
   if (!notes_) {
-    Platform& platform = core_.platform;
-    notes_ = std::make_unique<NotesView>(
-        NotesView::Services{platform.dispatch, core_.logger, core_.notes, [this] {
-                              Platform& p = core_.platform;
-                              return std::make_unique<AudioRecorder>(p.dispatch, p.audio, p.files,
-                                                                     p.settings, core_.logger);
-                            }});
+    notes_ = std::make_unique<NotesView>(NotesView::Services{
+        core_.platform.dispatch, core_.logger, core_.notes, [this] { return makeRecorder(); }});
     notes_->load();
   }
   return *notes_;
+}
+
+PersonalityView& Pages::personality() {
+  if (!personality_) {
+    personality_ = std::make_unique<PersonalityView>(
+        PersonalityView::Services{core_.platform.dispatch, core_.platform.settings,
+                                  core_.personality, [this] { return makeRecorder(); }});
+  }
+  return *personality_;
 }
 
 Home& Pages::home() {

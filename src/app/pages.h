@@ -9,6 +9,7 @@
 #include "identity/login_window_controller.h"
 #include "liveassist/live_assist.h"
 #include "notes/notes_view.h"
+#include "usermodel/personality/personality_view.h"
 #include "usermodel/preferences/modes_view.h"
 #include "usermodel/preferences/preferences_view.h"
 
@@ -30,8 +31,11 @@ class Pages {
   NotesView& notes();
   TerminalView& terminal();
   Home& home();
+  PersonalityView& personality();
 
  private:
+  std::unique_ptr<AudioRecorder> makeRecorder() const;
+
   CoreServices& core_;
   const PreferencesServices preferencesServices_;
   MainWindowController& window_;
@@ -42,6 +46,7 @@ class Pages {
   std::unique_ptr<LoginWindowController> login_;
   std::unique_ptr<LiveAssist> liveAssist_;
   std::unique_ptr<NotesView> notes_;
+  std::unique_ptr<PersonalityView> personality_;
   std::unique_ptr<Home> home_;
   std::unique_ptr<TerminalView> terminal_;
 };

@@ -12,6 +12,7 @@
 #include "shell/pages/logs_page.h"
 #include "shell/pages/modes_page.h"
 #include "shell/pages/notes_page.h"
+#include "shell/pages/personality_page.h"
 #include "shell/pages/research_page.h"
 #include "shell/pages/settings_page.h"
 #include "shell/pages/terminal_page.h"
@@ -63,6 +64,8 @@ MainWindow::MainWindow(Application& application)
       {"History", Glyph::history, false,
        [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); }},
       {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},
+      {"Personality", Glyph::personality, false,
+       [&pages] { return new PersonalityPage(pages.personality()); }},
       {"Settings", Glyph::settings, false,
        [&pages] { return new SettingsPage(pages.preferences()); }},
       {"Terminal", Glyph::terminal, true, [&pages] { return new TerminalPage(pages.terminal()); }},

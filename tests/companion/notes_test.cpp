@@ -2,6 +2,8 @@
 
 #include "companion/backend/note_routes.h"
 #include "companion/backend/record_search.h"
+#include "companion/personality/archetype.h"
+#include "companion/personality/profile.h"
 #include "companion/raw_client.h"
 #include "platform/dispatch/threads.h"
 #include "platform/linux/linux_files.h"
@@ -63,6 +65,30 @@ TEST(NoteRoutes, ANoteIsItsUsersAloneAndCanBeFoundAgain) {
   ASSERT_TRUE(kestrin::test::eventually([&] { return done.load(); }));
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].title.substr(0, 8), "Note of ");
+}
+
+TEST(CompanionPersonality, IsWhatTheWordsShow) {
+  const auto kind = [](const char* said, const char* mode, size_t count) {
+    std::vector<Dictation> all(count);
+    for (auto& each : all) {
+      each.transcript = said;
+      each.mode = mode;
+    }
+    const Json answer = personality::classify(all);
+    EXPECT_EQ(answer.boolAt("isDefault"), count < personality::fewest);
+    return answer.objectAt("archetype")->stringAt("archetype_id", "");
+  };
+  EXPECT_EQ(kind("Send it now.", "chat", 4), "thoughtful_communicator");
+  EXPECT_EQ(kind("Send it now.", "chat", 20), "direct_communicator");
+  EXPECT_EQ(kind("Where does the river begin?", "search", 20), "curious_explorer");
+  EXPECT_EQ(
+      kind("The budget is fixed until the end of March and Anna sends the plan.", "notes", 20),
+      "organiser");
+  EXPECT_EQ(personality::describe("", {{"Q", " "}}), "");
+  const auto text = personality::describe(
+      "Ada Lovelace", {{"What do you do?", "I build bridges. Bridges are what I love."}});
+  EXPECT_NE(text.find("Ada speaks in short, direct sentences"), std::string::npos) << text;
+  EXPECT_NE(text.find("bridges"), std::string::npos) << text;
 }
 
 }  // namespace

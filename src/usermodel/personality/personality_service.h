@@ -1,0 +1,78 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "diagnostics/logger.h"
+#include "identity/device_id_manager.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/files.h"
+#include "platform/http.h"
+#include "platform/lifetime.h"
+#include "services/local/endpoints.h"
+#include "usermodel/personality/personality_records.h"
+#include "usermodel/user_preferences.h"
+
+namespace kestrin {
+
+/// The backend's personality test, archetype and voice profile. The user is this device. Archetype
+/// and voice profile are kept for 300 s. Main queue only; must be destroyed there.
+class PersonalityService {
+ public:
+  static constexpr std::chrono::seconds testTimeout{120}, refreshTimeout{30}, cacheExpiry{300};
+  template <class T>
+  using Completion = std::function<void(const T&)>;
+
+  struct Services {
+    Dispatch& dispatch;
+    Http& http;
+    Random& random;
+    SettingsStore& settings;
+    Logger& logger;
+    DeviceIdManager& deviceId;
+    UserPreferences& preferences;
+    Endpoints endpoints;
+  };
+  explicit PersonalityService(Services services);
+
+  /// Sends the answers; the personality comes back, and what was said is stored. Errors: the
+  /// transport's, or domain "PersonalityService".
+  void processPersonalityTest(std::vector<PersonalityAnswer> answers,
+                              Completion<Result<std::string>> completion);
+  /// Replaces the stored personality with what the backend makes of it now.
+  void refreshPersonality(const std::string& voiceProfileSummary,
+                          Completion<Result<std::string>> completion);
+
+  /// Never fails: the default stands for what cannot be had.
+  void getArchetype(Completion<Archetype> completion);
+  /// Anew, from all that is known; stored on success. Errors: domain "ArchetypeService", or the
+  /// transport's.
+  void classifyArchetype(Completion<Result<Archetype>> completion);
+  bool isDefault() const { return isDefault_; }
+  /// The one that is known now: asked for in this run, else the stored one.
+  std::optional<std::string> stylePrompt() const;
+
+  /// Nothing when there is none.
+  void fetchProfile(bool force, Completion<std::optional<VoiceProfile>> completion);
+  /// After a dictation: the next reader fetches afresh.
+  void forgetVoiceProfile();
+
+ private:
+  void request(const char* method, const std::string& path, std::function<void(Json&)> fill,
+               std::chrono::seconds timeout, Completion<Result<Json>> completion);
+  bool isFresh(const std::optional<SteadyTime>& time) const;
+
+  const Services services_;
+  const std::shared_ptr<HttpSession> session_;
+  std::optional<Archetype> cachedArchetype_;
+  std::optional<SteadyTime> lastFetchTime_;
+  bool isDefault_ = false;
+  std::optional<VoiceProfile> profile_;
+  std::optional<SteadyTime> lastFetch_;
+  Lifetime lifetime_;
+};
+
+}  // namespace kestrin
