@@ -38,7 +38,8 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
              [window](const std::string& tab) {
                if (window) window->navigateToTab(tab);
              },
-             {}}) {
+             {}}),
+      calendarView_(core.platform.dispatch, calendar_) {
   const auto status = [window](const std::string& text, bool failed) {
     if (window) window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
   };

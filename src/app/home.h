@@ -2,6 +2,7 @@
 
 #include "app/core_services.h"
 #include "app/main_window_controller.h"
+#include "home/calendar_view.h"
 #include "home/home_view.h"
 
 namespace kestrin {
@@ -20,6 +21,7 @@ class Home {
   HomeView& view() { return view_; }
   HomeCaches& caches() { return caches_; }
   CalendarService& calendar() { return calendar_; }
+  CalendarView& calendarView() { return calendarView_; }
   SpeechService& speech() { return speech_; }
 
  private:
@@ -30,6 +32,7 @@ class Home {
   HomeCaches caches_;
   TriggerService triggers_;
   HomeView view_;
+  CalendarView calendarView_;
 };
 
 }  // namespace kestrin

@@ -183,7 +183,7 @@ void CalendarService::fetchGoogleEvents(const std::shared_ptr<Gathering>& gather
   const std::function<void(const std::vector<CalendarEvent>&)> add = lifetime_.guard(
       [gathering](const std::vector<CalendarEvent>& events) { gathering->add(events); });
   // The first reading of the id waits for the disk.
-  dispatch_.globalQueue()->post([this, url, gathering, add, session = session_, &logger = logger_,
+  dispatch_.globalQueue()->post([url, gathering, add, session = session_, &logger = logger_,
                                  &id = deviceId_, main = dispatch_.mainQueue()] {
     const Json body = Json::object({{"device_user_id", id.deviceId()},
                                     {"start_date", dates::iso8601(gathering->from)},

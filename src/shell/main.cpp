@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "app/application.h"
+#include "platform/linux/application_id.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/main_window.h"
@@ -57,7 +58,7 @@ int runDesktop(int argc, char** argv) {
   chooseToolkitPlatform(platform, application.core().logger);
   QApplication toolkit(argc, argv);
   QApplication::setApplicationName("Kestrin");
-  QApplication::setDesktopFileName("com.kestrin.Kestrin");
+  QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
   auto& loop = backends.mainLoop();
   QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);

@@ -6,6 +6,7 @@
 
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
+#include "shell/pages/calendar_page.h"
 #include "shell/pages/history_page.h"
 #include "shell/pages/home_page.h"
 #include "shell/pages/live_assist_page.h"
@@ -55,6 +56,8 @@ MainWindow::MainWindow(Application& application)
   entries_ = {
       {"Home", Glyph::home, false,
        [&pages, openURL] { return new HomePage(pages.home().view(), openURL); }},
+      {"Calendar", Glyph::calendar, false,
+       [&pages] { return new CalendarPage(pages.home().calendarView()); }},
       {"Live Assist", Glyph::liveAssist, false,
        [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
       {MainWindowController::researchTab, Glyph::research, false,

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "home/calendar_view.h"
 #include "home/home_view.h"
 #include "identity/keychain_helper.h"
 #include "platform/audio/wav.h"
@@ -321,6 +322,67 @@ TEST(CalendarService, MergesWhatThereIsAndSkipsWhatCannotBeRead) {
   EXPECT_EQ(fetch(), 1u);
   world.http.on("POST", "127.0.0.1:8780/google/calendar/events", ScriptedReply::body("[]", 502));
   EXPECT_EQ(fetch(), 0u);
+}
+
+TEST(CalendarView, PacksWhatOverlapsIntoTheFewestColumns) {
+  HomeWorld world;
+  const DayRange day = dayOf(world.dispatch.clock().wallNow());
+  const auto at = [&](const char* title, Duration start, Duration length) {
+    CalendarEvent event = world.event(title, 0s);
+    event.startDate = day.from + std::chrono::duration_cast<Date::duration>(start);
+    event.endDate = event.startDate + std::chrono::duration_cast<Date::duration>(length);
+    return event;
+  };
+  std::string drawn;
+  for (const PlacedEvent& each :
+       packed({at("lunch", 12h, 1h), at("b", 9h + 30min, 1h), at("a", 9h, 1h), at("c", 10h, 1h),
+               at("instant", 12h + 59min, 0s), at("after", 13h + 19min, 1h), at("night", -2h, 3h),
+               at("late", 23h + 50min, 2h)},
+              day)) {
+    drawn += each.event.title + " " + std::to_string(each.startMinute) + "-" +
+             std::to_string(each.endMinute) + " " + std::to_string(each.column) + "/" +
+             std::to_string(each.columns) + "; ";
+  }
+  EXPECT_EQ(drawn,
+            "night 0-60 0/1; a 540-600 0/2; b 570-630 1/2; c 600-660 0/2; lunch 720-780 0/2; "
+            "instant 779-799 1/2; after 799-859 0/1; late 1430-1440 0/1; ");
+}
+
+/// The zone of this process for as long as it lives.
+struct ZoneHere {
+  explicit ZoneHere(const char* zone) { set(zone); }
+  ~ZoneHere() { set(before.empty() ? nullptr : before.c_str()); }
+  static void set(const char* zone) {
+    zone ? setenv("TZ", zone, 1) : unsetenv("TZ");
+    tzset();
+  }
+  const std::string before = getenv("TZ") ? getenv("TZ") : "";
+};
+
+TEST(CalendarView, KeepsToWholeDaysWhenTheClocksChange) {
+  const ZoneHere paris("Europe/Paris");
+  HomeWorld world;
+  const Date lunch = *dates::parseIso8601("2026-03-29T10:30:00Z");
+  world.calendars.records =
+      std::vector<CalendarRecord>{{.title = "Lunch", .start = lunch, .end = lunch + 1h}};
+  CalendarView view(world.dispatch, *world.calendar);
+  const auto heads = [&](const std::function<void()>& step) {
+    world.main(step);
+    std::string out = view.title() + ":";
+    for (const CalendarDay& day : view.days()) out += " " + day.title + (day.isToday ? "*" : "");
+    return out;
+  };
+  EXPECT_EQ(heads([&] { view.load(); }), "March 2026: Mon 2* Tue 3 Wed 4 Thu 5 Fri 6 Sat 7 Sun 8");
+  for (int i = 0; i < 3; ++i) heads([&] { view.move(1); });
+  ASSERT_EQ(view.days().size(), 7u);
+  EXPECT_EQ(view.days()[6].title, "Sun 29");
+  ASSERT_EQ(view.days()[6].placed.size(), 1u);
+  EXPECT_EQ(view.days()[6].placed[0].startMinute, 12 * 60 + 30) << "on a day of 23 hours";
+  EXPECT_EQ(view.firstHour(), 8);
+  EXPECT_EQ(heads([&] { view.move(1); }),
+            "March 2026: Mon 30 Tue 31 Wed 1 Thu 2 Fri 3 Sat 4 Sun 5");
+  EXPECT_EQ(heads([&] { view.showWeek(false); }), "Monday, 30 March 2026: Mon 30");
+  EXPECT_EQ(heads([&] { view.showToday(); }), "Monday, 2 March 2026: Mon 2*");
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "platform/linux/control_bus.h"
 
+#include "platform/linux/application_id.h"
+
 namespace kestrin {
 namespace {
 
@@ -7,7 +9,7 @@ const char* const domain = "ControlBus";
 constexpr std::chrono::seconds callLimit(2);
 
 dbus::Target application() {
-  return {"com.kestrin.Kestrin", "/com/kestrin/Kestrin", "com.kestrin.Control"};
+  return {desktopApplicationId, "/com/kestrin/Kestrin", "com.kestrin.Control"};
 }
 
 constexpr std::pair<ControlCommand, const char*> methods[] = {

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/application_id.h"
+
 namespace kestrin {
 namespace {
 
@@ -141,7 +143,7 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
     actions.push_back(label);
   }
   std::map<std::string, sdbus::Variant> hints{
-      {"desktop-entry", sdbus::Variant(std::string("com.kestrin.Kestrin"))}};
+      {"desktop-entry", sdbus::Variant(std::string(desktopApplicationId))}};
   if (!notification.category.empty())
     hints.emplace("category", sdbus::Variant(notification.category));
   if (notification.sound) {
@@ -151,7 +153,7 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   }
   handlers_->showing();
   auto id = bus_->call<uint32_t>(server(), "Notify", deadline, std::string("Kestrin"), uint32_t{0},
-                                 std::string("com.kestrin.Kestrin"), notification.title, body,
+                                 std::string(desktopApplicationId), notification.title, body,
                                  actions, hints, int32_t{-1});
   handlers_->shown(id ? std::optional(*id) : std::nullopt, std::move(onAction));
   if (!id) return fail("UserNotifications", id.error().code, id.error().description);

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "platform/linux/application_id.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/place_names.h"
 
@@ -11,8 +12,6 @@ namespace {
 constexpr const char* service = "org.freedesktop.GeoClue2";
 constexpr const char* clientInterface = "org.freedesktop.GeoClue2.Client";
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
-/// By it the location service knows us; the user allows or forbids it by this name.
-constexpr const char* desktopId = "kestrin";
 /// "City", the coarsest that serves.
 constexpr uint32_t cityAccuracy = 4;
 constexpr const char* cityTable = "/usr/share/zoneinfo/zone.tab";
@@ -48,7 +47,7 @@ Result<Place> LinuxPlaceService::located(Duration deadline) {
     return (*bus)->call({service, *client, properties}, "Set", end.left(),
                         std::string(clientInterface), std::string(name), value);
   };
-  if (auto named = set("DesktopId", sdbus::Variant(std::string(desktopId))); !named) {
+  if (auto named = set("DesktopId", sdbus::Variant(std::string(desktopApplicationId))); !named) {
     return fail(named.error());
   }
   if (auto coarse = set("RequestedAccuracyLevel", sdbus::Variant(cityAccuracy)); !coarse) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/linux/application_id.h"
 #include "platform/linux/key_names.h"
 
 namespace kestrin {
@@ -15,8 +16,6 @@ const std::string portalPath = "/org/freedesktop/portal/desktop";
 const std::string shortcutsInterface = "org.freedesktop.portal.GlobalShortcuts";
 const std::string requestInterface = "org.freedesktop.portal.Request";
 const std::string sessionInterface = "org.freedesktop.portal.Session";
-
-const std::string applicationId = "com.kestrin.Kestrin";
 
 constexpr std::chrono::seconds callLimit(2);
 constexpr std::chrono::seconds firstRetryPause(2);
@@ -93,7 +92,7 @@ Result<PortalKeyMonitor::Session> PortalKeyMonitor::connect() {
   // Newer portals give no shortcuts to programs without a name, older ones do not know this call.
   // It must be the connection's first, and the name that of our desktop entry.
   (void)session.bus->call({portalName, portalPath, "org.freedesktop.host.portal.Registry"},
-                          "Register", callLimit, applicationId, Options{});
+                          "Register", callLimit, std::string(desktopApplicationId), Options{});
   auto version = session.bus->property<uint32_t>(shortcutsPortal(), "version", callLimit);
   if (!version)
     return fail(domain, 6,

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "platform/linux/application_id.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -35,8 +36,8 @@ Status XdgLoginItem::setEnabled(bool enabled) {
                             "[Desktop Entry]\nType=Application\nName=Kestrin\n"
                             "Comment=Hold a key, speak, and the text arrives where you write\n"
                             "Exec=" +
-                                execArgument(program_) +
-                                "\nIcon=com.kestrin.Kestrin\nTerminal=false\n"
+                                execArgument(program_) + "\nIcon=" + desktopApplicationId +
+                                "\nTerminal=false\n"
                                 "StartupNotify=false\nX-GNOME-Autostart-enabled=true\n");
 }
 

@@ -39,6 +39,12 @@ QPainterPath outline(Glyph glyph) {
       path.addPath(polyline({{5.5, 9.5}, {5.5, 20}, {18.5, 20}, {18.5, 9.5}}));
       path.addPath(polyline({{10, 20}, {10, 14}, {14, 14}, {14, 20}}));
       break;
+    case Glyph::calendar:
+      path.addRoundedRect(QRectF(4, 5, 16, 15.5), 2, 2);
+      for (const double x : {8.5, 15.5}) path.addPath(polyline({{x, 3}, {x, 6.5}}));
+      path.addPath(polyline({{4, 10}, {20, 10}}));
+      path.addEllipse(QPointF(9, 14.5), 1, 1);
+      break;
     case Glyph::liveAssist:
       for (const auto& [x, half] :
            {std::pair{4.0, 2.0}, {8.0, 6.0}, {12.0, 9.0}, {16.0, 5.0}, {20.0, 2.5}}) {

@@ -8,6 +8,7 @@ namespace kestrin {
 /// The pictures of the side bar and the buttons, as lines in one weight.
 enum class Glyph {
   home,
+  calendar,
   liveAssist,
   calls,
   research,

@@ -78,7 +78,7 @@ void RadarChartWidget::paintShape(QPainter& painter) {
   painter.drawPolygon(ring([&](size_t i) { return values_[i]; }));
   painter.setPen(palette().color(QPalette::Text));
   for (size_t i = 0; i < labels_.size(); ++i) {
-    const QPointF at = point(i, 1 + labelRoom / 2 / radius);
+    const QPointF at = point(i, 1 + labelRoom * 0.7 / radius);
     painter.drawText(QRectF(at.x() - 50, at.y() - 9, 100, 18), Qt::AlignCenter,
                      QString::fromStdString(labels_[i]));
   }

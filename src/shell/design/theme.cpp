@@ -83,6 +83,7 @@ QScrollBar::handle:hover { background: %muted%; }
 QScrollBar::add-line, QScrollBar::sub-line { width: 0; height: 0; }
 QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
 QTextEdit[role="terminal"] { background: #16181d; color: #d7dae0; border: 1px solid %border%; border-radius: 8px; padding: 8px; }
+QLabel[role="appointment"] { background: %accent%; color: %onAccent%; border-radius: 5px; padding: 3px 5px; }
 QProgressBar { background: %border%; border: none; border-radius: 2px; max-height: 4px; min-height: 4px; }
 QProgressBar::chunk { background: %accent%; border-radius: 2px; }
 QToolTip { color: %text%; background: %card%; border: 1px solid %border%; padding: 4px; }
