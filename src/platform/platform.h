@@ -18,6 +18,7 @@
 #include "platform/system_controls.h"
 #include "platform/system_speech.h"
 #include "platform/user_notifications.h"
+#include "platform/web_page.h"
 #include "platform/workspace.h"
 
 namespace kestrin {
@@ -45,6 +46,7 @@ struct Platform {
   SystemSpeech& speech;
   LoginItem& loginItem;
   PlaceService& place;
+  WebPages& webPages;
 };
 
 }  // namespace kestrin

@@ -35,7 +35,8 @@ struct ScenarioWorld : SimulatedWorld {
   Platform slowPlatform{dispatch,          http,       files,      random,    settings,
                         notifications,     processes,  keyMonitor, input,     slowAccessibility,
                         workspace,         pasteboard, audio,      browser,   secrets,
-                        userNotifications, controls,   speech,     loginItem, place};
+                        userNotifications, controls,   speech,     loginItem, place,
+                        webPages};
 };
 
 class Player {

@@ -20,6 +20,7 @@
 #include "platform/linux/posix_processes.h"
 #include "platform/linux/pulse_audio.h"
 #include "platform/linux/secret_service.h"
+#include "platform/linux/web_process.h"
 #include "platform/linux/x11_key_monitor.h"
 #include "platform/linux/x11_pasteboard.h"
 #include "platform/linux/x11_synthetic_input.h"
@@ -115,6 +116,8 @@ struct LinuxPlatform::Backends {
   EspeakSpeech speech{*processes};
   XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
   LinuxPlaceService place{files, [] { return dbus::Connection::system(); }, dates::systemTimeZone};
+  std::unique_ptr<WebPages> webPages =
+      makeWebPages(*dispatch, *processes, siblingProgram("kestrin-web"));
   std::unique_ptr<Platform> platform;
 };
 
@@ -125,7 +128,8 @@ LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
                                 b.settings,  b.notifications,  *b.processes, *b.keyMonitor,
                                 *b.input,    *b.accessibility, *b.workspace, *b.pasteboard,
                                 *b.audio,    *b.browser,       b.secrets,    b.userNotifications,
-                                b.controls,  b.speech,         b.loginItem,  b.place});
+                                b.controls,  b.speech,         b.loginItem,  b.place,
+                                *b.webPages});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

@@ -17,6 +17,7 @@
 #include "platform/simulated/simulated_settings.h"
 #include "platform/simulated/simulated_speech.h"
 #include "platform/simulated/simulated_system.h"
+#include "platform/simulated/simulated_web_pages.h"
 #include "platform/simulated/simulated_workspace.h"
 
 namespace kestrin {
@@ -49,10 +50,12 @@ struct SimulatedWorld {
   SimulatedLoginItem loginItem{&faults};
   SimulatedPlaceService place{dispatch.clock(), &faults};
   SimulatedSpeech speech{&faults};
+  SimulatedWebPages webPages{&faults};
   Platform platform{dispatch,          http,       files,      random,    settings,
                     notifications,     processes,  keyMonitor, input,     accessibility,
                     workspace,         pasteboard, audio,      browser,   secrets,
-                    userNotifications, controls,   speech,     loginItem, place};
+                    userNotifications, controls,   speech,     loginItem, place,
+                    webPages};
 };
 
 }  // namespace kestrin
