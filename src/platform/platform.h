@@ -19,6 +19,7 @@
 #include "platform/system_controls.h"
 #include "platform/system_speech.h"
 #include "platform/user_notifications.h"
+#include "platform/web_page.h"
 #include "platform/workspace.h"
 
 namespace kestrin {
@@ -47,6 +48,7 @@ struct Platform {
   LoginItem& loginItem;
   PlaceService& place;
   Calendars& calendars;
+  WebPages& webPages;
 };
 
 }  // namespace kestrin

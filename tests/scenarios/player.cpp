@@ -36,7 +36,7 @@ struct ScenarioWorld : SimulatedWorld {
                         notifications,     processes,  keyMonitor, input,     slowAccessibility,
                         workspace,         pasteboard, audio,      browser,   secrets,
                         userNotifications, controls,   speech,     loginItem, place,
-                        calendars};
+                        calendars,         webPages};
 };
 
 class Player {

@@ -21,6 +21,7 @@
 #include "platform/linux/posix_processes.h"
 #include "platform/linux/pulse_audio.h"
 #include "platform/linux/secret_service.h"
+#include "platform/linux/web_process.h"
 #include "platform/linux/x11_key_monitor.h"
 #include "platform/linux/x11_pasteboard.h"
 #include "platform/linux/x11_synthetic_input.h"
@@ -117,18 +118,20 @@ struct LinuxPlatform::Backends {
   XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
   std::unique_ptr<Calendars> calendars = makeFileCalendars(files);
   LinuxPlaceService place{files, [] { return dbus::Connection::system(); }, dates::systemTimeZone};
+  std::unique_ptr<WebPages> webPages =
+      makeWebPages(*dispatch, *processes, siblingProgram("kestrin-web"));
   std::unique_ptr<Platform> platform;
 };
 
 LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
     : backends_(std::make_unique<Backends>(std::move(warn))) {
   auto& b = *backends_;
-  b.platform.reset(new Platform{*b.dispatch, *b.http,          b.files,      b.random,
-                                b.settings,  b.notifications,  *b.processes, *b.keyMonitor,
-                                *b.input,    *b.accessibility, *b.workspace, *b.pasteboard,
-                                *b.audio,    *b.browser,       b.secrets,    b.userNotifications,
-                                b.controls,  b.speech,         b.loginItem,  b.place,
-                                *b.calendars});
+  b.platform.reset(new Platform{*b.dispatch,  *b.http,          b.files,      b.random,
+                                b.settings,   b.notifications,  *b.processes, *b.keyMonitor,
+                                *b.input,     *b.accessibility, *b.workspace, *b.pasteboard,
+                                *b.audio,     *b.browser,       b.secrets,    b.userNotifications,
+                                b.controls,   b.speech,         b.loginItem,  b.place,
+                                *b.calendars, *b.webPages});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

@@ -17,6 +17,7 @@
 #include "platform/simulated/simulated_settings.h"
 #include "platform/simulated/simulated_speech.h"
 #include "platform/simulated/simulated_system.h"
+#include "platform/simulated/simulated_web_pages.h"
 #include "platform/simulated/simulated_workspace.h"
 
 namespace kestrin {
@@ -50,11 +51,12 @@ struct SimulatedWorld {
   SimulatedPlaceService place{dispatch.clock(), &faults};
   SimulatedSpeech speech{&faults};
   SimulatedCalendars calendars{&faults};
+  SimulatedWebPages webPages{&faults};
   Platform platform{dispatch,          http,       files,      random,    settings,
                     notifications,     processes,  keyMonitor, input,     accessibility,
                     workspace,         pasteboard, audio,      browser,   secrets,
                     userNotifications, controls,   speech,     loginItem, place,
-                    calendars};
+                    calendars,         webPages};
 };
 
 }  // namespace kestrin
