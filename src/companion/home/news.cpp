@@ -21,7 +21,9 @@ std::string_view nameOf(const xmlNode* node) {
 /// The text of the element, with markup and entities that feeds put into it read as a page.
 std::string contentOf(const xmlNode* node) {
   xmlChar* content = xmlNodeGetContent(node);
-  const std::string raw = content ? reinterpret_cast<const char*>(content) : "";
+  // A document that is mended while it is read may keep bytes that are no characters.
+  const std::string raw =
+      text::replaceInvalidUtf8(content ? reinterpret_cast<const char*>(content) : "");
   xmlFree(content);
   const bool marked = text::containsAny(raw, {"<", "&"});
   const std::string plain = marked ? text::join(research::readableHtml(raw, "").blocks, " ") : raw;

@@ -2,7 +2,8 @@
 
 namespace kestrin {
 
-/// The name by which desktops know us: of the desktop entry, the icon and the place on the session bus.
+/// The name by which desktops know us: of the desktop entry, the icon and the place on the session
+/// bus.
 inline constexpr const char* desktopApplicationId = "com.kestrin.Kestrin";
 
 }  // namespace kestrin

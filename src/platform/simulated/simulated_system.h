@@ -64,10 +64,12 @@ class SimulatedUserNotifications final : public UserNotifications {
     if (faultDue(faults_, "notifications.show")) {
       return fail("UserNotifications", 1, "No notification service is running.");
     }
+    const std::lock_guard lock(mutex_);
     shown.emplace_back(notification, std::move(onAction));
     return static_cast<uint32_t>(shown.size());
   }
   void withdraw(uint32_t id) override {
+    const std::lock_guard lock(mutex_);
     if (id >= 1 && id <= shown.size()) withdrawn.push_back(id);
   }
 
@@ -75,6 +77,7 @@ class SimulatedUserNotifications final : public UserNotifications {
   std::vector<uint32_t> withdrawn;
 
  private:
+  std::mutex mutex_;
   FaultPlan* const faults_;
 };
 
