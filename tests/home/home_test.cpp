@@ -2,6 +2,7 @@
 
 #include "home/calendar_view.h"
 #include "home/home_view.h"
+#include "identity/google/google_account.h"
 #include "identity/keychain_helper.h"
 #include "platform/audio/wav.h"
 #include "platform/simulated/simulated_world.h"
@@ -313,9 +314,7 @@ TEST(CalendarService, MergesWhatThereIsAndSkipsWhatCannotBeRead) {
   EXPECT_EQ(fetch(), 0u);
   world.calendars.records.reset();
   EXPECT_EQ(fetch(), 0u) << "no calendar is no error";
-  world.settings.set(
-      "linkedGoogleAccount",
-      Json::object({{"scopes", Json::arrayOf(std::vector<std::string>{"calendar"})}}));
+  setLinkedGoogleAccount(world.settings, GoogleAccount{"ada@x", {}, {}, {}, {"a/calendar"}});
   world.http.on(
       "POST", "127.0.0.1:8780/google/calendar/events",
       ScriptedReply::body(R"({"events":[{"id":"g","start":"2026-01-01","end":"2026-01-02"}]})"));
