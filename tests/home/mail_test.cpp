@@ -1,14 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "home/home_view.h"
-#include "identity/keychain_helper.h"
-#include "platform/simulated/simulated_world.h"
-#include "platform/text/text.h"
+#include "home_world.h"
 
 namespace kestrin::test {
 namespace {
-
-using namespace std::chrono_literals;
 
 const std::string backend = "127.0.0.1:8780";
 constexpr const char* inbox = R"({"messages":[7,
@@ -17,8 +12,8 @@ constexpr const char* inbox = R"({"messages":[7,
   {"id":"2","bodyPreview":"whole","isUnread":"yes"},{"id":"3","from":"c@x"},{"id":"4"}]})";
 
 /// A mailbox that is connected and answers well until told otherwise.
-struct MailWorld : SimulatedWorld {
-  explicit MailWorld(uint64_t seed = 1) : SimulatedWorld(seed) {
+struct MailWorld : HomeWorld {
+  explicit MailWorld(uint64_t seed = 1) : HomeWorld(seed), panel(*gmail) {
     on("GET", "/gmail/status/*", R"({"hasAccess":true,"unreadCount":9})");
     on("POST", "/gmail/messages", inbox);
     on("POST", "/gmail/summary", R"({"summary":"Two letters."})");
@@ -27,79 +22,37 @@ struct MailWorld : SimulatedWorld {
        R"({"contacts":[{"name":"Bob","email":"bob@x"},{"name":1}]})");
     on("GET", "/contacts/search*",
        R"({"contacts":[{"email":"bob@x"},{"name":"Bo Ek","email":"ek@x"},{"email":"else@x"}]})");
-    main([&] {
-      agent.emplace(HomeAgent::Services{dispatch,
-                                        http,
-                                        settings,
-                                        deviceId,
-                                        geminiKey,
-                                        auth,
-                                        {"", "", "http://127.0.0.1:8765", ""}});
-      player.emplace(dispatch, audio, settings, logger);
-      speech.emplace(*agent, *player, persona, logger);
-      panel.emplace(GmailPanel::Services{dispatch, http, settings, logger, deviceId, *speech,
-                                         workspace, "http://" + backend});
-      panel->onStatus = [this](const std::string& line, bool failed) {
-        statuses += (failed ? "!" : "") + line + "|";
-      };
-      panel->onChange = [this] { ++changes; };
-    });
-  }
-  ~MailWorld() {
-    main([this] {
-      panel.reset();
-      speech.reset();
-      agent.reset();
-      player.reset();
-    });
+    panel.onStatus = std::exchange(speech->onStatus, {});
   }
   void on(const char* method, const std::string& path, const std::string& body) {
     http.on(method, backend + path, ScriptedReply::body(body));
   }
-  void main(const std::function<void()>& what, Duration time = 20s) {
-    dispatch.mainQueue()->sync(what);
-    simulation->runFor(time);
-  }
   void load() {
-    main([&] { panel->checkGmailAccessAndLoadEmails(); });
+    main([&] { panel.checkGmailAccessAndLoadEmails(); });
   }
   std::string cards() const {
     std::string out;
-    for (const Email& email : panel->cachedEmails())
+    for (const Email& email : panel.cachedEmails())
       out += email.sender() + ": " + email.shownSubject() + "|";
     return out;
   }
-  Json sent(const std::string& path) {
-    const auto seen = http.requests(backend + path);
+  Json sent(const std::string& path, const std::string& host = backend) {
+    const auto seen = http.requests(host + path);
     return seen.empty() ? Json() : *Json::parse(seen.back().request.body);
   }
-  std::string spoken() {
-    const auto seen = http.requests("127.0.0.1:8765/tts");
-    return seen.empty() ? "" : Json::parse(seen.back().request.body)->stringAt("text", "");
-  }
+  std::string spoken() { return sent("/tts", agentHost).stringAt("text", ""); }
 
-  Logger logger{dispatch, notifications};
-  DeviceIdManager deviceId{files, settings, random};
-  KeychainHelper keychain{secrets, logger};
-  GeminiKeyManager geminiKey{keychain, settings};
-  FirebaseAuthService auth{dispatch, http, files, logger, {"http://127.0.0.1:9099", "key"}};
-  AIPersonaService persona{dispatch.clock(), random};
-  std::optional<HomeAgent> agent;
-  std::optional<AudioPlayerService> player;
-  std::optional<SpeechService> speech;
-  std::optional<GmailPanel> panel;
-  std::string statuses;
-  int changes = 0;
+  GmailPanel& panel;
 };
 
 const std::string allCards = "Bob: Plan|Unknown: (No subject)|c@x: (No subject)|";
 
 TEST(Mail, ShowsTheNewestAndKeepsThemThroughEveryFault) {
   MailWorld world;
-  EXPECT_EQ(world.panel->prompt(), "") << "nobody was asked yet";
+  EXPECT_EQ(world.panel.prompt(), "") << "nobody was asked yet";
   world.load();
   EXPECT_EQ(world.cards(), allCards);
-  EXPECT_EQ(world.panel->mailSummary().subjects, std::vector<std::string>{"Plan"});
+  EXPECT_EQ(world.panel.mailSummary().subjects, std::vector<std::string>{"Plan"});
   EXPECT_EQ(world.sent("/gmail/messages"),
             Json::object({{"device_user_id", world.deviceId.deviceId()},
                           {"max_results", 3},
@@ -115,20 +68,19 @@ TEST(Mail, ShowsTheNewestAndKeepsThemThroughEveryFault) {
       world.http.on("*", backend + endpoint, reply);
       world.load();
       EXPECT_EQ(world.cards(), allCards);
-      EXPECT_NE(world.panel->problem(), "");
-      EXPECT_FALSE(world.panel->isLoading());
-      EXPECT_TRUE(world.panel->hasGmailAccess());
+      EXPECT_NE(world.panel.problem(), "");
+      EXPECT_FALSE(world.panel.isLoading());
+      EXPECT_TRUE(world.panel.hasGmailAccess());
     }
-    EXPECT_FALSE(world.settings.keys().empty());
   }
   world.on("GET", "/gmail/status/*", R"({"hasAccess":true})");
   world.on("POST", "/gmail/messages", R"({"messages":[]})");
   world.load();
-  EXPECT_EQ(world.panel->problem() + world.cards(), "") << "an empty inbox is no fault";
+  EXPECT_EQ(world.panel.problem() + world.cards(), "") << "an empty inbox is no fault";
   world.on("GET", "/gmail/status/*", R"({"hasAccess":false})");
   world.load();
-  EXPECT_EQ(world.panel->prompt(), "Connect Gmail to see emails");
-  world.main([&] { world.panel->summarizeEmailsClicked(); });
+  EXPECT_EQ(world.panel.prompt(), "Connect Gmail to see emails");
+  world.main([&] { world.panel.summarizeEmailsClicked(); });
   EXPECT_EQ(world.statuses,
             "!Gmail is not connected. Please connect your Gmail account in Settings.|");
   EXPECT_EQ(world.sent("/gmail/summary"), Json());
@@ -140,8 +92,8 @@ TEST(Mail, OnlyTheNewestLoadCounts) {
     int ended = 0;
     world.http.once("GET", backend + "/gmail/status/*",
                     ScriptedReply::body(R"({"hasAccess":false})").after(5s));
-    world.main([&] { world.panel->checkGmailAccessAndLoadEmails([&] { ++ended; }); }, 1s);
-    world.main([&] { world.panel->checkGmailAccessAndLoadEmails([&] { ++ended; }); });
+    world.main([&] { world.panel.checkGmailAccessAndLoadEmails([&] { ++ended; }); }, 1s);
+    world.main([&] { world.panel.checkGmailAccessAndLoadEmails([&] { ++ended; }); });
     EXPECT_EQ(world.cards(), allCards);
     EXPECT_EQ(ended, 2);
   }
@@ -150,22 +102,22 @@ TEST(Mail, OnlyTheNewestLoadCounts) {
 TEST(Mail, TheSummaryIsReadAloudAndAFaultIsToldAloud) {
   MailWorld world;
   world.load();
-  world.main([&] { world.panel->summarizeEmailsClicked(); });
+  world.main([&] { world.panel.summarizeEmailsClicked(); });
   EXPECT_EQ(world.statuses, "🔊 Summarizing emails...|🔊 Reading emails...|");
   EXPECT_EQ(world.spoken(), "Two letters.");
   EXPECT_EQ(world.sent("/gmail/summary").intAt("count"), 5);
   world.on("POST", "/gmail/summary", R"({"summary":["x"]})");
-  world.main([&] { world.panel->summarizeEmailsClicked(); });
+  world.main([&] { world.panel.summarizeEmailsClicked(); });
   EXPECT_EQ(world.spoken(), "Sorry, I couldn't fetch your email summary.");
-  EXPECT_EQ(world.panel->summary(), "Two letters.");
-  EXPECT_FALSE(world.panel->isSummarizing());
+  EXPECT_EQ(world.panel.summary(), "Two letters.");
+  EXPECT_FALSE(world.panel.isSummarizing());
 }
 
 TEST(Mail, AReplyKeepsItsThreadAndAFailedOneItsWords) {
   MailWorld world;
   world.load();
-  ComposeEmailPanel& form = world.panel->compose();
-  world.main([&] { world.panel->showComposeEmailPanel(world.panel->cachedEmails()[0]); });
+  ComposeEmailPanel& form = world.panel.compose();
+  world.main([&] { world.panel.showComposeEmailPanel(world.panel.cachedEmails()[0]); });
   EXPECT_EQ(form.currentToField() + "|" + form.subjectField + "|" + form.bodyField,
             "bob@x|Re: Plan|\n\n\n———— Original Message ————\nFrom: Bob\nMonday\nHi");
   form.bodyField = "Yes" + form.bodyField;
@@ -181,7 +133,7 @@ TEST(Mail, AReplyKeepsItsThreadAndAFailedOneItsWords) {
           form.sendEmailClicked();
           form.sendEmailClicked();
           form.close();
-          world.panel->showComposeEmailPanel();
+          world.panel.showComposeEmailPanel();
           form.close();
         },
         31s);
@@ -198,7 +150,7 @@ TEST(Mail, AReplyKeepsItsThreadAndAFailedOneItsWords) {
   EXPECT_FALSE(form.isOpen());
   EXPECT_EQ(world.sent("/gmail/send").stringAt("thread_id"), "t");
 
-  world.main([&] { world.panel->showComposeEmailPanel(); });
+  world.main([&] { world.panel.showComposeEmailPanel(); });
   world.main([&] { form.recipientTyped("ek@x"); });
   world.main([&] { form.sendEmailClicked(); });
   EXPECT_EQ(form.message(), "Please enter recipient and subject.");
@@ -210,8 +162,8 @@ TEST(Mail, AReplyKeepsItsThreadAndAFailedOneItsWords) {
 
 TEST(Mail, TypingFindsContactsOfTheNewestTextOnly) {
   MailWorld world;
-  ComposeEmailPanel& form = world.panel->compose();
-  world.main([&] { world.panel->showComposeEmailPanel(); });
+  ComposeEmailPanel& form = world.panel.compose();
+  world.main([&] { world.panel.showComposeEmailPanel(); });
   for (const char* typed : {"B", "Bo"}) world.main([&] { form.recipientTyped(typed); }, 100ms);
   EXPECT_EQ(form.contactSuggestions(), (std::vector<MailContact>{{"Bob", "bob@x"}}));
   world.simulation->runFor(5s);
@@ -229,7 +181,7 @@ TEST(Mail, TypingFindsContactsOfTheNewestTextOnly) {
 TEST(Mail, AMessageOpensInTheBrowser) {
   MailWorld world;
   world.load();
-  world.main([&] { world.panel->openEmail(world.panel->cachedEmails()[0]); });
+  world.main([&] { world.panel.openEmail(world.panel.cachedEmails()[0]); });
   EXPECT_EQ(world.desktop.opened,
             std::vector<std::string>{"https://mail.google.com/mail/u/0/#inbox/1%2F%3F"});
 }
