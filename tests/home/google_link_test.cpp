@@ -29,9 +29,8 @@ struct LinkWorld : SimulatedWorld {
     dispatch.mainQueue()->sync(what);
     simulation->runFor(time);
   }
-  void note(const std::string& what) { outcomes += what + "|"; }
   auto noting() {
-    return [this](const auto& result) { note(result ? "ok" : result.error().description); };
+    return [this](const auto& r) { outcomes += (r ? "ok" : r.error().description) + "|"; };
   }
   void signIn() {
     main([&] { auth->signIn({"a/calendar", "b"}, noting()); });
