@@ -20,9 +20,9 @@ const std::vector<HomeView::Chip>& HomeView::quickActionChips() {
   static const std::vector<Chip> chips{{"schedule", "📅 Today's schedule"},
                                        {"news", "📰 Latest news"},
                                        {"notes", "📝 My notes"},
-                                       {"gmail", "📧 My mail"},
+                                       {"gmail", "📧 Mail"},
                                        {"deep_research", "🔬 Deep research"},
-                                       {"Give me one useful tip for today", "💡 A tip for today"}};
+                                       {"Give me one useful tip for today", "💡 A tip"}};
   return chips;
 }
 
