@@ -276,7 +276,8 @@ void describe(CLI::App& app, Chosen& chosen) {
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
       "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
-      "e-mail account.");
+      "e-mail account, KESTRIN_GOOGLE_CLIENT_ID and KESTRIN_GOOGLE_AUTH_URL for the link to a "
+      "Google account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
