@@ -88,7 +88,7 @@ void Companion::addServices(const CompanionOptions& options) {
       backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
       personality::addRoutes(server, *backend_, transcriber_);
-      backend::addCallRoutes(server, *backend_, dispatch_.clock(), random_);
+      backend::addCallRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addGoogleRoutes(server);
       backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addResearchRoutes(server, *backend_, dispatch_.clock());
