@@ -7,6 +7,7 @@
 #include "platform/linux/application_id.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
+#include "shell/loop_watch.h"
 #include "shell/main_window.h"
 #include "shell/overlay_widget.h"
 #include "shell/process_log.h"
@@ -35,6 +36,7 @@ int runDesktop(int argc, char** argv) {
   LinuxPlatform backends(printLine);
   auto& platform = backends.platform();
   const auto main = platform.dispatch.mainQueue();
+  const SteadyTime started = platform.dispatch.clock().steadyNow();
 
   LinuxControlBus bus;
   Application application(platform, {.companionProgram = siblingProgram("kestrin-companion")});
@@ -60,6 +62,7 @@ int runDesktop(int argc, char** argv) {
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
+  LoopWatch watch(toolkit, platform.dispatch.clock(), application.core().logger, started);
   auto& loop = backends.mainLoop();
   QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);
   QObject::connect(&wake, &QSocketNotifier::activated, [&loop] { loop.drain(); });
@@ -72,6 +75,8 @@ int runDesktop(int argc, char** argv) {
     OverlayWidget overlay(application.overlay());
     TrayItem tray(application, quit);
     MainWindow window(application);
+    watch.watch(window);
+    window.onPage = [&watch](const std::string& page) { watch.expectPage(page); };
     application.onChange = [&tray, &window] {
       tray.refresh();
       window.scheduleRefresh();
