@@ -3,6 +3,7 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QStyle>
+#include <map>
 
 namespace kestrin {
 
@@ -13,6 +14,37 @@ void setRole(QWidget* widget, const char* role) {
   widget->style()->polish(widget);
 }
 
+namespace {
+
+/// A label keeps its selectable text as a document and lays that out for every width that is asked
+/// for; nested layouts ask for the same few widths again and again.
+class Paragraph final : public QLabel {
+ public:
+  using QLabel::QLabel;
+  int heightForWidth(int width) const override {
+    if (text() != measuredText_ || heights_.size() > widthsKept) {
+      heights_.clear();
+      measuredText_ = text();
+    }
+    const auto known = heights_.find(width);
+    if (known != heights_.end()) return known->second;
+    return heights_[width] = QLabel::heightForWidth(width);
+  }
+
+ protected:
+  void changeEvent(QEvent* event) override {
+    heights_.clear();
+    QLabel::changeEvent(event);
+  }
+
+ private:
+  static constexpr size_t widthsKept = 16;
+  mutable std::map<int, int> heights_;
+  mutable QString measuredText_;
+};
+
+}  // namespace
+
 QLabel* makeLabel(const QString& text, const char* role) {
   auto* label = new QLabel(text);
   // Much of what is shown was said, or was written by a page or a model.
@@ -22,7 +54,9 @@ QLabel* makeLabel(const QString& text, const char* role) {
 }
 
 QLabel* makeParagraph(const QString& text, const char* role) {
-  auto* label = makeLabel(text, role);
+  auto* label = new Paragraph(text);
+  label->setTextFormat(Qt::PlainText);
+  label->setProperty("role", role);
   label->setWordWrap(true);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
   return label;
