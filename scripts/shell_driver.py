@@ -20,6 +20,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BIN = pathlib.Path(os.environ.get("KESTRIN_BIN", ROOT / "build" / "bin"))
 DEVICE = "device_0123456789abcdef"
 PORTS = {"ASR": 28001, "LLM": 28082, "AGENT": 28765, "BACKEND": 28780}
+CONTROLS = {Atspi.Role.PUSH_BUTTON, Atspi.Role.TOGGLE_BUTTON, Atspi.Role.CHECK_BOX, Atspi.Role.RADIO_BUTTON,
+            Atspi.Role.SLIDER, Atspi.Role.COMBO_BOX, Atspi.Role.ENTRY, Atspi.Role.LIST, Atspi.Role.TABLE,
+            Atspi.Role.PASSWORD_TEXT, Atspi.Role.SPIN_BUTTON, Atspi.Role.PUSH_BUTTON_MENU}
 DICTATIONS = [
     ("email", "Thunderbird", "tell anna that the meeting moved to thursday",
      "Hi Anna,\n\nthe meeting moved to Thursday, same room. Bring the new drawings, please.\n\nBest regards"),
@@ -106,6 +109,15 @@ def nodes(node, depth=0):
         child = node.get_child_at_index(i)
         if child is not None and has(child, Atspi.StateType.VISIBLE):
             yield from nodes(child, depth + 1)
+
+
+def nameless(window):
+    """The controls in it that an assistive program could not announce. A combo box is named by what is chosen in it;
+    what it is for is its description."""
+    def called(node):
+        return node.get_description() if node.get_role() == Atspi.Role.COMBO_BOX else node.get_name()
+    return [node.get_role_name() for node in nodes(window)
+            if node.get_role() in CONTROLS and not (called(node) or "").strip() and has(node, Atspi.StateType.FOCUSABLE)]
 
 
 class Shell:

@@ -222,7 +222,10 @@ void MainWindow::applyWindowState() {
       (flags & (Qt::Tool | Qt::WindowStaysOnTopHint))) {
     const bool visible = isVisible();
     setWindowFlags(flags);
-    if (visible) show();
+    if (visible) {
+      show();
+      activateWindow();
+    }
   }
   shown_ = state;
 }

@@ -2,6 +2,7 @@
 
 #include <QMessageBox>
 #include <QPainter>
+#include <QSignalBlocker>
 #include <QStyle>
 #include <map>
 
@@ -63,14 +64,40 @@ QLabel* makeParagraph(const QString& text, const char* role) {
 }
 
 QPushButton* makeButton(const QString& title, std::function<void()> clicked, const char* role) {
-  // An ampersand in a title is not a shortcut.
-  auto* button = new QPushButton(QString(title).replace("&", "&&"));
-  button->setAccessibleName(title);
+  auto* button = new QPushButton;
+  setTitle(button, title);
   button->setProperty("role", role);
   button->setCursor(Qt::PointingHandCursor);
   QObject::connect(button, &QPushButton::clicked, button,
                    [clicked = std::move(clicked)] { clicked(); });
   return button;
+}
+
+void setTitle(QPushButton* button, const QString& title) {
+  // An ampersand in a title is not a shortcut.
+  button->setText(QString(title).replace("&", "&&"));
+  button->setAccessibleName(title);
+}
+
+QPushButton* makeSegment(const QString& title, QButtonGroup* group, std::function<void()> chosen) {
+  auto* button = makeButton(
+      title, [] {}, "segment");
+  button->setCheckable(true);
+  group->addButton(button);
+  QObject::connect(button, &QPushButton::toggled, button, [chosen = std::move(chosen)](bool on) {
+    if (on) chosen();
+  });
+  return button;
+}
+
+void showChosen(QPushButton* segment) {
+  const QSignalBlocker quiet(segment);
+  segment->setChecked(true);
+}
+
+void nameChoices(QComboBox* box, const QString& name) {
+  box->setAccessibleName(name);
+  box->setAccessibleDescription(name);
 }
 
 QPushButton* makeTile(const QString& text, std::function<void()> clicked) {

@@ -119,7 +119,7 @@ void NotesPage::refresh() {
 }
 
 void NotesPage::showRecorder() {
-  record_->setText(view_.isRecording() ? "Stop and save" : "Record a note");
+  setTitle(record_, view_.isRecording() ? "Stop and save" : "Record a note");
   record_->setEnabled(!view_.isBusy());
   level_->setVisible(view_.isRecording() || view_.isBusy());
   // Without a range the bar moves by itself.
