@@ -6,6 +6,7 @@
 #include "companion/backend/memory_routes.h"
 #include "companion/backend/note_routes.h"
 #include "companion/backend/research_routes.h"
+#include "companion/calls/call_routes.h"
 #include "companion/personality/routes.h"
 #include "companion/recogniser/service.h"
 #include "platform/linux/curl_http.h"
@@ -49,8 +50,8 @@ server::Server& Companion::addServer(const CompanionOptions& options, std::strin
   return *servers_.back().server;
 }
 
-Result<std::vector<Companion::Listening>> Companion::start(
-    const CompanionOptions& options, std::function<void(const Status&)> onLoaded) {
+void Companion::addServices(const CompanionOptions& options) {
+  Random& random = options.ports.random ? *options.ports.random : machineRandom_;
   if (options.recogniserPort) {
     transcriber_ = std::make_shared<recogniser::Transcriber>(dispatch_);
     recogniser::addRoutes(addServer(options, "asr", *options.recogniserPort, mostAudioBytes),
@@ -63,13 +64,14 @@ Result<std::vector<Companion::Listening>> Companion::start(
   if (options.agentPort) {
     agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
     server::Server& server = addServer(options, "agent", *options.agentPort, mostJsonBytes);
-    home_ = std::make_unique<home::HomeService>(dispatch_, http_, speech_, options.home);
+    home_ = std::make_unique<home::HomeService>(
+        dispatch_, http_, options.ports.speech ? *options.ports.speech : speech_, options.home);
     home_->addRoutes(server);
     homeRequests_ = std::make_unique<home::HomeRequests>(*agent_, *home_);
     agent::addRoutes(server, *homeRequests_);
-    webHttp_ = makeCurlHttp(dispatch_);
+    if (!options.ports.web) webHttp_ = makeCurlHttp(dispatch_);
     research_ = std::make_unique<research::ResearchService>(
-        dispatch_, http_, *webHttp_, model_, random_,
+        dispatch_, http_, options.ports.web ? *options.ports.web : *webHttp_, model_, random,
         research::ResearchService::Options{options.searchUrl, options.hostedModelUrl,
                                            options.admitsPageAddress},
         log_);
@@ -83,11 +85,12 @@ Result<std::vector<Companion::Listening>> Companion::start(
       backend_->addRoutes(server);
       feedback_ =
           std::make_unique<assist::ModelFeedback>(dispatch_, model_, options.hostedModelUrl, log_);
-      backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random_);
+      backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
       personality::addRoutes(server, *backend_, transcriber_);
+      backend::addCallRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addGoogleRoutes(server);
-      backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random_);
+      backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addResearchRoutes(server, *backend_, dispatch_.clock());
       if (home_) home_->useHistory(backend::lastDictation(*backend_));
       if (research_) {
@@ -100,16 +103,26 @@ Result<std::vector<Companion::Listening>> Companion::start(
       addUnavailableRoutes(server, "The backend's data cannot be opened");
     }
   }
+}
+
+void Companion::loadRecogniser(const CompanionOptions& options,
+                               std::function<void(const Status&)> onLoaded) {
+  if (!transcriber_) return;
+  auto loader = options.ports.engine;
+  if (!loader) loader = [engine = options.engine] { return recogniser::loadEngine(engine); };
+  transcriber_->load(std::move(loader), std::move(onLoaded));
+}
+
+Result<std::vector<Companion::Listening>> Companion::start(
+    const CompanionOptions& options, std::function<void(const Status&)> onLoaded) {
+  addServices(options);
   std::vector<Listening> listening;
-  for (const Running& running : servers_) {
+  for (const Service& running : servers_) {
     if (const Status status = running.server->start(); !status) return fail(status.error());
     listening.push_back({running.name, running.server->port()});
   }
   // Only now that the ports are there: a second instance must fail at once.
-  if (transcriber_) {
-    transcriber_->load([engine = options.engine] { return recogniser::loadEngine(engine); },
-                       std::move(onLoaded));
-  }
+  loadRecogniser(options, std::move(onLoaded));
   return listening;
 }
 

@@ -21,6 +21,15 @@
 
 namespace kestrin {
 
+/// What stands in for this machine's own ports in a simulated world; absent ones are the real ones.
+/// All must outlive the companion.
+struct CompanionPorts {
+  Http* web = nullptr;  ///< fetches pages and serves nothing else
+  SystemSpeech* speech = nullptr;
+  Random* random = nullptr;
+  recogniser::Transcriber::Loader engine;
+};
+
 struct CompanionOptions {
   std::string bindAddress = "127.0.0.1";
   /// Nothing: the service is not offered. 0: any free port.
@@ -37,6 +46,7 @@ struct CompanionOptions {
   home::HomeService::Options home;      ///< weather and news
   /// Which addresses research may fetch pages from.
   std::function<bool(std::string_view)> admitsPageAddress = research::isPublicAddress;
+  CompanionPorts ports;
 };
 
 /// The local services in one process. Stops them when it is destroyed.
@@ -56,6 +66,16 @@ class Companion {
   Result<std::vector<Listening>> start(const CompanionOptions& options,
                                        std::function<void(const Status&)> onLoaded);
 
+  struct Service {
+    std::string name;
+    std::unique_ptr<server::Server> server;
+  };
+  /// The part of `start` before it listens: makes the services with their routes.
+  void addServices(const CompanionOptions& options);
+  /// The part after: loads the recogniser.
+  void loadRecogniser(const CompanionOptions& options, std::function<void(const Status&)> onLoaded);
+  const std::vector<Service>& services() const { return servers_; }
+
  private:
   server::Server& addServer(const CompanionOptions& options, std::string name, uint16_t port,
                             size_t bodyLimit);
@@ -67,7 +87,7 @@ class Companion {
   agent::LanguageModel model_;
   std::shared_ptr<recogniser::Transcriber> transcriber_;
   std::unique_ptr<agent::LocalAgent> agent_;
-  LinuxRandom random_;
+  LinuxRandom machineRandom_;
   std::unique_ptr<assist::ModelFeedback> feedback_;
   std::unique_ptr<backend::BackendService> backend_;
   /// Pages come over connections that nothing else uses.
@@ -78,11 +98,7 @@ class Companion {
   std::unique_ptr<home::HomeService> home_;
   std::unique_ptr<home::HomeRequests> homeRequests_;
   // Last, so that they stop before what they serve is taken down.
-  struct Running {
-    std::string name;
-    std::unique_ptr<server::Server> server;
-  };
-  std::vector<Running> servers_;
+  std::vector<Service> servers_;
 };
 
 }  // namespace kestrin

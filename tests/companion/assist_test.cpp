@@ -164,8 +164,8 @@ TEST(ModelFeedback, GivesNothingInsteadOfTooLateOrNonsense) {
       {ScriptedReply::events({{1s, good}}), "S", 1s},
       {ScriptedReply::events({{1s, event("nothing to say") + "data: [DONE]\n\n"}}), "-", 1s},
       {ScriptedReply::never(), "-", ModelFeedback::patience},
-      {ScriptedReply::refused(), "-", 0s},
-      {ScriptedReply::body("busy", 503), "-", 0s}};
+      {ScriptedReply::refused(), "-", 1500ms},  // asked three times
+      {ScriptedReply::body("busy", 503), "-", 1500ms}};
   for (const auto& [reply, expected, when] : cases) {
     SimulatedWorld world;
     world.http.on("GET", "*/v1/models", ScriptedReply::body("{\"data\":[]}"));

@@ -1,5 +1,7 @@
+#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <vector>
 
 #include "companion/agent/agent_service.h"
@@ -195,6 +197,56 @@ TEST_F(ServerTest, ATakenPortIsSaidClearly) {
   ASSERT_FALSE(status);
   EXPECT_EQ(status.error().code, EADDRINUSE);
   EXPECT_NE(status.error().description.find("already in use"), std::string::npos);
+}
+
+TEST_F(ServerTest, ClientsThatStopHalfWayKeepNobodyWaitingAndHoldNoThread) {
+  constexpr size_t crowd = 600;  // more than there are places
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  if (files.rlim_cur < 3 * crowd) GTEST_SKIP() << "too few file descriptors";
+  start({.connectionLimit = 512});
+  const auto threads = [] {
+    const auto tasks = std::filesystem::directory_iterator("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  expectStatus(get("/hello"), 200);
+  const auto before = threads();
+  RawClient early(server->port());
+  early.send(std::string("GET /later HTTP/1.1\r\n") + local + "\r\n");
+  const Responder owed = later.get_future().get();
+  const std::string post = std::string("POST /size HTTP/1.1\r\n") + local;
+  const std::string halves[] = {"", "GET /hel", std::string("GET /hello HTTP/1.1\r\n") + local,
+                                post + "Content-Length: 5000000\r\n\r\nabc",
+                                post + "Transfer-Encoding: chunked\r\n\r\n400\r\nxyz"};
+  std::vector<std::unique_ptr<RawClient>> silent;
+  for (size_t i = 0; i < crowd; ++i) {
+    silent.push_back(std::make_unique<RawClient>(server->port()));
+    silent.back()->send(halves[i % std::size(halves)]);
+    if (i % 20 == 0) expectStatus(get("/hello"), 200);
+  }
+  EXPECT_LE(threads(), before + 4) << "only the pool may have grown";
+  EXPECT_TRUE(silent.front()->closedByServer()) << "who waited longest makes room";
+  owed.text(200, "text/plain", "late");
+  EXPECT_NE(early.readToEnd().find("late"), std::string::npos) << "who is owed an answer gets it";
+  silent.back()->send(std::string(1021, 'x') + "\r\n0\r\n\r\n");
+  EXPECT_NE(silent.back()->readUntil("got 1024").find("got 1024"), std::string::npos);
+}
+
+TEST_F(ServerTest, ARequestThatComesByteByByteIsGivenUp) {
+  start({.idleTimeout = 1s});
+  const std::string post = std::string("POST /size HTTP/1.1\r\n") + local;
+  for (const std::string& beginning :
+       {post + "X-Slow: ", post + "Content-Length: 5000000\r\n\r\n"}) {
+    RawClient slow(server->port());
+    slow.send(beginning);
+    const SteadyTime began = dispatch->clock().steadyNow();
+    bool ended = false;
+    // Well before the idle time-out could begin: something moves all the time.
+    while (!ended && dispatch->clock().steadyNow() - began < 20s)
+      ended = !slow.send("x") || slow.hasEnded(100);
+    EXPECT_TRUE(ended);
+    expectStatus(get("/hello"), 200);
+  }
 }
 
 /// Says two pieces and then fails or ends.

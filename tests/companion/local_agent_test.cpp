@@ -14,7 +14,8 @@ using namespace std::chrono_literals;
 class LocalAgentTest : public testing::Test {
  protected:
   struct Answer {
-    std::string text, mode, error;
+    std::string text, mode, error, note;
+    Duration first{0}, whole{0};  ///< when the first text came, and the end
     int ends = 0;
     int actions = 0;
   };
@@ -29,18 +30,24 @@ class LocalAgentTest : public testing::Test {
 
   Answer ask(const Json& request, CancelRef cancel = std::make_shared<CancelToken>(),
              Duration limit = 200s) {
-    LocalAgent agent(http.makeSession({}), "http://hosted.test",
+    LocalAgent agent(http.makeSession({}), hostedUrl,
                      [&](const std::string& line) { log += line; });
     Answer out;
+    const Duration began = engine->elapsed();
     agent.process(
         request,
         [&](const Json& event) {
+          if (event.has("chunk") && out.text.empty()) out.first = engine->elapsed() - began;
+          if (const Json* action = event.objectAt("action")) {
+            EXPECT_EQ(action->stringAt("type"), "notification");
+            out.note += action->stringAt("body", "");
+          }
           out.actions += event.has("action") ? 1 : 0;
           out.text += event.stringAt("chunk", "");
           out.error += event.stringAt("error", "");
           if (auto mode = event.stringAt("mode")) out.mode = *mode;
         },
-        [&] { ++out.ends; }, std::move(cancel));
+        [&] { ++out.ends, out.whole = engine->elapsed() - began; }, std::move(cancel));
     engine->runFor(limit);
     EXPECT_EQ(out.ends, 1);
     return out;
@@ -54,6 +61,7 @@ class LocalAgentTest : public testing::Test {
   std::unique_ptr<Simulation> engine = Simulation::make(1);
   SimulatedHttp http{*engine};
   std::string log;
+  std::string hostedUrl = "http://hosted.test";
 };
 
 TEST_F(LocalAgentTest, StreamsFromTheModelWithTheModesPrompt) {
@@ -114,6 +122,106 @@ TEST_F(LocalAgentTest, AModelThatFailsBeforeItsFirstWordCostsOnlyTheStyle) {
     EXPECT_EQ(answer.text, "- Buy milk");
     EXPECT_EQ(answer.error, "");
     EXPECT_NE(log, "");
+    EXPECT_NE(answer.note.find("language model"), std::string::npos) << "the user is told";
+    EXPECT_EQ(answer.note.find("no such model"), std::string::npos) << "not in a server's words";
+  }
+}
+
+TEST_F(LocalAgentTest, WhatMayPassIsAskedAgainBeforeTheFirstWordAndOnlyThen) {
+  const auto refusal = [](int status, const char* name = "", const char* value = "",
+                          const char* body = "") {
+    ScriptedReply out = ScriptedReply::body(body, status);
+    if (*name) out.headers = {{"date", "Mon, 02 Mar 2026 09:00:00 GMT"}, {name, value}};
+    return out;
+  };
+  const auto badEvent = [](int code) {
+    return ScriptedReply::events(
+        {{1ms, "data: {\"error\":{\"code\":" + std::to_string(code) + "}}\n\n"}});
+  };
+  const char* delayed = R"({"error":{"message":"quota","details":[{"retryDelay":"2.5s"}]}})";
+  struct Case {
+    std::vector<ScriptedReply> failures;
+    size_t asked;                     ///< requests in all; the server is well after the failures
+    std::chrono::milliseconds least;  ///< the pauses in all
+  };
+  const std::vector<Case> cases{
+      {{ScriptedReply::refused()}, 2, 500ms},
+      {{ScriptedReply::lost(), refusal(503)}, 3, 1500ms},
+      {{ScriptedReply::refused(), ScriptedReply::refused(), ScriptedReply::refused()}, 3, 1500ms},
+      {{ScriptedReply::body("x").ending(ScriptedReply::End::lost)}, 2, 500ms},
+      {{refusal(429, "Retry-After", "7")}, 2, 7s},
+      {{refusal(429, "retry-after", "0")}, 2, 500ms},
+      {{refusal(503, "Retry-After", "Mon, 02 Mar 2026 09:00:04 GMT")}, 2, 4s},
+      {{refusal(503, "Retry-After", "Mon, 02 Mar 2026 08:00:00 GMT")}, 2, 500ms},
+      {{refusal(503, "Retry-After", "-3")}, 2, 500ms},
+      {{refusal(429, "", "", delayed)}, 2, 3s},
+      {{badEvent(503)}, 2, 500ms},
+      // These do not pass, or only after longer than a speaker waits.
+      {{badEvent(400)}, 1, 0ms},
+      {{refusal(401)}, 1, 0ms},
+      {{refusal(429, "Retry-After", "11")}, 1, 0ms},
+      {{refusal(429, "Retry-After", "99999999999999999999999")}, 1, 0ms},
+      {{ScriptedReply::never()}, 1, 60s},
+  };
+  for (const bool hosted : {false, true}) {
+    for (size_t i = 0; i < cases.size(); ++i) {
+      const Case& one = cases[i];
+      const std::string place = (hosted ? "h" : "c") + std::to_string(i) + ".test";
+      Json request = body("Note to self, buy milk.");
+      request.erase("custom_llm_url");
+      hostedUrl = "http://" + place;
+      if (hosted) request.set("gemini_api_key", "k");
+      if (!hosted) request.set("custom_llm_url", "http://" + place);
+      const char* hi = "data: {\"candidates\":[{\"content\":{\"parts\":[{\"text\":\"Hi\"}]}}]}\n\n";
+      http.on("POST", place + "/*",
+              ScriptedReply::events({{1ms, hosted ? Bytes(hi) : event("Hi")}}));
+      for (const auto& failure : one.failures) http.once("POST", place + "/*", failure);
+      const Answer answer = ask(request);
+      const bool well = one.asked > one.failures.size();
+      SCOPED_TRACE(place);
+      EXPECT_EQ(answer.text, well ? "Hi" : "- Buy milk");
+      EXPECT_EQ(answer.note.empty(), well);
+      EXPECT_EQ(http.requests(place + (hosted ? "/*" : "/*completions")).size(), one.asked);
+      EXPECT_GE(answer.first, one.least);
+      EXPECT_LT(answer.first, one.least + 500ms);
+    }
+  }
+}
+
+TEST_F(LocalAgentTest, AModelThatTalksWithoutAWordOrAnEndIsLeft) {
+  ScriptedReply alive = ScriptedReply::events({}).ending(ScriptedReply::End::never);
+  ScriptedReply endless = alive;
+  for (int i = 0; i < 40; ++i) {
+    alive.piece(10s, ": still thinking\n\n");
+    endless.piece(10s, event("a"));
+  }
+  http.on("POST", "127.0.0.1:9/*", alive);
+  Answer answer = ask(body("Note to self, buy milk."));
+  EXPECT_EQ(answer.text, "- Buy milk");
+  EXPECT_LT(answer.whole, 110s) << "the application waits two minutes";
+  http.on("POST", "127.0.0.1:9/*", endless);
+  answer = ask(body("Note to self, buy milk."), std::make_shared<CancelToken>(), 400s);
+  EXPECT_NE(answer.error, "");
+  EXPECT_LT(answer.whole, 300s) << "the application waits five minutes";
+  http.on("POST", "127.0.0.1:9/*", ScriptedReply::body(Bytes(9u << 20, 'x')));
+  EXPECT_EQ(ask(body("Note to self, buy milk.")).text, "- Buy milk");
+  EXPECT_EQ(http.running(), 0u);
+}
+
+TEST_F(LocalAgentTest, ACancelEndsAPauseAndALookUpAtOnce) {
+  http.on("POST", "127.0.0.1:9/*", [] {
+    ScriptedReply busy = ScriptedReply::body("", 429);
+    busy.headers = {{"Retry-After", "9"}};
+    return busy;
+  }());
+  for (const bool lookingUp : {false, true}) {
+    if (lookingUp) http.on("GET", "127.0.0.1:9/*", ScriptedReply::never());
+    auto cancel = std::make_shared<CancelToken>();
+    engine->globalQueue()->postAfter(2s, [cancel] { cancel->cancel(); });
+    const Answer answer = ask(body("hello there"), cancel, 30s);
+    EXPECT_EQ(answer.text + answer.note, "");
+    EXPECT_LT(answer.whole, 2100ms);
+    EXPECT_EQ(http.requests("*/chat/completions").size(), 1u);
   }
 }
 

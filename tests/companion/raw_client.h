@@ -46,6 +46,11 @@ class RawClient {
     }
     return received_;
   }
+  /// Whether the server closes within so many milliseconds.
+  bool hasEnded(int patience) {
+    readMore(patience);
+    return ended_;
+  }
   /// True when the server closed, false at the deadline.
   bool closedByServer() {
     readToEnd();
@@ -53,9 +58,9 @@ class RawClient {
   }
 
  private:
-  bool readMore() {
+  bool readMore(int patience = 10'000) {
     pollfd descriptor{fd_, POLLIN, 0};
-    if (ended_ || poll(&descriptor, 1, 10'000) <= 0) return false;
+    if (ended_ || poll(&descriptor, 1, patience) <= 0) return false;
     char block[4096];
     const ssize_t count = recv(fd_, block, sizeof block, 0);
     ended_ = count <= 0;

@@ -1,11 +1,16 @@
 #include "companion/agent/language_model.h"
 
+#include <utility>
+
+#include "companion/agent/model_call.h"
 #include "platform/text/text.h"
 
 namespace kestrin::agent {
 namespace {
 
+// Of silence, before the first byte as between two.
 constexpr auto modelTimeout = std::chrono::milliseconds(60'000);
+constexpr auto namesTimeout = std::chrono::milliseconds(5'000);
 constexpr const char* hostedModel = "gemini-2.0-flash";
 
 std::string withoutSlash(std::string url) {
@@ -60,68 +65,6 @@ HttpRequest hostedRequest(const ModelEndpoint& endpoint, const ModelPrompt& prom
   return request;
 }
 
-/// What one stream has seen so far.
-struct Stream {
-  ModelEndpoint::Kind kind = ModelEndpoint::Kind::chatCompletions;
-  LanguageModel::Handlers handlers;
-  int status = 0;
-  std::string buffer;
-  bool anyText = false;
-  std::optional<Error> error;
-
-  void line(std::string_view line) {
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (line.substr(0, 5) != "data:") return;
-    line.remove_prefix(5);
-    if (!line.empty() && line.front() == ' ') line.remove_prefix(1);
-    if (line == "[DONE]") return;
-    const auto event = Json::parse(line);
-    if (!event) return;
-    if (const Json* problem = event->objectAt("error")) {
-      error =
-          Error{"LanguageModel", 2, problem->stringAt("message", "the model reported an error")};
-      return;
-    }
-    std::string piece = textOfEvent(kind, *event);
-    if (piece.empty()) return;
-    anyText = true;
-    handlers.onText(std::move(piece));
-  }
-
-  void data(std::string_view bytes) {
-    // The body of an error status is its message, kept short.
-    if (status >= 400) {
-      if (buffer.size() < 4096) buffer += bytes;
-      return;
-    }
-    buffer += bytes;
-    size_t begin = 0;
-    for (size_t end = buffer.find('\n'); end != std::string::npos; end = buffer.find('\n', begin)) {
-      line(std::string_view(buffer).substr(begin, end - begin));
-      begin = end + 1;
-    }
-    buffer.erase(0, begin);
-  }
-
-  void end(std::optional<Error> transport) {
-    if (!transport && status >= 400) {
-      std::string message;
-      if (const auto body = Json::parse(buffer)) {
-        const Json* problem = body->objectAt("error");
-        message = problem ? problem->stringAt("message", "") : body->stringAt("error", "");
-      }
-      transport = Error{"LanguageModel", 1,
-                        "The language model answered with status " + std::to_string(status) +
-                            (message.empty() ? "" : ": " + text::prefix(message, 200))};
-    }
-    if (!transport && !buffer.empty()) line(buffer);
-    if (!transport) transport = error;
-    if (!transport && !anyText)
-      transport = Error{"LanguageModel", 3, "The language model gave no answer"};
-    handlers.onEnd(transport);
-  }
-};
-
 }  // namespace
 
 std::optional<ModelEndpoint> endpointFor(const Json& body, const std::string& hostedBaseUrl) {
@@ -154,48 +97,62 @@ std::string textOfEvent(ModelEndpoint::Kind kind, const Json& event) {
 
 void LanguageModel::Cancel::operator()() {
   HttpTaskRef running;
+  Job woken;
   {
     std::lock_guard lock(mutex);
     cancelled = true;
     running = task;
+    woken = std::exchange(wake, nullptr);
   }
   if (running) running->cancel();
+  if (woken) woken();
 }
 
 void LanguageModel::stream(const ModelEndpoint& endpoint, const ModelPrompt& prompt,
                            const std::shared_ptr<Cancel>& cancel, Handlers handlers) {
   if (endpoint.kind == ModelEndpoint::Kind::gemini) {
-    open(*session_, endpoint, hostedModel, prompt, cancel, std::move(handlers));
-    return;
+    return open(session_, names_, endpoint, hostedModel, prompt, cancel, std::move(handlers));
   }
+  std::optional<std::string> known;
   {
     std::lock_guard lock(names_->mutex);
-    if (const auto known = names_->byBase.find(endpoint.baseUrl); known != names_->byBase.end()) {
-      open(*session_, endpoint, known->second, prompt, cancel, std::move(handlers));
-      return;
-    }
+    if (const auto found = names_->byBase.find(endpoint.baseUrl); found != names_->byBase.end())
+      known = found->second;
+  }
+  if (known) {
+    return open(session_, names_, endpoint, *known, prompt, cancel, std::move(handlers));
   }
   HttpRequest request;
   request.url = endpoint.baseUrl + "/v1/models";
-  request.timeout = std::chrono::milliseconds(5'000);
+  request.timeout = namesTimeout;
   // The answer may come while this is being taken down.
-  session_->data(request, [weak = std::weak_ptr(session_), names = names_, endpoint, prompt, cancel,
-                           handlers = std::move(handlers)](Result<HttpResponse> response) mutable {
-    const auto session = weak.lock();
-    if (!session) return;
-    std::string model;
-    if (response) {
-      const auto body = Json::parse(response->body);
-      const auto models = body ? body->objectsAt("data") : std::vector<const Json*>{};
-      if (!models.empty()) model = models.front()->stringAt("id", "");
-      std::lock_guard lock(names->mutex);
-      names->byBase[endpoint.baseUrl] = model;
-    }
-    open(*session, endpoint, model, prompt, cancel, std::move(handlers));
-  });
+  HttpTaskRef task = session_->data(
+      request, [weak = std::weak_ptr(session_), names = names_, endpoint, prompt, cancel,
+                handlers = std::move(handlers)](Result<HttpResponse> response) mutable {
+        const auto session = weak.lock();
+        if (!session) return;
+        std::string model;
+        if (response && response->status < 400) {
+          const auto body = Json::parse(response->body);
+          const auto models = body ? body->objectsAt("data") : std::vector<const Json*>{};
+          if (!models.empty()) model = models.front()->stringAt("id", "");
+          std::lock_guard lock(names->mutex);
+          names->byBase[endpoint.baseUrl] = model;
+        }
+        open(session, names, endpoint, model, prompt, cancel, std::move(handlers));
+      });
+  bool cancelled = false;
+  {
+    std::lock_guard lock(cancel->mutex);
+    // The question itself may be under way already.
+    if (!cancel->task) cancel->task = task;
+    cancelled = cancel->cancelled;
+  }
+  if (cancelled) task->cancel();
 }
 
-void LanguageModel::open(HttpSession& session, const ModelEndpoint& endpoint,
+void LanguageModel::open(const std::shared_ptr<HttpSession>& session,
+                         const std::shared_ptr<Names>& names, const ModelEndpoint& endpoint,
                          const std::string& model, const ModelPrompt& prompt,
                          const std::shared_ptr<Cancel>& cancel, Handlers handlers) {
   HttpRequest request = endpoint.kind == ModelEndpoint::Kind::gemini
@@ -203,19 +160,16 @@ void LanguageModel::open(HttpSession& session, const ModelEndpoint& endpoint,
                             : chatRequest(endpoint, model, prompt);
   request.setHeader("Content-Type", "application/json");
   request.timeout = modelTimeout;
-  auto stream = std::make_shared<Stream>();
-  stream->kind = endpoint.kind;
-  stream->handlers = std::move(handlers);
-  std::lock_guard lock(cancel->mutex);
-  if (cancel->cancelled) {
-    session.queue()->post([stream] { stream->end(Error{"HTTP", httpCancelled, "cancelled"}); });
-    return;
-  }
-  cancel->task =
-      session.stream(std::move(request),
-                     {[stream](int status, const HttpHeaders&) { stream->status = status; },
-                      [stream](std::string_view bytes) { stream->data(bytes); },
-                      [stream](std::optional<Error> error) { stream->end(std::move(error)); }});
+  handlers.onEnd = [names, base = endpoint.baseUrl,
+                    onEnd = std::move(handlers.onEnd)](std::optional<Error> error) {
+    // The server may hold another model by now.
+    if (error && error->domain == "LanguageModel" && error->code == modelRefused) {
+      std::lock_guard lock(names->mutex);
+      names->byBase.erase(base);
+    }
+    onEnd(std::move(error));
+  };
+  ModelCall::begin(session, endpoint.kind, std::move(request), cancel, std::move(handlers));
 }
 
 void LanguageModel::probe(const std::string& baseUrl, std::function<void(bool)> completion) {

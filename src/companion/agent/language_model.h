@@ -33,21 +33,34 @@ struct ModelPrompt {
   double temperature = 0.0;
 };
 
-/// Streams a model's answer. Callbacks arrive on the session's queue. Thread-safe.
+/// Codes of errors in the domain "LanguageModel".
+enum LanguageModelError {
+  modelRefused = 1,  ///< an error status
+  modelFailed = 2,   ///< an error within the stream, or one that is no stream
+  modelSilent = 3,   ///< it ended without an answer
+  modelTooSlow = 4,  ///< no word, or no end, in the time there is
+};
+
+/// Streams a model's answer. What fails before the first word for a reason that may pass (no
+/// connection, status 429 or 5xx) is tried again twice, after a pause or after the one that the
+/// server asks for; once text was given out nothing is asked again. Callbacks arrive on the
+/// session's queue. Thread-safe.
 class LanguageModel {
  public:
   explicit LanguageModel(std::shared_ptr<HttpSession> session) : session_(std::move(session)) {}
 
   struct Handlers {
     std::function<void(std::string)> onText;  ///< pieces, never empty
-    /// Once. Errors: the transport's, or domain "LanguageModel" (1: error status, 2: an error in
-    /// the stream, 3: ended without an answer).
+    /// Once, the last attempt's outcome. Errors: the transport's, or domain "LanguageModel" (see
+    /// LanguageModelError).
     std::function<void(std::optional<Error>)> onEnd;
   };
-  /// Cancelling the token ends the stream; `onEnd` is then called with the transport's error.
+  /// Cancelling the token ends the stream, also between two attempts; `onEnd` is then called with
+  /// the transport's error.
   struct Cancel {
     std::mutex mutex;
     HttpTaskRef task;
+    Job wake;  ///< ends a pause
     bool cancelled = false;
     void operator()();
   };
@@ -58,17 +71,18 @@ class LanguageModel {
   void probe(const std::string& baseUrl, std::function<void(bool)> completion);
 
  private:
-  static void open(HttpSession& session, const ModelEndpoint& endpoint, const std::string& model,
-                   const ModelPrompt& prompt, const std::shared_ptr<Cancel>& cancel,
-                   Handlers handlers);
-
-  std::shared_ptr<HttpSession> session_;
   /// Model names by address: some servers refuse a request without one. Shared with pending
   /// look-ups.
   struct Names {
     std::mutex mutex;
     std::map<std::string, std::string> byBase;
   };
+  static void open(const std::shared_ptr<HttpSession>& session, const std::shared_ptr<Names>& names,
+                   const ModelEndpoint& endpoint, const std::string& model,
+                   const ModelPrompt& prompt, const std::shared_ptr<Cancel>& cancel,
+                   Handlers handlers);
+
+  std::shared_ptr<HttpSession> session_;
   std::shared_ptr<Names> names_ = std::make_shared<Names>();
 };
 

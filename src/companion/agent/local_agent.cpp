@@ -30,6 +30,31 @@ std::string ownWords(const Detection& detection, const Json& body) {
   return text;
 }
 
+/// Without the server's own words, which may say anything.
+std::string whyWithout(const Error& error) {
+  if (error.domain != "LanguageModel") {
+    return error.code == httpTimedOut ? "did not answer in time" : "could not be reached";
+  }
+  switch (error.code) {
+    case modelRefused:
+      return "refused the request";
+    case modelTooSlow:
+      return "did not answer in time";
+    default:
+      return "gave no answer";
+  }
+}
+
+/// What the application shows as a notification: the text at the caret looks like any other.
+Json writtenWithout(const Error& error) {
+  return Json::object(
+      {{"action",
+        Json::object({{"type", "notification"},
+                      {"title", "Written without the language model"},
+                      {"body", "The language model " + whyWithout(error) +
+                                   ". Your own words were put in form by rules instead."}})}});
+}
+
 }  // namespace
 
 std::vector<std::string> pieces(const std::string& text, size_t size) {
@@ -84,6 +109,7 @@ void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done
       } else {
         // The user's words matter more than how well they are put.
         emitText(ownWords(detection, body), emit);
+        emit(writtenWithout(*error));
       }
     }
     done();

@@ -10,8 +10,9 @@ namespace kestrin::agent {
 
 /// The agent of this machine. It decides what a request is for by rules, and answers with a
 /// configured language model, or by shaping the speaker's own words when there is none or when the
-/// model fails before its first word. A model that fails later ends the answer with an error: half
-/// a text must not pass for a whole one. Commands never go to a model.
+/// model fails before its first word; the user is told of that by an action that shows a
+/// notification. A model that fails later ends the answer with an error: half a text must not pass
+/// for a whole one. Commands never go to a model.
 class LocalAgent final : public Agent {
  public:
   /// `hostedBaseUrl` is where a request with a `gemini_api_key` goes. `log` gets one line a

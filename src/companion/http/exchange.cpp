@@ -62,7 +62,7 @@ void Exchange::onClientGone(Job job) {
     std::lock_guard lock(mutex_);
     if (!gone_) {
       // After the end of the answer nobody can go any more.
-      if (connection_ != nullptr) goneJobs_.push_back(std::move(job));
+      if (isOpen_) goneJobs_.push_back(std::move(job));
       return;
     }
   }
@@ -126,7 +126,7 @@ ssize_t Exchange::read(char* target, size_t size) {
 
 void Exchange::abandon() {
   std::unique_lock lock(mutex_);
-  if (connection_ == nullptr) return;
+  if (!isOpen_) return;
   gone_ = true;
   resumeLocked();
   runGoneJobs(std::move(lock));
@@ -141,8 +141,15 @@ bool Exchange::peerHasClosed() const {
   return poll(&descriptor, 1, 0) > 0 && (descriptor.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
+Exchange::Told Exchange::told() const {
+  std::lock_guard lock(mutex_);
+  if (answer_ == Answer::none) return {};
+  return {status_, contentType_, outgoing_, answer_ == Answer::whole || end_ != End::open};
+}
+
 void Exchange::finished(bool completely) {
   std::unique_lock lock(mutex_);
+  isOpen_ = false;
   connection_ = nullptr;
   suspended_ = false;
   if (completely) {

@@ -24,6 +24,7 @@ struct Exchange {
   std::string allow;  ///< with 405
   bool dispatched = false;
 
+  /// Null: nothing is between the server and whoever asks (see InProcessRequest).
   explicit Exchange(MHD_Connection* connection);
 
   // For handlers' side: any thread.
@@ -46,7 +47,15 @@ struct Exchange {
   void abandon();
   /// True once the peer of a suspended connection has closed.
   bool peerHasClosed() const;
-  /// libmicrohttpd is done with the connection.
+  struct Told {
+    int status = 0;  ///< 0: nothing yet
+    std::string contentType;
+    Bytes body;
+    bool ended = false;
+  };
+  /// Without a connection: the answer as far as it is there.
+  Told told() const;
+  /// The connection is done with.
   void finished(bool completely);
 
  private:
@@ -55,6 +64,7 @@ struct Exchange {
 
   mutable std::mutex mutex_;
   MHD_Connection* connection_;
+  bool isOpen_ = true;
   bool suspended_ = false;
   bool gone_ = false;
   Answer answer_ = Answer::none;

@@ -1,5 +1,6 @@
 #include "companion/http/server.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "companion/http/crowd.h"
 #include "companion/http/exchange.h"
 #include "companion/http/guard.h"
 #include "platform/text/text.h"
@@ -20,6 +22,9 @@ namespace {
 
 // How often the server looks whether the clients of suspended connections are still there.
 constexpr std::chrono::milliseconds watchInterval{200};
+
+// What a client only announces takes no memory yet.
+constexpr uint64_t mostReserved = 1u << 20;
 
 using Holder = std::shared_ptr<Exchange>;
 
@@ -69,7 +74,9 @@ struct Server::State : std::enable_shared_from_this<State> {
   };
 
   State(Dispatch& dispatch, ServerOptions given)
-      : options(std::move(given)), watchQueue(dispatch.makeQueue("companion.http.watch")) {}
+      : options(std::move(given)),
+        watchQueue(dispatch.makeQueue("companion.http.watch")),
+        crowd(dispatch.clock(), options.connectionLimit) {}
 
   const ServerOptions options;
   const QueueRef watchQueue;
@@ -81,6 +88,8 @@ struct Server::State : std::enable_shared_from_this<State> {
   std::mutex mutex;
   std::set<Holder> live;  // guarded by `mutex`
   bool watching = false;  // guarded by `mutex`
+  Crowd crowd;
+  std::atomic<bool> sweeping{false};
 
   // The daemon's callbacks; all on its thread.
   static MHD_Result onAccess(void* self, MHD_Connection* connection, const char* url,
@@ -88,13 +97,17 @@ struct Server::State : std::enable_shared_from_this<State> {
                              size_t* size, void** holder);
   static void onCompleted(void* self, MHD_Connection*, void** holder,
                           MHD_RequestTerminationCode code);
-  static void onConnection(void*, MHD_Connection* connection, void**,
+  static void onConnection(void* self, MHD_Connection* connection, void** member,
                            MHD_ConnectionNotificationCode code);
+  static Crowd::Member memberOf(MHD_Connection* connection);
 
   void begin(Exchange& exchange, MHD_Connection* connection, const char* url, const char* method);
+  void judge(Exchange& exchange, uint64_t announced);
   void refuse(Exchange& exchange, int status, std::string message);
   void findRoute(Exchange& exchange);
+  void serve(const Holder& exchange);
   MHD_Result dispatch(const Holder& exchange);
+  void sweep();
   void add(const Holder& exchange);
   void remove(const Holder& exchange);
   void watch();
@@ -138,16 +151,19 @@ void Server::State::begin(Exchange& exchange, MHD_Connection* connection, const 
   request.path = url;
   MHD_get_connection_values(connection, MHD_HEADER_KIND, collect, &request.headers);
   MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, collect, &request.query);
+  const std::string length = request.header("content-length");
+  judge(exchange, std::strtoull(length.c_str(), nullptr, 10));
+}
 
+void Server::State::judge(Exchange& exchange, uint64_t announced) {
+  Request& request = exchange.request;
   findRoute(exchange);
   const std::string host = request.header("host");
-  const std::string length = request.header("content-length");
-  const uint64_t announced = std::strtoull(length.c_str(), nullptr, 10);
   if (announced > options.bodyLimit) {
     refuse(exchange, MHD_HTTP_CONTENT_TOO_LARGE,
            "The body is larger than " + std::to_string(options.bodyLimit) + " bytes");
   } else if (exchange.refusal == 0) {
-    request.body.reserve(announced);
+    request.body.reserve(std::min(announced, mostReserved));
   }
   if (request.headers.count("origin") > 0 && !isLoopbackOrigin(request.header("origin"))) {
     refuse(exchange, MHD_HTTP_FORBIDDEN, "Requests of other origins are refused");
@@ -159,16 +175,20 @@ void Server::State::begin(Exchange& exchange, MHD_Connection* connection, const 
   }
 }
 
+void Server::State::serve(const Holder& exchange) {
+  if (exchange->refusal != 0) {
+    Responder(exchange).error(exchange->refusal, exchange->refusalText);
+  } else if (stopping) {
+    Responder(exchange).error(MHD_HTTP_SERVICE_UNAVAILABLE, "The service is stopping");
+  } else {
+    exchange->handler(exchange->request, Responder(exchange));
+  }
+}
+
 MHD_Result Server::State::dispatch(const Holder& exchange) {
   if (!exchange->dispatched) {
     exchange->dispatched = true;
-    if (exchange->refusal != 0) {
-      Responder(exchange).error(exchange->refusal, exchange->refusalText);
-    } else if (stopping) {
-      Responder(exchange).error(MHD_HTTP_SERVICE_UNAVAILABLE, "The service is stopping");
-    } else {
-      exchange->handler(exchange->request, Responder(exchange));
-    }
+    serve(exchange);
   }
   switch (exchange->next()) {
     case Exchange::Next::send:
@@ -190,6 +210,7 @@ MHD_Result Server::State::onAccess(void* self, MHD_Connection* connection, const
     *holder = fresh;
     state.begin(**fresh, connection, url, method);
     state.add(*fresh);
+    state.crowd.moved(memberOf(connection), false);
     // A body that is too large is not even read: the answer goes out at once and the connection
     // ends.
     if ((*fresh)->refusal == MHD_HTTP_CONTENT_TOO_LARGE) return state.dispatch(*fresh);
@@ -206,25 +227,52 @@ MHD_Result Server::State::onAccess(void* self, MHD_Connection* connection, const
     *size = 0;
     return MHD_YES;
   }
+  if (!exchange->dispatched) state.crowd.moved(memberOf(connection), true);
   return state.dispatch(exchange);
 }
 
-void Server::State::onCompleted(void* self, MHD_Connection*, void** holder,
+void Server::State::onCompleted(void* self, MHD_Connection* connection, void** holder,
                                 MHD_RequestTerminationCode code) {
   auto* exchange = static_cast<Holder*>(*holder);
   if (exchange == nullptr) return;
   *holder = nullptr;
+  static_cast<State*>(self)->crowd.moved(memberOf(connection), false);
   static_cast<State*>(self)->remove(*exchange);
   (*exchange)->finished(code == MHD_REQUEST_TERMINATED_COMPLETED_OK);
   delete exchange;
 }
 
-void Server::State::onConnection(void*, MHD_Connection* connection, void**,
+Crowd::Member Server::State::memberOf(MHD_Connection* connection) {
+  void* member =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context;
+  return *static_cast<Crowd::Member*>(member);
+}
+
+void Server::State::onConnection(void* self, MHD_Connection* connection, void** member,
                                  MHD_ConnectionNotificationCode code) {
-  if (code != MHD_CONNECTION_NOTIFY_STARTED) return;
+  State& state = *static_cast<State*>(self);
+  if (code != MHD_CONNECTION_NOTIFY_STARTED) {
+    auto* leaving = static_cast<Crowd::Member*>(*member);
+    state.crowd.leave(*leaving);
+    delete leaving;
+    return;
+  }
   const int fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
   const int on = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  *member = new Crowd::Member(state.crowd.enter(fd));
+  if (!state.sweeping.exchange(true)) state.sweep();
+}
+
+/// Seldom, and only while there are connections: an idle program must not wake up.
+void Server::State::sweep() {
+  watchQueue->postAfter(options.idleTimeout, [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self || self->stopping) return;
+    self->sweeping = false;
+    const bool anyLeft = self->crowd.shutLate(self->options.idleTimeout);
+    if (anyLeft && !self->sweeping.exchange(true)) self->sweep();
+  });
 }
 
 void Server::State::add(const Holder& exchange) {
@@ -276,6 +324,19 @@ void Server::route(std::string method, std::string path, Handler handler) {
   state_->routes.push_back({std::move(method), std::move(path), isPrefix, std::move(handler)});
 }
 
+std::vector<Server::RouteName> Server::routes() const {
+  std::vector<RouteName> out;
+  for (const State::Route& route : state_->routes)
+    out.push_back({route.method, route.path + (route.isPrefix ? "*" : "")});
+  return out;
+}
+
+void Server::serve(const Holder& exchange) {
+  exchange->dispatched = true;
+  state_->judge(*exchange, exchange->request.body.size());
+  state_->serve(exchange);
+}
+
 Status Server::start() {
   const Result<int> fd = listenOn(state_->options.bindAddress, state_->options.port);
   if (!fd) return fail(fd.error());
@@ -289,7 +350,7 @@ Status Server::start() {
       static_cast<unsigned>(state_->options.idleTimeout.count()), MHD_OPTION_CONNECTION_LIMIT,
       state_->options.connectionLimit, MHD_OPTION_CONNECTION_MEMORY_LIMIT, size_t{64 * 1024},
       MHD_OPTION_NOTIFY_COMPLETED, &State::onCompleted, state_.get(), MHD_OPTION_NOTIFY_CONNECTION,
-      &State::onConnection, nullptr, MHD_OPTION_END);
+      &State::onConnection, state_.get(), MHD_OPTION_END);
   if (state_->daemon == nullptr) {
     ::close(*fd);
     return fail("Server", EIO, "The HTTP server did not start");

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/bytes.h"
 #include "platform/dispatch/dispatch.h"
@@ -87,8 +88,10 @@ struct ServerOptions {
   uint16_t port = 0;  ///< 0: any free one
   size_t bodyLimit = 8u << 20;
   /// A connection on which nothing moves for so long is closed, unless the server owes it an
-  /// answer.
+  /// answer. The head of a request, and then its body, must be there at most twice as long after
+  /// what came before, however busily a client sends them byte by byte.
   std::chrono::seconds idleTimeout{120};
+  /// When few of them are left, the connection that has waited longest for its client is closed.
   unsigned connectionLimit = 512;
 };
 
@@ -108,12 +111,21 @@ class Server {
   /// `path` is exact, or ends in `*` and takes everything below. GET routes answer HEAD as well.
   /// Before `start` only.
   void route(std::string method, std::string path, Handler handler);
+  struct RouteName {
+    std::string method;
+    std::string path;  ///< as given to `route`
+  };
+  /// All routes, in the order of their registration.
+  std::vector<RouteName> routes() const;
   /// Errors: domain "Server", code = errno (98: the port is taken).
   Status start();
   /// The port that is listened on, after `start`.
   uint16_t port() const;
 
  private:
+  friend class InProcessRequest;
+  void serve(const std::shared_ptr<Exchange>& exchange);
+
   struct State;
   std::shared_ptr<State> state_;
 };
