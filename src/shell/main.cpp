@@ -9,6 +9,7 @@
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/call_windows.h"
+#include "shell/loop_watch.h"
 #include "shell/main_window.h"
 #include "shell/overlay_widget.h"
 #include "shell/process_log.h"
@@ -43,6 +44,7 @@ int runDesktop(int argc, char** argv) {
   LinuxPlatform backends(printLine);
   auto& platform = backends.platform();
   const auto main = platform.dispatch.mainQueue();
+  const SteadyTime started = platform.dispatch.clock().steadyNow();
 
   LinuxControlBus bus;
   Application application(platform, {.companionProgram = siblingProgram("kestrin-companion"),
@@ -73,6 +75,7 @@ int runDesktop(int argc, char** argv) {
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
+  LoopWatch watch(toolkit, platform.dispatch.clock(), application.core().logger, started);
   auto& loop = backends.mainLoop();
   QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);
   QObject::connect(&wake, &QSocketNotifier::activated, [&loop] { loop.drain(); });
@@ -87,6 +90,8 @@ int runDesktop(int argc, char** argv) {
     InCallPanel inCallPanel(application.calls());
     TrayItem tray(application, quit);
     MainWindow window(application);
+    watch.watch(window);
+    window.onPage = [&watch](const std::string& page) { watch.expectPage(page); };
     application.onChange = [&tray, &window] {
       tray.refresh();
       window.scheduleRefresh();

@@ -225,7 +225,10 @@ void MainWindow::applyWindowState() {
       (flags & (Qt::Tool | Qt::WindowStaysOnTopHint))) {
     const bool visible = isVisible();
     setWindowFlags(flags);
-    if (visible) show();
+    if (visible) {
+      show();
+      activateWindow();
+    }
   }
   shown_ = state;
 }
@@ -238,6 +241,7 @@ void MainWindow::showCurrentPage() {
     if (text::lower(entry.title) == text::lower(wanted)) current = &entry;
   }
   if (current == nullptr || (current->developer && !developerMode())) current = &entries_.front();
+  if (onPage && current_ != current->title) onPage(current->title);
   if (current->page == nullptr) {
     current->page = current->make();
     current->page->setProperty("role", "page");
