@@ -124,6 +124,32 @@ TEST(Calls, ACallIsPlacedHeardSummedUpAndGivenBack) {
   EXPECT_EQ(world.statuses, "ringing connecting ended idle ");
 }
 
+TEST(Calls, ABackendThatGoesInMidCallTakesNothingFromIt) {
+  PlacedWorld world;
+  const auto page = world.webPages.last();
+  const auto signal = [&](const char* type) {
+    page->send(
+        Json::object({{"room", Json::object({{"message", Json::object({{"type", type}})}})}}));
+    world.simulation->runFor(1s);
+  };
+  signal("join");
+  world.answer("*", "/*", ScriptedReply::body("<html>", 502));
+  signal("candidate");
+  world.simulation->runFor(120s);
+  EXPECT_TRUE(world.page().isInCall());
+  EXPECT_TRUE(page->isOpen());
+  EXPECT_EQ(world.page().timerLabel(), "02:03");
+  world.answer("POST", "/calls/room",
+               R"({"after":9,"messages":[{"from":"x","message":{"type":"leave"}}]})");
+  world.simulation->runFor(3s);
+  const Json sent = world.last("/calls/room");
+  EXPECT_NE(page->scripts.back().find("leave"), std::string::npos) << "it is heard again";
+  EXPECT_EQ(sent.find("messages")->items().size(), 0u) << "what waited was sent once";
+  world.main([&] { world.page().endCallClicked(); }, 20s);
+  EXPECT_EQ(world.statuses, "ringing connecting ended idle ");
+  EXPECT_TRUE(world.page().canCall());
+}
+
 TEST(Calls, EveryRequestMayFailAndTheNextCallGoesThrough) {
   for (const char* path : {"/calls/initiate", "/calls/token"}) {
     for (const auto& reply : {ScriptedReply::body("[1]"), ScriptedReply::body("\xff", 500),
