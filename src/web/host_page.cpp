@@ -10,28 +10,12 @@
 #include <utility>
 
 #include "platform/web_page.h"
+#include "web/message_port.h"
 
 namespace kestrin::web {
 namespace {
 
 constexpr std::chrono::seconds policyLimit(10);
-/// The other side cuts lines at a mebibyte; escaping can make six bytes of one.
-constexpr qsizetype longestText = 100'000;
-
-/// What a local page's `kestrin.send` reaches.
-class MessagePort final : public QObject {
-  Q_OBJECT
- public:
-  MessagePort(ControlChannel& channel, QObject* parent) : QObject(parent), channel_(channel) {}
-  Q_INVOKABLE void send(const QString& text) {
-    if (text.size() > longestText) return;
-    auto body = Json::parse(text.toStdString());
-    if (body) channel_.send(Json::object({{"event", "message"}, {"body", std::move(*body)}}));
-  }
-
- private:
-  ControlChannel& channel_;
-};
 
 constexpr const char* senderScript = R"js(
 (() => {
@@ -174,5 +158,3 @@ void HostPage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, con
 }
 
 }  // namespace kestrin::web
-
-#include "host_page.moc"
