@@ -53,8 +53,11 @@ Application::Application(Platform& platform, Options options)
                       .delegate = delegate_,
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}),
-      pages_(core_, preferencesServices(), mainWindow_, holdKeyName_) {
+      pages_(core_, preferencesServices(), mainWindow_, holdKeyName_),
+      calls_(callsSources(core_, options_.mediaLibrary,
+                          [this]() -> LiveAssist& { return pages_.liveAssist(); })) {
   observe();
+  connectCalls();
 }
 
 Application::~Application() { stop(); }
@@ -106,6 +109,52 @@ void Application::observe() {
       [main = platform_.dispatch.mainQueue(), keepTier](const std::string& key) {
         if (key == actionTierSetting) main->post(keepTier);
       }));
+}
+
+void Application::connectCalls() {
+  calls_.hooks = {
+      .notify =
+          [this](UserNotification notification, Json userInfo,
+                 std::function<void(const Result<uint32_t>&)> onShown) {
+            notices_.show(std::move(notification), std::move(userInfo), std::move(onShown));
+          },
+      .navigateToTab = [this](const std::string& tab) { mainWindow_.navigateToTab(tab); },
+      .requestUserAttention =
+          [this] {
+            if (onAttention) onAttention();
+          },
+      .playRingtone =
+          [this] {
+            if (onRing) onRing();
+          }};
+  startSequence_.hooks.startPresence = [this] { calls_.start(); };
+  startSequence_.hooks.stopPresence = [this] { calls_.stop(); };
+  startSequence_.hooks.setupGlobalIncomingCallHandler = [this] {
+    calls_.setupGlobalIncomingCallHandler();
+  };
+  notices_.answerCall = lifetime_.guard(
+      [this](const Json&, std::function<void(const Status&)> done) { calls_.answer(done); });
+  notices_.declineCall = lifetime_.guard([this](const Json&) { calls_.decline(); });
+  notices_.viewSummary = lifetime_.guard([this](const Json&) {
+    applicationShouldHandleReopen();
+    mainWindow_.navigateToTab(Calls::callsTab);
+  });
+  subscriptions_.push_back(
+      platform_.notifications.observe("CallBackRequested", lifetime_.guard([this](const Json&) {
+        applicationShouldHandleReopen();
+        mainWindow_.navigateToTab(Calls::callsTab);
+      })));
+}
+
+void Application::obeyCall(const std::string& what) {
+  if (what == "answer") {
+    return calls_.answer(lifetime_.guard([this](const Status& answered) {
+      if (!answered) mainWindow_.updateStatus(answered.error().description, StatusColor::orange);
+    }));
+  }
+  if (what == "hangup") return calls_.hangUp();
+  applicationShouldHandleReopen();
+  calls_.place(what);
 }
 
 DictationServices Application::dictationServices() {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/app_delegate.h"
+#include "app/calls_sources.h"
 #include "app/core_services.h"
 #include "app/main_window_controller.h"
 #include "app/notification_categories.h"
@@ -42,6 +43,8 @@ class Application {
     Endpoints endpoints = Endpoints::fromEnvironment();
     /// Path or name of the companion's program.
     std::string companionProgram = "kestrin-companion";
+    /// Path of the hosted calls' media library; empty: it is not installed.
+    std::string mediaLibrary;
   };
 
   Application(Platform& platform, Options options);
@@ -71,6 +74,9 @@ class Application {
   CoreServices& core() { return core_; }
   MainWindowController& mainWindow() { return mainWindow_; }
   Pages& pages() { return pages_; }
+  Calls& calls() { return calls_; }
+  /// "answer", "hangup", or whom to call, from the session bus.
+  void obeyCall(const std::string& what);
   OverlayWindow& overlay() { return overlay_; }
   AppDelegate& delegate() { return delegate_; }
   UndeliveredStore& undelivered() { return undelivered_; }
@@ -84,9 +90,14 @@ class Application {
   /// "show" and "quit" of the session bus.
   std::function<void()> onShow;
   std::function<void()> onQuit;
+  /// Something that the user should see at once: the windows ask for it in the desktop's way.
+  std::function<void()> onAttention;
+  /// A call rings: once every three seconds.
+  std::function<void()> onRing;
 
  private:
   void observe();
+  void connectCalls();
   void showSetup();
   void showPrompt(const ServicePrompt& prompt);
   bool mayElevate() const;
@@ -121,6 +132,7 @@ class Application {
   SetupChecklist setup_;
   StartSequence startSequence_;
   Pages pages_;
+  Calls calls_;
   std::vector<SubscriptionHandle> subscriptions_;
   Lifetime lifetime_;
 };

@@ -10,35 +10,24 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
       speech_(agent_, core.player, persona_, core.logger),
       calendar_(core.platform.dispatch, core.platform.http, core.platform.calendars,
                 core.platform.settings, core.logger, core.deviceId, core.endpoints),
-      caches_({core.platform.dispatch,
-               core.platform.settings,
-               core.logger,
-               agent_,
-               speech_,
-               persona_,
-               calendar_,
-               std::move(notes),
-               {},
+      googleAuth_(
+          {core.platform.dispatch, core.platform.http, core.platform.settings, core.platform.random,
+           core.platform.webPages, core.logger, core.deviceId, core.endpoints.backend},
+          GoogleConsent::fromEnvironment()),
+      googleAccount_(googleAuth_),
+      gmail_({core.platform.dispatch, core.platform.http, core.platform.settings, core.logger,
+              core.deviceId, speech_, core.platform.workspace, core.endpoints.backend}),
+      caches_({core.platform.dispatch, core.platform.settings, core.logger, agent_, speech_,
+               persona_, calendar_, std::move(notes), [this] { return gmail_.mailSummary(); },
                std::move(holdKeyName)}),
-      triggers_({core.platform.dispatch,
-                 core.logger,
-                 agent_,
-                 speech_,
-                 calendar_,
-                 core.platform.userNotifications,
-                 {}}),
-      view_({core.platform.dispatch,
-             core.platform.settings,
-             core.logger,
-             agent_,
-             speech_,
-             persona_,
-             calendar_,
-             caches_,
+      triggers_({core.platform.dispatch, core.logger, agent_, speech_, calendar_,
+                 core.platform.userNotifications, [this] { return gmail_.mailSummary(); }}),
+      view_({core.platform.dispatch, core.platform.settings, core.logger, agent_, speech_, persona_,
+             calendar_, caches_,
              [window](const std::string& tab) {
                if (window) window->navigateToTab(tab);
              },
-             {}}),
+             [this] { return gmail_.mailSummary(); }, &gmail_}),
       calendarView_(core.platform.dispatch, calendar_) {
   const auto status = [window](const std::string& text, bool failed) {
     if (window) window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
@@ -46,11 +35,18 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
   speech_.onStatus = status;
   caches_.onStatus = status;
   view_.onStatus = status;
+  gmail_.onStatus = status;
+  // What may be read has changed.
+  googleAccount_.onLinkChanged = [this] {
+    gmail_.checkGmailAccessAndLoadEmails();
+    view_.load();
+  };
 }
 
 void Home::start() {
   view_.load();
   caches_.startAllBackgroundCaches();
+  gmail_.checkGmailAccessAndLoadEmails();
   triggers_.startTriggerPolling();
 }
 

@@ -4,6 +4,8 @@
 #include "app/main_window_controller.h"
 #include "home/calendar_view.h"
 #include "home/home_view.h"
+#include "home/mail/gmail_panel.h"
+#include "identity/google/google_account_view.h"
 
 namespace kestrin {
 
@@ -23,12 +25,17 @@ class Home {
   CalendarService& calendar() { return calendar_; }
   CalendarView& calendarView() { return calendarView_; }
   SpeechService& speech() { return speech_; }
+  GmailPanel& gmail() { return gmail_; }
+  GoogleAccountView& googleAccount() { return googleAccount_; }
 
  private:
   HomeAgent agent_;
   AIPersonaService persona_;
   SpeechService speech_;
   CalendarService calendar_;
+  GoogleAuthService googleAuth_;
+  GoogleAccountView googleAccount_;
+  GmailPanel gmail_;
   HomeCaches caches_;
   TriggerService triggers_;
   HomeView view_;

@@ -140,6 +140,16 @@ void addNote(CLI::App& app, Chosen& chosen) {
   command->callback([&chosen, options] { chosen = [options] { return note(*options); }; });
 }
 
+void addCall(CLI::App& app, Chosen& chosen) {
+  auto* command = app.add_subcommand(
+      "call", "Calls: whom to call (a device's id or a name), answer, hangup, list or online");
+  const auto options = std::make_shared<CallOptions>();
+  command->add_option("what", options->what, "Whom to call, or answer, hangup, list, online")
+      ->required();
+  command->add_flag("--json", options->json, "One JSON object a line, for list and online");
+  command->callback([&chosen, options] { chosen = [options] { return call(*options); }; });
+}
+
 void addLive(CLI::App& app, Chosen& chosen) {
   auto options = std::make_shared<LiveOptions>();
   auto* command = app.add_subcommand(
@@ -266,7 +276,8 @@ void describe(CLI::App& app, Chosen& chosen) {
       "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.\n"
       "Environment: KESTRIN_ASR_URL, KESTRIN_LLM_URL, KESTRIN_AGENT_URL and KESTRIN_BACKEND_URL "
       "are the base addresses of the services; KESTRIN_AUTH_URL and KESTRIN_AUTH_KEY are for the "
-      "e-mail account.");
+      "e-mail account, KESTRIN_GOOGLE_CLIENT_ID and KESTRIN_GOOGLE_AUTH_URL for the link to a "
+      "Google account.");
   addDictate(app, chosen);
   addControl(app, chosen);
   addStatus(app, chosen);
@@ -274,6 +285,7 @@ void describe(CLI::App& app, Chosen& chosen) {
   addSettings(app, chosen);
   addResearch(app, chosen);
   addNote(app, chosen);
+  addCall(app, chosen);
   addLive(app, chosen);
   addHome(app, chosen);
   addTerminal(app, chosen);

@@ -71,6 +71,14 @@ struct NoteOptions {
 /// A voice note from a recording, printed as it is stored.
 int note(const NoteOptions& options);
 
+struct CallOptions {
+  std::string what;  ///< "answer", "hangup", "list", "online", or whom to call
+  bool json = false;
+};
+/// Tells the running application to call, answer or hang up; or prints the calls that were, or who
+/// is online.
+int call(const CallOptions& options);
+
 struct LiveOptions {
   std::string microphone;  ///< path of the user's side; both empty: what is heard now
   std::string system;      ///< path of the other side

@@ -6,6 +6,7 @@
 #include "companion/backend/memory_routes.h"
 #include "companion/backend/note_routes.h"
 #include "companion/backend/research_routes.h"
+#include "companion/calls/call_routes.h"
 #include "companion/personality/routes.h"
 #include "companion/recogniser/service.h"
 #include "platform/linux/curl_http.h"
@@ -87,6 +88,7 @@ void Companion::addServices(const CompanionOptions& options) {
       backend::addLiveSessionRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addMemoryRoutes(server, *backend_, *feedback_);
       personality::addRoutes(server, *backend_, transcriber_);
+      backend::addCallRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addGoogleRoutes(server);
       backend::addNoteRoutes(server, *backend_, dispatch_.clock(), random);
       backend::addResearchRoutes(server, *backend_, dispatch_.clock());

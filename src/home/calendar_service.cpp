@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "identity/google/google_account.h"
 #include "platform/dispatch/background.h"
 
 namespace kestrin {
@@ -126,12 +127,8 @@ CalendarService::CalendarService(Dispatch& dispatch, Http& http, Calendars& cale
       session_(http.makeSession({})) {}
 
 bool CalendarService::hasGoogleCalendar() const {
-  const auto account = settings_.get("linkedGoogleAccount");
-  if (!account) return false;
-  const auto scopes = account->stringsAt("scopes");
-  return std::any_of(scopes.begin(), scopes.end(), [](const std::string& scope) {
-    return scope.find("calendar") != std::string::npos;
-  });
+  const auto account = linkedGoogleAccount(settings_);
+  return account && account->mayUse("calendar");
 }
 
 void CalendarService::fetchEvents(Completion completion) {

@@ -6,16 +6,11 @@
 #include <vector>
 
 #include "home/calendar_service.h"
+#include "home/mail/email.h"
 #include "home/speech_service.h"
 #include "notes/voice_note.h"
 
 namespace kestrin {
-
-/// What the briefing says of the mail.
-struct MailSummary {
-  int unread = 0;
-  std::vector<std::string> subjects;  ///< newest first
-};
 
 /// What the home page has ready: briefing with its speech, news, a summary of the notes, the
 /// weather. Refreshed by timers; a refresh that fails leaves what was there. For the run only. Main

@@ -12,6 +12,7 @@ constexpr auto quickActionTimeout = 60s;
 constexpr auto newsPollInterval = 2s;
 constexpr int newsAttempts = 15;
 constexpr const char* scheduleTitle = "Today's Schedule";
+constexpr const char* mailTitle = "Recent mail";
 
 }  // namespace
 
@@ -19,8 +20,9 @@ const std::vector<HomeView::Chip>& HomeView::quickActionChips() {
   static const std::vector<Chip> chips{{"schedule", "📅 Today's schedule"},
                                        {"news", "📰 Latest news"},
                                        {"notes", "📝 My notes"},
+                                       {"gmail", "📧 Mail"},
                                        {"deep_research", "🔬 Deep research"},
-                                       {"Give me one useful tip for today", "💡 A tip for today"}};
+                                       {"Give me one useful tip for today", "💡 A tip"}};
   return chips;
 }
 
@@ -55,6 +57,7 @@ void HomeView::handleQuickAction(const std::string& query) {
   if (query == "notes") return showRecentNotes();
   if (query == "calendar" || query == "schedule") return showTodaySchedule();
   if (query == "news") return showLatestNews();
+  if (query == "gmail" && services_.gmail) return showGmailPopup();
   if (query == "deep_research") {
     if (services_.switchToView) services_.switchToView("Research");
     return;
@@ -117,6 +120,28 @@ void HomeView::newsArrived() {
   if (services_.caches.cachedNewsAudioData().empty()) return;
   status("🔊 Speaking news...");
   services_.speech.play(services_.caches.cachedNewsAudioData(), {});
+}
+
+void HomeView::showGmailPopup() {
+  status("📧 Checking your mail...");
+  open({.title = mailTitle, .isLoading = true});
+  services_.gmail->checkGmailAccessAndLoadEmails(lifetime_.guard([this, question = ++questions_] {
+    if (question == questions_) mailArrived();
+  }));
+}
+
+void HomeView::mailArrived() {
+  const GmailPanel& gmail = *services_.gmail;
+  const auto& emails = gmail.cachedEmails();
+  Panel panel{.title = mailTitle, .text = gmail.prompt()};
+  if (!gmail.problem().empty()) panel.text = "Your mail could not be read: " + gmail.problem();
+  if (panel.text.empty() && emails.empty()) panel.text = "Your inbox is empty.";
+  for (const Email& email : emails)
+    panel.items.push_back({email.shownSubject(), email.sender(), email.webAddress(), ""});
+  open(std::move(panel));
+  if (!gmail.problem().empty()) return status("❌ Failed: " + gmail.problem(), true);
+  status(gmail.prompt().empty() ? "📧 " + std::to_string(gmail.mailSummary().unread) + " unread"
+                                : "📧 " + gmail.prompt());
 }
 
 void HomeView::processQuickAction(const std::string& query) {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "home/mail/gmail_panel.h"
 #include "home/trigger_service.h"
 
 namespace kestrin {
@@ -35,6 +36,7 @@ class HomeView {
     HomeCaches& caches;
     std::function<void(const std::string& tab)> switchToView;
     std::function<MailSummary()> mail;  ///< may be empty
+    GmailPanel* gmail = nullptr;        ///< none: there is no mail
   };
   explicit HomeView(Services services);
 
@@ -45,6 +47,7 @@ class HomeView {
   void showLatestNews();
   void showTodaySchedule();
   void showRecentNotes();
+  void showGmailPopup();
 
   /// "Good morning, Ada"
   std::string salutation() const;
@@ -61,6 +64,7 @@ class HomeView {
   void open(Panel panel);
   void pollNews(int attempts);
   void newsArrived();
+  void mailArrived();
   void status(const std::string& text, bool failed = false) {
     if (onStatus) onStatus(text, failed);
   }

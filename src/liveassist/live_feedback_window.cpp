@@ -65,12 +65,14 @@ void LiveFeedbackWindow::clear() {
 
 void LiveFeedbackWindow::refreshTimestamp() {
   if (!lastUpdateTime_) return;
-  const auto age = std::chrono::duration_cast<std::chrono::seconds>(dispatch_.clock().steadyNow() -
-                                                                    *lastUpdateTime_)
-                       .count();
-  timestampLabel_ = "● " + (age < 5    ? "now"
-                            : age < 60 ? std::to_string(age) + "s"
-                                       : std::to_string(age / 60) + "m");
+  timestampLabel_ = ageLabel(dispatch_.clock().steadyNow() - *lastUpdateTime_);
+}
+
+std::string LiveFeedbackWindow::ageLabel(Duration age) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(age).count();
+  return "● " + (seconds < 5    ? "now"
+                 : seconds < 60 ? std::to_string(seconds) + "s"
+                                : std::to_string(seconds / 60) + "m");
 }
 
 std::string LiveFeedbackWindow::summaryLabel() const {

@@ -22,6 +22,9 @@ class LiveFeedbackWindow {
   /// After each change.
   std::function<void()> onChange;
 
+  /// How long ago something came: "● now", "● 12s", "● 3m".
+  static std::string ageLabel(Duration age);
+
   void showListening();
   /// Nothing in both changes nothing.
   void update(const std::string& summary, const std::vector<std::string>& suggestions);

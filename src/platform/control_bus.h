@@ -22,7 +22,8 @@ enum ControlError {
 
 /// The running application's place on the session bus: name "com.kestrin.Kestrin", object
 /// "/com/kestrin/Kestrin", interface "com.kestrin.Control" with the methods Press, Release, Toggle,
-/// Cancel, Show, Quit, Retry, Elevate, Lower, and Status, which returns a JSON object as text.
+/// Cancel, Show, Quit, Retry, Elevate, Lower, Call with one text, and Status, which returns a JSON
+/// object as text.
 /// Errors: domain "ControlBus", codes `ControlError`.
 class ControlBus {
  public:
@@ -33,6 +34,8 @@ class ControlBus {
     std::function<void(ControlCommand)> onCommand;
     /// Any thread; must not wait. The JSON text for `Status`.
     std::function<std::string()> status;
+    /// Any thread; must not wait. "answer", "hangup", or whom to call.
+    std::function<void(const std::string&)> onCall;
   };
   /// Becomes the one running application until `stop` (or destruction), after which no handler
   /// runs. `controlAlreadyRunning` when there is one.
@@ -44,6 +47,8 @@ class ControlBus {
   /// queue.
   virtual Status send(ControlCommand command) = 0;
   virtual Result<std::string> status() = 0;
+  /// As `Handlers::onCall`.
+  virtual Status call(const std::string& what) = 0;
 };
 
 }  // namespace kestrin

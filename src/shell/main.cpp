@@ -2,11 +2,14 @@
 #include <QSocketNotifier>
 #include <cstdlib>
 #include <iostream>
+#include <unistd.h>
 
 #include "app/application.h"
 #include "platform/linux/application_id.h"
 #include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
+#include "shell/call_windows.h"
+#include "shell/loop_watch.h"
 #include "shell/main_window.h"
 #include "shell/overlay_widget.h"
 #include "shell/process_log.h"
@@ -31,19 +34,31 @@ void chooseToolkitPlatform(Platform& platform, Logger& logger) {
   }
 }
 
+/// The hosted calls' library, installed beside the program or lying in the build's folder.
+std::string mediaLibrary() {
+  const std::string path = programFolder() + "/../share/kestrin/twilio-video.min.js";
+  return access(path.c_str(), R_OK) == 0 ? path : "";
+}
+
 int runDesktop(int argc, char** argv) {
   LinuxPlatform backends(printLine);
   auto& platform = backends.platform();
   const auto main = platform.dispatch.mainQueue();
+  const SteadyTime started = platform.dispatch.clock().steadyNow();
 
   LinuxControlBus bus;
-  Application application(platform, {.companionProgram = siblingProgram("kestrin-companion")});
+  Application application(platform, {.companionProgram = siblingProgram("kestrin-companion"),
+                                     .mediaLibrary = mediaLibrary()});
   const auto serving =
       bus.serve({.onCommand =
                      [main, &application](ControlCommand command) {
                        main->post([&application, command] { application.obey(command); });
                      },
-                 .status = [&application] { return application.statusJson(); }});
+                 .status = [&application] { return application.statusJson(); },
+                 .onCall =
+                     [main, &application](const std::string& what) {
+                       main->post([&application, what] { application.obeyCall(what); });
+                     }});
   if (!serving && serving.error().code == controlAlreadyRunning) {
     printLine("Kestrin is running already");
     const auto shown = bus.send(ControlCommand::show);
@@ -60,6 +75,7 @@ int runDesktop(int argc, char** argv) {
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
+  LoopWatch watch(toolkit, platform.dispatch.clock(), application.core().logger, started);
   auto& loop = backends.mainLoop();
   QSocketNotifier wake(loop.wakeDescriptor(), QSocketNotifier::Read);
   QObject::connect(&wake, &QSocketNotifier::activated, [&loop] { loop.drain(); });
@@ -70,17 +86,24 @@ int runDesktop(int argc, char** argv) {
   int code = 0;
   {
     OverlayWidget overlay(application.overlay());
+    CallBanner callBanner(application.calls().banner());
+    InCallPanel inCallPanel(application.calls());
     TrayItem tray(application, quit);
     MainWindow window(application);
+    watch.watch(window);
+    window.onPage = [&watch](const std::string& page) { watch.expectPage(page); };
     application.onChange = [&tray, &window] {
       tray.refresh();
       window.scheduleRefresh();
     };
     application.onShow = [&window] { window.bringToFront(); };
     application.onQuit = quit;
+    application.onAttention = [&window] { QApplication::alert(&window); };
+    application.onRing = [] { QApplication::beep(); };
     main->post([&application] { application.start(); });
     code = QApplication::exec();
     application.onChange = nullptr;
+    application.onAttention = nullptr;
     application.stop();
   }
   bus.stop();

@@ -7,6 +7,7 @@
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "shell/pages/calendar_page.h"
+#include "shell/pages/calls_page.h"
 #include "shell/pages/history_page.h"
 #include "shell/pages/home_page.h"
 #include "shell/pages/live_assist_page.h"
@@ -60,6 +61,8 @@ MainWindow::MainWindow(Application& application)
        [&pages] { return new CalendarPage(pages.home().calendarView()); }},
       {"Live Assist", Glyph::liveAssist, false,
        [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
+      {Calls::callsTab, Glyph::calls, false,
+       [&application] { return new CallsPage(application.calls()); }},
       {MainWindowController::researchTab, Glyph::research, false,
        [&window] { return new ResearchPage(window.research()); }},
       {"Notes", Glyph::notes, false,
@@ -222,7 +225,10 @@ void MainWindow::applyWindowState() {
       (flags & (Qt::Tool | Qt::WindowStaysOnTopHint))) {
     const bool visible = isVisible();
     setWindowFlags(flags);
-    if (visible) show();
+    if (visible) {
+      show();
+      activateWindow();
+    }
   }
   shown_ = state;
 }
@@ -235,6 +241,7 @@ void MainWindow::showCurrentPage() {
     if (text::lower(entry.title) == text::lower(wanted)) current = &entry;
   }
   if (current == nullptr || (current->developer && !developerMode())) current = &entries_.front();
+  if (onPage && current_ != current->title) onPage(current->title);
   if (current->page == nullptr) {
     current->page = current->make();
     current->page->setProperty("role", "page");

@@ -34,6 +34,9 @@ class MainWindow final : public QMainWindow {
   /// The titles of the pages in the side bar, in order.
   std::vector<std::string> pageTitles() const;
 
+  /// Before a page comes on screen, with its title.
+  std::function<void(const std::string&)> onPage;
+
  protected:
   void closeEvent(QCloseEvent* event) override;
   void showEvent(QShowEvent* event) override;

@@ -15,21 +15,28 @@ void runningApplicationObeysAndAnswers(ControlBus& server, ControlBus& client) {
   EXPECT_EQ(client.status().error().description, "Kestrin is not running");
   std::mutex mutex;
   std::vector<ControlCommand> obeyed;
+  std::string called;
   ASSERT_TRUE(server.serve({[&](ControlCommand command) {
                               const std::lock_guard lock(mutex);
                               obeyed.push_back(command);
                             },
-                            [] { return std::string("{\"ready\":true}"); }}));
+                            [] { return std::string("{\"ready\":true}"); },
+                            [&](const std::string& what) {
+                              const std::lock_guard lock(mutex);
+                              called = what;
+                            }}));
   const std::vector<ControlCommand> all = {ControlCommand::press,  ControlCommand::release,
                                            ControlCommand::toggle, ControlCommand::cancel,
                                            ControlCommand::show,   ControlCommand::quit,
                                            ControlCommand::retry};
   for (const auto command : all) EXPECT_TRUE(client.send(command));
   EXPECT_EQ(client.status().value(), "{\"ready\":true}");
+  EXPECT_TRUE(client.call("Ada Ünal"));
   server.stop();
+  EXPECT_EQ(called, "Ada Ünal");
   EXPECT_EQ(obeyed, all);
   EXPECT_EQ(client.send(ControlCommand::press).error().code, controlNotRunning);
-  EXPECT_TRUE(server.serve({[](ControlCommand) {}, [] { return std::string(); }}));
+  EXPECT_TRUE(server.serve({[](ControlCommand) {}, [] { return std::string(); }, {}}));
   EXPECT_EQ(client.status().value(), "");
 }
 
@@ -44,7 +51,7 @@ TEST(ControlBus, TheRunningApplicationObeysAndAnswers) {
 TEST(ControlBus, OnlyOneApplicationRunsAndALostBusIsSaid) {
   PrivateBus bus;
   LinuxControlBus first(bus.address()), second(bus.address());
-  const ControlBus::Handlers quiet{[](ControlCommand) {}, [] { return std::string("first"); }};
+  const ControlBus::Handlers quiet{[](ControlCommand) {}, [] { return std::string("first"); }, {}};
   ASSERT_TRUE(first.serve(quiet));
   EXPECT_EQ(second.serve(quiet).error().code, controlAlreadyRunning);
   EXPECT_EQ(second.status().value(), "first");

@@ -50,6 +50,23 @@ constexpr const char* steps[] = {
     updated INTEGER NOT NULL DEFAULT 0, content TEXT NOT NULL, transcript TEXT NOT NULL DEFAULT '');
   CREATE INDEX IF NOT EXISTS note_by_user ON note(user_id, created);
 )",
+    // Times that have not come are 0.
+    R"(
+  CREATE TABLE IF NOT EXISTS call(
+    room TEXT PRIMARY KEY, caller_id TEXT NOT NULL, caller_name TEXT NOT NULL,
+    recipient_id TEXT NOT NULL, caller_token TEXT NOT NULL, recipient_token TEXT NOT NULL,
+    created INTEGER NOT NULL, offered INTEGER NOT NULL DEFAULT 0,
+    answered INTEGER NOT NULL DEFAULT 0, ended INTEGER NOT NULL DEFAULT 0,
+    reason TEXT NOT NULL DEFAULT '');
+  CREATE INDEX IF NOT EXISTS call_by_caller ON call(caller_id, created);
+  CREATE INDEX IF NOT EXISTS call_by_recipient ON call(recipient_id, created);
+  CREATE TABLE IF NOT EXISTS call_note(
+    room TEXT NOT NULL, user_id TEXT NOT NULL, transcript TEXT NOT NULL, summary TEXT NOT NULL,
+    user_mood TEXT NOT NULL, other_mood TEXT NOT NULL, user_emotion TEXT NOT NULL,
+    other_emotion TEXT NOT NULL, duration INTEGER NOT NULL, PRIMARY KEY(room, user_id));
+  CREATE TABLE IF NOT EXISTS presence(
+    device_id TEXT PRIMARY KEY, user_name TEXT NOT NULL, last_seen INTEGER NOT NULL);
+)",
 };
 
 }  // namespace

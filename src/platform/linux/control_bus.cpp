@@ -59,6 +59,10 @@ Status LinuxControlBus::serve(Handlers handlers) {
     }
     exported.registerMethod("Status").onInterface(interface).implementedAs(
         [shared] { return shared->status(); });
+    exported.registerMethod("Call").onInterface(interface).implementedAs(
+        [shared](const std::string& what) {
+          if (shared->onCall) shared->onCall(what);
+        });
   });
   if (!object) return fail(translated(object.error()));
   if (auto named = (*bus)->requestName(application().service); !named) {
@@ -76,26 +80,28 @@ void LinuxControlBus::stop() {
   serving_.reset();
 }
 
-template <class R>
-Result<R> LinuxControlBus::call(const std::string& method) {
+template <class R, class... Arguments>
+Result<R> LinuxControlBus::ask(const std::string& method, const Arguments&... arguments) {
   auto bus = connect();
   if (!bus) return fail(bus.error());
   // A call to a name that nobody owns would start the application, only to ask whether it runs.
   if (auto owner = (*bus)->processId(application().service, callLimit); !owner) {
     return fail(translated(owner.error()));
   }
-  auto answer = (*bus)->call<R>(application(), method, callLimit);
+  auto answer = (*bus)->call<R>(application(), method, callLimit, arguments...);
   if (!answer) return fail(translated(answer.error()));
   return answer;
 }
 
 Status LinuxControlBus::send(ControlCommand command) {
   for (const auto& [known, name] : methods) {
-    if (known == command) return call<void>(name);
+    if (known == command) return ask<void>(name);
   }
   return fail(domain, controlRefused, "unknown command");
 }
 
-Result<std::string> LinuxControlBus::status() { return call<std::string>("Status"); }
+Result<std::string> LinuxControlBus::status() { return ask<std::string>("Status"); }
+
+Status LinuxControlBus::call(const std::string& what) { return ask<void>("Call", what); }
 
 }  // namespace kestrin

@@ -20,12 +20,13 @@ class LinuxControlBus final : public ControlBus {
   void stop() override;
   Status send(ControlCommand command) override;
   Result<std::string> status() override;
+  Status call(const std::string& what) override;
 
  private:
   using Bus = std::unique_ptr<dbus::Connection>;
   Result<Bus> connect() const;
-  template <class R>
-  Result<R> call(const std::string& method);
+  template <class R, class... Arguments>
+  Result<R> ask(const std::string& method, const Arguments&... arguments);
 
   std::string address_;
   Bus serving_;

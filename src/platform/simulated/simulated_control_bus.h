@@ -35,6 +35,11 @@ class SimulatedControlBus final : public ControlBus {
     if (auto reachable = reach("control.status"); !reachable) return fail(reachable.error());
     return handlers_->status();
   }
+  Status call(const std::string& what) override {
+    if (auto reachable = reach("control.send"); !reachable) return reachable;
+    if (handlers_->onCall) handlers_->onCall(what);
+    return {};
+  }
 
  private:
   Status reach(const char* site) {

@@ -2,7 +2,9 @@
 
 #include <QMessageBox>
 #include <QPainter>
+#include <QSignalBlocker>
 #include <QStyle>
+#include <map>
 
 namespace kestrin {
 
@@ -13,6 +15,37 @@ void setRole(QWidget* widget, const char* role) {
   widget->style()->polish(widget);
 }
 
+namespace {
+
+/// A label keeps its selectable text as a document and lays that out for every width that is asked
+/// for; nested layouts ask for the same few widths again and again.
+class Paragraph final : public QLabel {
+ public:
+  using QLabel::QLabel;
+  int heightForWidth(int width) const override {
+    if (text() != measuredText_ || heights_.size() > widthsKept) {
+      heights_.clear();
+      measuredText_ = text();
+    }
+    const auto known = heights_.find(width);
+    if (known != heights_.end()) return known->second;
+    return heights_[width] = QLabel::heightForWidth(width);
+  }
+
+ protected:
+  void changeEvent(QEvent* event) override {
+    heights_.clear();
+    QLabel::changeEvent(event);
+  }
+
+ private:
+  static constexpr size_t widthsKept = 16;
+  mutable std::map<int, int> heights_;
+  mutable QString measuredText_;
+};
+
+}  // namespace
+
 QLabel* makeLabel(const QString& text, const char* role) {
   auto* label = new QLabel(text);
   // Much of what is shown was said, or was written by a page or a model.
@@ -22,21 +55,49 @@ QLabel* makeLabel(const QString& text, const char* role) {
 }
 
 QLabel* makeParagraph(const QString& text, const char* role) {
-  auto* label = makeLabel(text, role);
+  auto* label = new Paragraph(text);
+  label->setTextFormat(Qt::PlainText);
+  label->setProperty("role", role);
   label->setWordWrap(true);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
   return label;
 }
 
 QPushButton* makeButton(const QString& title, std::function<void()> clicked, const char* role) {
-  // An ampersand in a title is not a shortcut.
-  auto* button = new QPushButton(QString(title).replace("&", "&&"));
-  button->setAccessibleName(title);
+  auto* button = new QPushButton;
+  setTitle(button, title);
   button->setProperty("role", role);
   button->setCursor(Qt::PointingHandCursor);
   QObject::connect(button, &QPushButton::clicked, button,
                    [clicked = std::move(clicked)] { clicked(); });
   return button;
+}
+
+void setTitle(QPushButton* button, const QString& title) {
+  // An ampersand in a title is not a shortcut.
+  button->setText(QString(title).replace("&", "&&"));
+  button->setAccessibleName(title);
+}
+
+QPushButton* makeSegment(const QString& title, QButtonGroup* group, std::function<void()> chosen) {
+  auto* button = makeButton(
+      title, [] {}, "segment");
+  button->setCheckable(true);
+  group->addButton(button);
+  QObject::connect(button, &QPushButton::toggled, button, [chosen = std::move(chosen)](bool on) {
+    if (on) chosen();
+  });
+  return button;
+}
+
+void showChosen(QPushButton* segment) {
+  const QSignalBlocker quiet(segment);
+  segment->setChecked(true);
+}
+
+void nameChoices(QComboBox* box, const QString& name) {
+  box->setAccessibleName(name);
+  box->setAccessibleDescription(name);
 }
 
 QPushButton* makeTile(const QString& text, std::function<void()> clicked) {

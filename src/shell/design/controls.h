@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QBoxLayout>
+#include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QFrame>
 #include <QLabel>
 #include <QPushButton>
@@ -24,8 +26,17 @@ void setRole(QWidget* widget, const char* role);
 QLabel* makeLabel(const QString& text, const char* role = "");
 /// One that breaks its lines, and whose text can be selected.
 QLabel* makeParagraph(const QString& text, const char* role = "");
-/// `role`: "primary", "quiet", "segment" or none.
+/// `role`: "primary", "quiet" or none.
 QPushButton* makeButton(const QString& title, std::function<void()> clicked, const char* role = "");
+/// What the button is called from now on, also for assistive programs.
+void setTitle(QPushButton* button, const QString& title);
+/// One of several beside each other, of which one is chosen. `chosen` runs when the user chooses
+/// it, be it with the mouse, the keys or an assistive program, which toggles and does not click.
+QPushButton* makeSegment(const QString& title, QButtonGroup* group, std::function<void()> chosen);
+/// Shows the segment as the chosen one of its group, without choosing it.
+void showChosen(QPushButton* segment);
+/// What a list of choices is for. On this desktop its name is what is chosen.
+void nameChoices(QComboBox* box, const QString& name);
 /// A larger button whose text breaks its lines.
 QPushButton* makeTile(const QString& text, std::function<void()> clicked);
 /// What stands in the place of an empty list.

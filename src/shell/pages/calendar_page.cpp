@@ -101,21 +101,18 @@ CalendarPage::CalendarPage(CalendarView& view)
   column->setContentsMargins(24, 20, 24, 16);
   auto* row = new QHBoxLayout;
   row->addWidget(title_, 1);
-  const auto button = [row](const char* text, const char* name, std::function<void()> clicked,
-                            const char* role = "") {
-    auto* made = makeButton(text, std::move(clicked), role);
+  const auto button = [row](const char* text, const char* name, std::function<void()> clicked) {
+    auto* made = makeButton(text, std::move(clicked));
     made->setAccessibleName(name);
     row->addWidget(made);
-    return made;
   };
   button("‹", "Earlier", [this] { view_.move(-1); });
   button("Today", "Today", [this] { view_.showToday(); });
   button("›", "Later", [this] { view_.move(1); });
-  day_ = button(
-      "Day", "Day", [this] { view_.showWeek(false); }, "segment");
-  week_ = button(
-      "Week", "Week", [this] { view_.showWeek(true); }, "segment");
-  for (QPushButton* each : {day_, week_}) each->setCheckable(true);
+  auto* spans = new QButtonGroup(this);
+  day_ = makeSegment("Day", spans, [this] { view_.showWeek(false); });
+  week_ = makeSegment("Week", spans, [this] { view_.showWeek(true); });
+  for (QPushButton* each : {day_, week_}) row->addWidget(each);
   column->addLayout(row);
   column->addWidget(heads_);
   scroll_->setWidgetResizable(true);
@@ -136,8 +133,7 @@ void CalendarPage::showEvent(QShowEvent* event) {
 
 void CalendarPage::refresh() {
   title_->setText(qt(view_.title()));
-  day_->setChecked(!view_.isWeek());
-  week_->setChecked(view_.isWeek());
+  showChosen(view_.isWeek() ? week_ : day_);
   std::string wanted = view_.title();
   for (const CalendarDay& day : view_.days()) {
     wanted += day.title;

@@ -54,7 +54,7 @@ QWidget* LiveAssistPage::makeControls() {
       "Start", [this] { view_.startCapture(); }, "primary");
   stop_ = makeButton("Stop", [this] { view_.stopCapture(); });
   useCase_ = new QComboBox;
-  useCase_->setAccessibleName("Kind of conversation");
+  nameChoices(useCase_, "Kind of conversation");
   for (const LALiveAssistUseCase useCase : useCases) useCase_->addItem(qt(displayName(useCase)));
   connect(useCase_, &QComboBox::activated, this,
           [this](int index) { view_.chooseUseCase(useCases[index]); });

@@ -131,7 +131,7 @@ PromptEditorDialog::PromptEditorDialog(LiveAssistPromptEditor& editor, QWidget* 
       explanation_(makeParagraph("", "caption")),
       prompt_(new QPlainTextEdit) {
   auto* column = columnOf(this, LiveAssistPromptEditor::title);
-  mode_->setAccessibleName("Kind of conversation");
+  nameChoices(mode_, "Kind of conversation");
   for (const auto mode : {LALiveAssistUseCase::salesCall, LALiveAssistUseCase::meeting}) {
     mode_->addItem(qt(displayName(mode)));
   }

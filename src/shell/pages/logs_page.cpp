@@ -1,6 +1,5 @@
 #include "shell/pages/logs_page.h"
 
-#include <QComboBox>
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -55,7 +54,7 @@ LogsPage::LogsPage(LogsView& view)
           [this](const QString& text) { view_.setFilter(text.toStdString()); });
   controls->addWidget(filter, 1);
   auto* level = new QComboBox;
-  level->setAccessibleName("Least level");
+  nameChoices(level, "Least level");
   for (const char* title : LogsView::levelTitles) level->addItem(title);
   level->setCurrentIndex(view_.levelFilter());
   connect(level, &QComboBox::activated, this, [this](int index) { view_.setLevelFilter(index); });

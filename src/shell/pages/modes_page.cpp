@@ -77,8 +77,10 @@ QWidget* ModesPage::makeCard(const ModesView::Card& card) {
                            [this, id = "test_" + card.id] { view_.testModePrompt(id); });
     foot->addWidget(made.test);
   }
-  foot->addWidget(makeButton(
-      ModesView::saveTitle, [this, id = card.id] { view_.saveModePrompt(id); }, "primary"));
+  auto* save = makeButton(
+      ModesView::saveTitle, [this, id = card.id] { view_.saveModePrompt(id); }, "primary");
+  save->setAccessibleName(qt(ModesView::saveTitle + (": " + card.name)));
+  foot->addWidget(save);
   frame->column()->addLayout(foot);
   widgets_[card.id] = made;
   return frame;
@@ -97,7 +99,8 @@ void ModesPage::show(const ModesView::Card& card) {
   const QSignalBlocker quiet(made.slider);
   made.slider->setValue(int(std::lround(card.creativity.value_or(0) * sliderSteps)));
   made.number->setText(qt(card.creativityLabel));
-  made.test->setText(qt(card.testTitle));
+  setTitle(made.test, qt(card.testTitle));
+  made.test->setAccessibleName(qt(card.testTitle + ": " + card.name));
   made.test->setEnabled(card.canTest);
 }
 

@@ -6,6 +6,8 @@ namespace kestrin {
 namespace {
 
 constexpr size_t previewLength = 180;
+/// So many come at a time: cards are costly to lay out.
+constexpr size_t notesAtOnce = 30;
 
 /// What follows the title, on one line.
 QString preview(const VoiceNote& note) {
@@ -117,7 +119,7 @@ void NotesPage::refresh() {
 }
 
 void NotesPage::showRecorder() {
-  record_->setText(view_.isRecording() ? "Stop and save" : "Record a note");
+  setTitle(record_, view_.isRecording() ? "Stop and save" : "Record a note");
   record_->setEnabled(!view_.isBusy());
   level_->setVisible(view_.isRecording() || view_.isBusy());
   // Without a range the bar moves by itself.
@@ -131,15 +133,24 @@ void NotesPage::showRecorder() {
 }
 
 void NotesPage::showList() {
-  std::vector<std::string> wanted{"list"};
-  for (const VoiceNote& note : view_.notes())
-    wanted.push_back(note.id + note.content + view_.relativeTime(note));
+  const auto& notes = view_.notes();
+  shownCount_ = std::max(shownCount_, notesAtOnce);
+  const size_t count = std::min(notes.size(), shownCount_);
+  std::vector<std::string> wanted{std::to_string(notes.size() - count)};
+  for (size_t i = 0; i < count; ++i)
+    wanted.push_back(notes[i].id + notes[i].content + view_.relativeTime(notes[i]));
   if (wanted == shown_) return;
   shown_ = std::move(wanted);
   clearLayout(cards_);
-  if (view_.notes().empty())
+  if (notes.empty())
     cards_->addWidget(makeEmptyState({NotesView::emptyTitle, NotesView::emptyText}));
-  for (const VoiceNote& note : view_.notes()) cards_->addWidget(noteCard(note));
+  for (size_t i = 0; i < count; ++i) cards_->addWidget(noteCard(notes[i]));
+  if (count == notes.size()) return;
+  const auto showMore = [this] {
+    shownCount_ += notesAtOnce;
+    showList();
+  };
+  cards_->addWidget(makeButton("Show more", showMore), 0, Qt::AlignHCenter);
 }
 
 QWidget* NotesPage::noteCard(const VoiceNote& note) {

@@ -48,6 +48,7 @@ class NotesPage final : public Page {
   QPushButton* save_ = nullptr;
   QLabel* said_ = nullptr;
   std::vector<std::string> shown_;
+  size_t shownCount_ = 0;  ///< at most, in the list
   std::string shownNote_;
   bool alertShown_ = false;
 };

@@ -96,7 +96,7 @@ void PersonalityPage::refresh() {
 
 void PersonalityPage::showProfile() {
   status_->setText(qt(view_.statusText()));
-  start_->setText(view_.hasPersonality() ? "🔄 Retake Test" : "Take the test");
+  setTitle(start_, view_.hasPersonality() ? "🔄 Retake Test" : "Take the test");
   personality_->setText(view_.hasPersonality()
                             ? qt(view_.personality())
                             : "Answer five questions aloud, twenty seconds each. What Kestrin "
@@ -144,7 +144,7 @@ void PersonalityPage::showTest() {
   timer_->setText(qt(view_.timerText()));
   setRole(timer_, view_.isRecording() && view_.isTimeShort() ? "error" : "figure");
   notice_->setText(qt(view_.notice()));
-  record_->setText(view_.recordTitle());
+  setTitle(record_, view_.recordTitle());
 }
 
 }  // namespace kestrin

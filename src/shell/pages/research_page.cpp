@@ -49,12 +49,15 @@ ResearchPage::ResearchPage(ResearchView& view)
   input_->setAccessibleName("Question");
   connect(input_, &QLineEdit::textEdited, this,
           [this](const QString& text) { view_.setInput(text.toStdString()); });
+  connect(input_, &QLineEdit::textChanged, this,
+          [this](const QString& text) { send_->setEnabled(!text.trimmed().isEmpty()); });
   connect(input_, &QLineEdit::returnPressed, this, [this] { view_.submitQuery(); });
   regenerate_ = makeButton(
       "Regenerate", [this] { view_.regenerateClicked(); }, "quiet");
   stop_ = makeButton("Stop", [this] { view_.stopResearchClicked(); });
   send_ = makeButton(
       "Send", [this] { view_.submitQuery(); }, "primary");
+  send_->setEnabled(false);
   bottom->addWidget(input_, 1);
   bottom->addWidget(regenerate_);
   bottom->addWidget(stop_);
@@ -230,8 +233,12 @@ void ResearchPage::addSources(QVBoxLayout* column, const std::vector<ResearchSou
   column->addWidget(makeLabel("SOURCES", "section"));
   for (size_t i = 0; i < sources.size(); ++i) {
     const ResearchSource& source = sources[i];
-    auto* link = makeTile(QString::number(i + 1) + ".  " + qt(source.title),
-                          [this, url = source.url] { view_.openURL(url); });
+    const QString words = QString::number(i + 1) + ".  " + qt(source.title);
+    if (!isHttpUrl(source.url)) {
+      column->addWidget(makeParagraph(words));
+      continue;
+    }
+    auto* link = makeTile(words, [this, url = source.url] { view_.openURL(url); });
     link->setToolTip(qt(source.url));
     column->addWidget(link);
   }

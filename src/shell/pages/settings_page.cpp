@@ -1,7 +1,5 @@
 #include "shell/pages/settings_page.h"
 
-#include <QButtonGroup>
-#include <QComboBox>
 #include <QLineEdit>
 #include <QScrollBar>
 #include <QSignalBlocker>
@@ -110,12 +108,12 @@ QWidget* SettingsPage::makeControl(const PreferenceRow& row, Update& update) {
     auto* state = makeLabel("", "caption");
     auto* button =
         makeButton(qt(row.button), [this, action = *row.action] { view_.perform(action); });
-    button->setAccessibleName(qt(row.label + ": " + row.button));
     layout->addWidget(state);
     layout->addWidget(button);
     update = [state, button](const PreferenceRow& now) {
       state->setText(qt(now.value));
-      button->setText(qt(now.button));
+      setTitle(button, qt(now.button));
+      button->setAccessibleName(qt(now.label + ": " + now.button));
     };
     return group;
   }
@@ -179,7 +177,7 @@ QWidget* SettingsPage::makeSlider(const PreferenceRow& row, Update& update) {
 
 QWidget* SettingsPage::makeDropdown(const PreferenceRow& row, Update& update) {
   auto* box = new QComboBox;
-  box->setAccessibleName(qt(row.label));
+  nameChoices(box, qt(row.label));
   box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   box->setMinimumContentsLength(18);
   connect(box, &QComboBox::textActivated, this,
@@ -205,16 +203,16 @@ QWidget* SettingsPage::makeSegments(const PreferenceRow& row, Update& update) {
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(4);
   auto* buttons = new QButtonGroup(group);
+  std::vector<QPushButton*> made;
   for (size_t i = 0; i < row.choices.size(); ++i) {
-    auto* button = makeButton(
-        qt(row.choices[i]), [this, id = row.id, i] { view_.chooseSegment(id, int(i)); }, "segment");
-    button->setCheckable(true);
+    auto* button = makeSegment(qt(row.choices[i]), buttons,
+                               [this, id = row.id, i] { view_.chooseSegment(id, int(i)); });
     button->setAccessibleName(qt(row.label + ": " + row.choices[i]));
-    buttons->addButton(button, int(i));
+    made.push_back(button);
     layout->addWidget(button);
   }
-  update = [buttons](const PreferenceRow& now) {
-    if (auto* button = buttons->button(int(now.selected))) button->setChecked(true);
+  update = [made](const PreferenceRow& now) {
+    if (now.selected < made.size()) showChosen(made[now.selected]);
   };
   return group;
 }
