@@ -11,9 +11,7 @@ InProcessRequest::InProcessRequest(Server& server, Request request)
   server.serve(exchange_);
 }
 
-InProcessRequest::~InProcessRequest() {
-  exchange_->finished(ended());
-}
+InProcessRequest::~InProcessRequest() { exchange_->finished(ended()); }
 
 int InProcessRequest::status() const { return exchange_->told().status; }
 std::string InProcessRequest::contentType() const { return exchange_->told().contentType; }
