@@ -38,6 +38,10 @@ class World {
     http_.on("GET", "model.test/*", ScriptedReply::body(R"({"data":[{"id":"m"}]})"));
     http_.on("POST", "model.test/*",
              ScriptedReply::events({{1s, std::string("data: ") + chunk + "\n\n"}}));
+    http_.on(
+        "POST", "model.test/v1beta/*",
+        ScriptedReply::events(
+            {{1s, "data: {\"candidates\":[{\"content\":{\"parts\":[{\"text\":\"H\"}]}}]}\n\n"}}));
     http_.on("GET", "search.test/*",
              ScriptedReply::body(
                  R"({"results":[{"url":"http://page.test/","title":"T","content":"C"}]})"));
@@ -91,12 +95,16 @@ class World {
     const std::string path = target.substr(0, target.find('?'));
     const std::string method =
         line.substr(leaves ? 1 : 0, blank == std::string::npos ? 0 : blank - (leaves ? 1 : 0));
+    // Two services share some beginnings: the longest path is meant.
+    const Route* meant = nullptr;
     for (const Route& route : routes_) {
       const bool prefix = route.path.ends_with('*');
       const bool fits = prefix ? path.starts_with(route.path.substr(0, route.path.size() - 1))
                                : path == route.path;
-      if (fits && route.method == method) return send(route, path, request, leaves);
+      const bool better = meant == nullptr || !prefix || route.path.size() > meant->path.size();
+      if (fits && route.method == method && better) meant = &route;
     }
+    if (meant != nullptr) return send(*meant, path, request, leaves);
     send(routes_[std::hash<std::string>()(line) % routes_.size()], "", request, leaves);
   }
 
@@ -147,6 +155,8 @@ class World {
 
   void judge(const std::string& place, const InProcessRequest& asked) {
     const Bytes body = asked.body();
+    static const bool shows = std::getenv("KESTRIN_FUZZ_SHOW") != nullptr;
+    if (shows) std::fprintf(stderr, "%s: %d %.300s\n", place.c_str(), asked.status(), body.c_str());
     // No request may bring the services into trouble of their own; 503 stands for what is missing.
     if (asked.status() < 200 || asked.status() > 599 || asked.status() == 500)
       broken(place, "has a bad status", body);
@@ -184,7 +194,8 @@ class World {
 
 }  // namespace
 
-/// Requests in a row, divided by lines of "====". Each has an answer that its client can read.
+/// Requests in a row, divided by lines of "====". Each has an answer that its client can read; with
+/// KESTRIN_FUZZ_SHOW in the environment it is shown.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // What one input leaves behind is the next one's world, but not for ever.
   constexpr int inputsOfAWorld = 100;

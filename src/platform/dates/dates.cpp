@@ -31,6 +31,10 @@ std::unique_ptr<icu::SimpleDateFormat> formatter(std::string_view pattern, std::
   return out;
 }
 
+// A Date counts nanoseconds: beyond 2262 it runs over, and so does the distance of today from what
+// lies more than 292 years back. In milliseconds: 1802 and 2261.
+constexpr UDate earliest = -5.3e12, latest = 9.2e12;
+
 double toMilliseconds(Date date) {
   using Milliseconds = std::chrono::duration<double, std::milli>;
   return Milliseconds(std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch()))
@@ -61,6 +65,7 @@ std::optional<Date> parse(std::string_view text, std::string_view pattern, std::
   icu::ParsePosition position(0);
   const UDate value = format->parse(source, position);
   if (position.getErrorIndex() >= 0 || position.getIndex() != source.length()) return std::nullopt;
+  if (value < earliest || value > latest) return std::nullopt;
   return fromMilliseconds(value);
 }
 

@@ -59,6 +59,8 @@ TEST(Dates, ReadAndWriteTheFormsOfTheWire) {
   EXPECT_EQ(dates::iso8601(*date, true), "2026-03-01T09:30:00.250Z");
   EXPECT_EQ(dates::format(*date, "h:mm a", "America/New_York"), "4:30 AM");
   EXPECT_FALSE(dates::parseIso8601("yesterday"));
+  for (const char* beyond : {"8424-03-01T10:00:00Z", "1604-01-01T00:00:00Z"})
+    EXPECT_FALSE(dates::parseIso8601(beyond)) << "would run over into another century";
   EXPECT_FALSE(dates::parse("2026-13-01", "yyyy-MM-dd"));
 }
 
