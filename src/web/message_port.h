@@ -15,11 +15,7 @@ class MessagePort final : public QObject {
   Q_OBJECT
  public:
   MessagePort(ControlChannel& channel, QObject* parent) : QObject(parent), channel_(channel) {}
-  Q_INVOKABLE void send(const QString& text) {
-    if (text.size() > longestText) return;
-    auto body = Json::parse(text.toStdString());
-    if (body) channel_.send(Json::object({{"event", "message"}, {"body", std::move(*body)}}));
-  }
+  Q_INVOKABLE void send(const QString& text);
 
  private:
   ControlChannel& channel_;
