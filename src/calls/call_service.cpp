@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/dispatch/background.h"
+
 namespace kestrin {
 namespace {
 
@@ -26,24 +28,17 @@ CallService::CallService(Dispatch& dispatch, Http& http, NotificationCenter& cen
       backendURL_(endpoints.backend),
       session_(http.makeSession({})) {}
 
-std::function<void(Result<HttpResponse>)> CallService::onMain(
-    std::function<void(const Result<HttpResponse>&)> completion) {
-  std::function<void(const Result<HttpResponse>&)> guarded = lifetime_.guard(std::move(completion));
-  return [main = dispatch_.mainQueue(), guarded](Result<HttpResponse> response) {
-    main->post([guarded, response = std::move(response)] { guarded(response); });
-  };
-}
-
 void CallService::post(const std::string& path, Json body,
                        std::function<void(const Result<HttpResponse>&)> completion) {
-  session_->data(jsonPost(backendURL_ + path, body.dump()), onMain(std::move(completion)));
+  session_->data(jsonPost(backendURL_ + path, body.dump()),
+                 onMain(dispatch_, lifetime_, std::move(completion)));
 }
 
 void CallService::get(const std::string& path,
                       std::function<void(const Result<HttpResponse>&)> completion) {
   HttpRequest request;
   request.url = backendURL_ + path;
-  session_->data(std::move(request), onMain(std::move(completion)));
+  session_->data(std::move(request), onMain(dispatch_, lifetime_, std::move(completion)));
 }
 
 CallService::Completion CallService::afterStatus(Completion completion) {
@@ -137,7 +132,10 @@ void CallService::endCall(const std::string& reason) {
 }
 
 void CallService::fetchCallHistory(std::function<void(const std::vector<CallRecord>&)> completion) {
-  if (!currentUserId) return completion({});
+  if (!currentUserId) {
+    if (completion) completion({});
+    return;
+  }
   get("/calls/history/" + urlEncode(*currentUserId),
       [this, completion = std::move(completion)](const Result<HttpResponse>& response) {
         std::vector<CallRecord> calls;
@@ -163,7 +161,7 @@ void CallService::fetchCallHistory(std::function<void(const std::vector<CallReco
           }
         }
         if (onCallHistoryUpdated) onCallHistoryUpdated(calls);
-        completion(calls);
+        if (completion) completion(calls);
       });
 }
 

@@ -46,6 +46,7 @@ class CallService {
   void answerCall(const std::string& roomName, Completion completion);
   /// "ended", "declined" or "timeout". The local state is final, whatever the backend says.
   void endCall(const std::string& reason);
+  /// `completion` may be empty.
   void fetchCallHistory(std::function<void(const std::vector<CallRecord>&)> completion);
   void startPollingForIncomingCalls();
   void stopPolling() { pollingTimer_.reset(); }
@@ -74,9 +75,6 @@ class CallService {
   void post(const std::string& path, Json body,
             std::function<void(const Result<HttpResponse>&)> completion);
   void get(const std::string& path, std::function<void(const Result<HttpResponse>&)> completion);
-  /// On the main queue, while this lives.
-  std::function<void(Result<HttpResponse>)> onMain(
-      std::function<void(const Result<HttpResponse>&)> completion);
 
   Dispatch& dispatch_;
   NotificationCenter& center_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -26,16 +27,14 @@ ContactSearch::ContactSearch(Dispatch& dispatch, Http& http, std::string backend
 
 void ContactSearch::request(const std::string& path,
                             std::function<void(std::vector<CallContact>)> completion) {
-  std::function<void(const Result<HttpResponse>&)> take =
-      lifetime_.guard([completion = std::move(completion)](const Result<HttpResponse>& response) {
-        completion(contactsIn(response));
-      });
   HttpRequest request;
   request.url = backend_ + path;
   session_->data(std::move(request),
-                 [main = dispatch_.mainQueue(), take](Result<HttpResponse> response) {
-                   main->post([take, response = std::move(response)] { take(response); });
-                 });
+                 onMain<Result<HttpResponse>>(
+                     dispatch_, lifetime_,
+                     [completion = std::move(completion)](const Result<HttpResponse>& response) {
+                       completion(contactsIn(response));
+                     }));
 }
 
 void ContactSearch::fetchContacts() {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "calls/call_records.h"
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -53,12 +54,11 @@ void PostCallSummary::requestPostCallSummary(const Call& call) {
   logger_.log(source, LogLevel::info,
               "Post-call: " + std::to_string(call.duration) + " s, transcript of " +
                   std::to_string(text::characterCount(call.transcript)) + " characters");
-  const std::function<void(const Result<HttpResponse>&)> take = lifetime_.guard(
-      [this, call](const Result<HttpResponse>& response) { answered(call, response); });
   session_->data(std::move(request),
-                 [main = dispatch_.mainQueue(), take](Result<HttpResponse> response) {
-                   main->post([take, response = std::move(response)] { take(response); });
-                 });
+                 onMain<Result<HttpResponse>>(dispatch_, lifetime_,
+                                              [this, call](const Result<HttpResponse>& response) {
+                                                answered(call, response);
+                                              }));
 }
 
 void PostCallSummary::answered(const Call& call, const Result<HttpResponse>& response) {

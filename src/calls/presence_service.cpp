@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "calls/call_records.h"
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "usermodel/user_preferences.h"
 
@@ -60,7 +61,7 @@ void PresenceService::sendHeartbeat() {
 }
 
 void PresenceService::fetchOnlineUsers(Completion completion) {
-  const std::function<void(const Result<HttpResponse>&)> take = lifetime_.guard(
+  const std::function<void(const Result<HttpResponse>&)> take =
       [this, completion = std::move(completion)](const Result<HttpResponse>& response) {
         const auto give = [&](const std::vector<OnlineUser>& users) {
           if (completion) completion(users);
@@ -83,14 +84,11 @@ void PresenceService::fetchOnlineUsers(Completion completion) {
         onlineUsers_ = std::move(users);
         if (onUsersUpdated) onUsersUpdated(onlineUsers_);
         give(onlineUsers_);
-      });
+      };
   HttpRequest request;
   request.url =
       backendURL_ + "/presence/online?excludeDeviceId=" + urlEncode(deviceId.value_or(""));
-  session_->data(std::move(request),
-                 [main = dispatch_.mainQueue(), take](Result<HttpResponse> response) {
-                   main->post([take, response = std::move(response)] { take(response); });
-                 });
+  session_->data(std::move(request), onMain(dispatch_, lifetime_, take));
 }
 
 }  // namespace kestrin

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/dispatch/background.h"
+
 namespace kestrin {
 
 RoomRelay::RoomRelay(Dispatch& dispatch, std::shared_ptr<HttpSession> session, Random& random,
@@ -41,14 +43,12 @@ void RoomRelay::exchange() {
   if (isAsking_) return;
   isAsking_ = true;
   timer_.reset();
-  const std::function<void(const Result<HttpResponse>&)> taken =
-      lifetime_.guard([this, sent = outgoing_.size()](const Result<HttpResponse>& response) {
-        answered(response, sent);
-      });
   session_->data(jsonPost(address_, request().dump()),
-                 [main = dispatch_.mainQueue(), taken](Result<HttpResponse> response) {
-                   main->post([taken, response = std::move(response)] { taken(response); });
-                 });
+                 onMain<Result<HttpResponse>>(
+                     dispatch_, lifetime_,
+                     [this, sent = outgoing_.size()](const Result<HttpResponse>& response) {
+                       answered(response, sent);
+                     }));
 }
 
 void RoomRelay::answered(const Result<HttpResponse>& response, size_t sent) {

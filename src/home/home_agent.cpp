@@ -1,5 +1,6 @@
 #include "home/home_agent.h"
 
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 #include "services/local/agent_client.h"
 #include "usermodel/user_preferences.h"
@@ -49,14 +50,6 @@ AgentReply parseAgentReply(std::string_view body) {
 HomeAgent::HomeAgent(Services services)
     : services_(std::move(services)), session_(services_.http.makeSession({})) {}
 
-template <class T>
-std::function<void(const T&)> HomeAgent::onMain(std::function<void(const T&)> completion) const {
-  const std::function<void(const T&)> guarded = lifetime_.guard(std::move(completion));
-  return [main = services_.dispatch.mainQueue(), guarded](const T& value) {
-    main->post([guarded, value] { guarded(value); });
-  };
-}
-
 std::string HomeAgent::userId() {
   const auto user = services_.auth.currentUser();
   return user ? user->localId : services_.deviceId.deviceId();
@@ -65,7 +58,8 @@ std::string HomeAgent::userId() {
 void HomeAgent::ask(const std::string& transcript, const std::string& mode,
                     std::chrono::seconds timeout,
                     std::function<void(const Result<AgentReply>&)> completion) {
-  const auto done = onMain<Result<AgentReply>>(std::move(completion));
+  const auto done =
+      onMain<Result<AgentReply>>(services_.dispatch, lifetime_, std::move(completion));
   // The secret store can keep the caller waiting.
   services_.dispatch.globalQueue()->post([this, transcript, mode, timeout, done] {
     Json body =
@@ -91,7 +85,8 @@ void HomeAgent::post(const std::string& path, Json body, std::chrono::seconds ti
                      std::function<void(const Result<Json>&)> completion) {
   services_.dispatch.globalQueue()->post(
       [this, path, timeout, body = std::move(body),
-       done = onMain<Result<Json>>(std::move(completion))]() mutable {
+       done =
+           onMain<Result<Json>>(services_.dispatch, lifetime_, std::move(completion))]() mutable {
         body.set("user_id", userId());
         HttpRequest request = jsonPost(services_.endpoints.agent + path, body.dump());
         request.timeout = timeout;
@@ -105,9 +100,10 @@ void HomeAgent::get(const std::string& pathAndQuery, std::chrono::seconds timeou
   HttpRequest request;
   request.url = services_.endpoints.agent + pathAndQuery;
   request.timeout = timeout;
-  session_->data(std::move(request),
-                 [done = onMain<Result<Json>>(std::move(completion))](
-                     const Result<HttpResponse>& response) { done(objectIn(response)); });
+  session_->data(
+      std::move(request),
+      [done = onMain<Result<Json>>(services_.dispatch, lifetime_, std::move(completion))](
+          const Result<HttpResponse>& response) { done(objectIn(response)); });
 }
 
 }  // namespace kestrin

@@ -62,8 +62,6 @@ class HomeAgent {
 
  private:
   std::string userId();
-  template <class T>
-  std::function<void(const T&)> onMain(std::function<void(const T&)> completion) const;
 
   const Services services_;
   const std::shared_ptr<HttpSession> session_;

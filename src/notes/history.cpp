@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -71,14 +72,6 @@ void History::withDeviceId(std::function<void(const std::string&)> job) {
       [&deviceId = services_.deviceId, job = std::move(job)] { job(deviceId.deviceId()); });
 }
 
-template <class T>
-std::function<void(T)> History::onMain(std::function<void(T)> handle) const {
-  std::function<void(T)> guarded = lifetime_.guard(std::move(handle));
-  return [main = services_.dispatch.mainQueue(), guarded = std::move(guarded)](T value) {
-    main->post([guarded, value = std::move(value)] { guarded(value); });
-  };
-}
-
 void History::addHistoryEntry(const std::string& mode, const std::string& input,
                               const std::string& output, const std::string& appContext) {
   entries_.insert(entries_.begin(), {.id = services_.random.uuid(),
@@ -93,19 +86,20 @@ void History::addHistoryEntry(const std::string& mode, const std::string& input,
 }
 
 void History::fetchStats() {
-  auto shown = onMain<Result<UserStats>>([this](const Result<UserStats>& stats) {
-    if (!stats) return;
-    stats_ = *stats;
-    changed();
-  });
+  auto shown = onMain<Result<UserStats>>(services_.dispatch, lifetime_,
+                                         [this](const Result<UserStats>& stats) {
+                                           if (!stats) return;
+                                           stats_ = *stats;
+                                           changed();
+                                         });
   withDeviceId([&service = services_.stats, shown = std::move(shown)](const std::string& id) {
     service.fetchStats(id, shown);
   });
 }
 
 void History::fetchHistoryFromServer() {
-  auto merged =
-      onMain<Result<HistoryAnswer>>([this, clears = clears_](const Result<HistoryAnswer>& answer) {
+  auto merged = onMain<Result<HistoryAnswer>>(
+      services_.dispatch, lifetime_, [this, clears = clears_](const Result<HistoryAnswer>& answer) {
         if (!answer || clears != clears_) return;
         const Date now = services_.dispatch.clock().wallNow();
         std::vector<HistoryEntry> entries;
@@ -141,11 +135,12 @@ void History::mergeHistory(const std::vector<HistoryEntry>& serverEntries) {
 void History::fetchModeHistogram(const std::string& userId) {
   services_.stats.fetchHistory(
       userId, histogramEntries,
-      onMain<Result<HistoryAnswer>>([this](const Result<HistoryAnswer>& answer) {
-        if (!answer) return;
-        histogram_ = ModeHistogram::of(answer->history);
-        changed();
-      }));
+      onMain<Result<HistoryAnswer>>(services_.dispatch, lifetime_,
+                                    [this](const Result<HistoryAnswer>& answer) {
+                                      if (!answer) return;
+                                      histogram_ = ModeHistogram::of(answer->history);
+                                      changed();
+                                    }));
 }
 
 void History::clearHistory(std::function<void(Status)> completion) {
@@ -154,14 +149,16 @@ void History::clearHistory(std::function<void(Status)> completion) {
   expanded_.clear();
   histogram_ = {};
   changed();
-  auto ended = onMain<Status>([this, completion = std::move(completion)](const Status& status) {
-    if (!status) {
-      services_.logger.log("History", LogLevel::warning,
-                           "Not deleted at the backend: " + status.error().description);
-    }
-    fetchStats();
-    if (completion) completion(status);
-  });
+  auto ended = onMain<Status>(services_.dispatch, lifetime_,
+                              [this, completion = std::move(completion)](const Status& status) {
+                                if (!status) {
+                                  services_.logger.log(
+                                      "History", LogLevel::warning,
+                                      "Not deleted at the backend: " + status.error().description);
+                                }
+                                fetchStats();
+                                if (completion) completion(status);
+                              });
   withDeviceId([&service = services_.stats, ended = std::move(ended)](const std::string& id) {
     service.deleteHistory(id, ended);
   });

@@ -93,9 +93,6 @@ class History {
   /// Runs `job` with the device's id off the main queue, since its first reading waits for the
   /// disk.
   void withDeviceId(std::function<void(const std::string&)> job);
-  /// A completion for any queue that runs `handle` on the main queue while this lives.
-  template <class T>
-  std::function<void(T)> onMain(std::function<void(T)> handle) const;
   void changed();
 
   const Services services_;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -55,14 +56,10 @@ GmailClient::GmailClient(Dispatch& dispatch, Http& http, Logger& logger, DeviceI
 
 void GmailClient::ask(std::function<HttpRequest(const std::string& deviceId)> request,
                       Received received) {
-  const Received told = lifetime_.guard(std::move(received));
+  const auto told = onMain(dispatch_, lifetime_, std::move(received));
   // The first reading of the id waits for the disk.
   dispatch_.globalQueue()->post([request = std::move(request), told, session = session_,
-                                 &id = deviceId_, main = dispatch_.mainQueue()] {
-    session->data(request(id.deviceId()), [told, main](Result<HttpResponse> response) {
-      main->post([told, response = std::move(response)] { told(response); });
-    });
-  });
+                                 &id = deviceId_] { session->data(request(id.deviceId()), told); });
 }
 
 void GmailClient::post(const std::string& path, Json body, Received received) {

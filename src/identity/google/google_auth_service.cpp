@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/dispatch/background.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -231,16 +232,13 @@ void GoogleAuthService::updateScopes(const std::vector<std::string>& scopes,
 
 void GoogleAuthService::post(const std::string& path, Json body,
                              std::function<void(const Result<HttpResponse>&)> completion) {
-  const std::function<void(const Result<HttpResponse>&)> told =
-      lifetime_.guard(std::move(completion));
+  const auto told = onMain(services_.dispatch, lifetime_, std::move(completion));
   // The first reading of the id waits for the disk.
   services_.dispatch.globalQueue()->post([url = services_.backend + path, body = std::move(body),
-                                          told, session = session_, &id = services_.deviceId,
-                                          main = services_.dispatch.mainQueue()]() mutable {
+                                          told, session = session_,
+                                          &id = services_.deviceId]() mutable {
     body.set("device_user_id", id.deviceId());
-    session->data(jsonPost(url, body.dump()), [told, main](Result<HttpResponse> response) {
-      main->post([told, response = std::move(response)] { told(response); });
-    });
+    session->data(jsonPost(url, body.dump()), told);
   });
 }
 

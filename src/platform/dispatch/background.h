@@ -9,6 +9,17 @@
 
 namespace kestrin {
 
+/// A completion for any queue: gives its value to `then` on the main queue, if the owner of
+/// `lifetime` still lives. Make it on the queue on which the owner is destroyed.
+template <class T>
+std::function<void(T)> onMain(Dispatch& dispatch, const Lifetime& lifetime,
+                              std::function<void(const T&)> then) {
+  const std::function<void(const T&)> told = lifetime.guard(std::move(then));
+  return [main = dispatch.mainQueue(), told](T value) {
+    main->post([told, value = std::move(value)] { told(value); });
+  };
+}
+
 /// Runs `work` on `queue` and gives what it returns to `then` on the main queue, if the owner of
 /// `lifetime` still lives. `work` must not touch the owner.
 template <class Work, class Then>

@@ -89,11 +89,7 @@ void ConnectionWarmupService::notifyStatusChange() {
 }
 
 void ConnectionWarmupService::send(HttpRequest request, Answer answer) {
-  Answer guarded = lifetime_.guard(std::move(answer));
-  session_->data(std::move(request),
-                 [main = dispatch_.mainQueue(), guarded](Result<HttpResponse> response) {
-                   main->post([guarded, response = std::move(response)] { guarded(response); });
-                 });
+  session_->data(std::move(request), onMain(dispatch_, lifetime_, std::move(answer)));
 }
 
 void ConnectionWarmupService::warmupASR(Verdict done) {

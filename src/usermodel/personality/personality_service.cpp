@@ -1,5 +1,7 @@
 #include "usermodel/personality/personality_service.h"
 
+#include "platform/dispatch/background.h"
+
 namespace kestrin {
 namespace {
 
@@ -54,11 +56,10 @@ PersonalityService::PersonalityService(Services services)
 void PersonalityService::request(const char* method, const std::string& path,
                                  std::function<void(Json&)> fill, std::chrono::seconds timeout,
                                  Completion<Result<Json>> completion) {
-  const Completion<Result<Json>> guarded = lifetime_.guard(std::move(completion));
+  const auto told = onMain(services_.dispatch, lifetime_, std::move(completion));
   services_.dispatch.globalQueue()->post([&id = services_.deviceId, session = session_, method,
                                           base = services_.endpoints.backend + path,
-                                          fill = std::move(fill), timeout, guarded,
-                                          main = services_.dispatch.mainQueue()] {
+                                          fill = std::move(fill), timeout, told] {
     const std::string device = id.deviceId();
     Json body = Json::object({{"user_id", device}});
     if (fill) fill(body);
@@ -66,11 +67,11 @@ void PersonalityService::request(const char* method, const std::string& path,
     request.method = method;
     request.timeout = timeout;
     request.setHeader("X-Device-Id", device);
-    session->data(std::move(request), [guarded, main](const Result<HttpResponse>& response) {
+    session->data(std::move(request), [told](const Result<HttpResponse>& response) {
       Result<Json> answer = response ? Json::parse(response->body) : fail(response.error());
       if (response && response->body.empty()) answer = fail(domain, 2, "No data received");
       if (answer && !answer->isObject()) answer = fail(domain, 3, "Invalid response");
-      main->post([guarded, answer] { guarded(answer); });
+      told(std::move(answer));
     });
   });
 }
@@ -79,8 +80,9 @@ void PersonalityService::processPersonalityTest(std::vector<PersonalityAnswer> a
                                                 Completion<Result<std::string>> completion) {
   const std::string url = services_.endpoints.backend + "/personality-test";
   if (!isHttpUrl(url)) return completion(fail(domain, 4, "Invalid URL"));
-  const Completion<Result<Json>> guarded =
-      lifetime_.guard([this, completion = std::move(completion)](const Result<Json>& answer) {
+  const auto told = onMain<Result<Json>>(
+      services_.dispatch, lifetime_,
+      [this, completion = std::move(completion)](const Result<Json>& answer) {
         const auto personality = textIn(answer, "personality");
         if (personality) {
           services_.settings.set(UserPreferences::userAboutMeTranscriptKey,
@@ -91,21 +93,20 @@ void PersonalityService::processPersonalityTest(std::vector<PersonalityAnswer> a
         completion(personality);
       });
   services_.dispatch.globalQueue()->post(
-      [&id = services_.deviceId, session = session_, url, guarded, answers = std::move(answers),
+      [&id = services_.deviceId, session = session_, url, told, answers = std::move(answers),
        boundary = services_.random.uuid(),
-       name = services_.settings.string(UserPreferences::userNameKey),
-       main = services_.dispatch.mainQueue()] {
+       name = services_.settings.string(UserPreferences::userNameKey)] {
         HttpRequest request;
         request.method = "POST";
         request.url = url;
         request.timeout = testTimeout;
         request.setHeader("Content-Type", "multipart/form-data; boundary=" + boundary);
         request.body = testForm(boundary, id.deviceId(), name, answers);
-        session->data(std::move(request), [guarded, main](const Result<HttpResponse>& response) {
+        session->data(std::move(request), [told](const Result<HttpResponse>& response) {
           Result<Json> answer = response ? Json::parse(response->body) : fail(response.error());
           if (response && (!answer || !answer->isObject()))
             answer = fail(domain, 3, "Invalid response");
-          main->post([guarded, answer] { guarded(answer); });
+          told(std::move(answer));
         });
       });
 }

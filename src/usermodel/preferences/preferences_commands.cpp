@@ -86,14 +86,12 @@ void PreferencesView::refreshStatus() {
         std::tie(permissions_, machineChoices_) = found;
         changed();
       });
-  const std::function<void(std::string)> told = lifetime_.guard([this](const std::string& state) {
+  const auto told = onMain<std::string>(dispatch_, lifetime_, [this](const std::string& state) {
     googleAccount_ = state;
     changed();
   });
-  dispatch_.globalQueue()->post([account = account_, main = dispatch_.mainQueue(), told] {
-    account->ask([account, main, told](std::string state) {
-      main->post([told, state = std::move(state)] { told(state); });
-    });
+  dispatch_.globalQueue()->post([account = account_, told] {
+    account->ask([account, told](std::string state) { told(std::move(state)); });
   });
 }
 
@@ -178,11 +176,9 @@ void PreferencesView::syncNow() {
 }
 
 void PreferencesView::checkForUpdates() {
-  const std::function<void(std::optional<PublishedVersion>)> told = lifetime_.guard(
-      [this](const std::optional<PublishedVersion>& published) { tellVersion(published); });
-  updates_->ask([main = dispatch_.mainQueue(), told](std::optional<PublishedVersion> published) {
-    main->post([told, published = std::move(published)] { told(published); });
-  });
+  updates_->ask(onMain<std::optional<PublishedVersion>>(
+      dispatch_, lifetime_,
+      [this](const std::optional<PublishedVersion>& published) { tellVersion(published); }));
 }
 
 void PreferencesView::tellVersion(const std::optional<PublishedVersion>& published) {
