@@ -26,6 +26,13 @@ void answerFailed(const server::Responder& responder, int status, const std::str
   responder.json(status, Json::object({{"success", false}, {"error", why}}));
 }
 
+std::optional<Json> objectIn(const server::Request& request, const server::Responder& responder) {
+  Result<Json> body = Json::parse(request.body);
+  if (body && body->isObject()) return std::move(*body);
+  answerFailed(responder, 400, "The body must be a JSON object");
+  return std::nullopt;
+}
+
 bool admits(const std::string& userId, const server::Request& request,
             const server::Responder& responder) {
   if (userId.empty() || userId.size() > longestUserId || userId.find('/') != std::string::npos ||

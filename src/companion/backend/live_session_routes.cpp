@@ -62,15 +62,6 @@ bool admitsSession(LiveSessions& sessions, const std::string& id, const Request&
   return mine;
 }
 
-std::optional<Json> objectIn(const Request& request, const Responder& responder) {
-  Result<Json> body = Json::parse(request.body);
-  if (!body || !body->isObject()) {
-    answerFailed(responder, 400, "The body must be a JSON object");
-    return std::nullopt;
-  }
-  return std::move(*body);
-}
-
 /// The body of a request about the session that it names.
 std::optional<Json> sessionBody(LiveSessions& sessions, const Request& request,
                                 const Responder& responder) {

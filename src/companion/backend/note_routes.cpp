@@ -47,12 +47,8 @@ void answerNote(Store& store, const std::string& id, const std::string& userId,
 
 /// The request's object with a user and a content that can be kept; answers when it is none.
 std::optional<Json> bodyOf(const Request& request, const Responder& responder) {
-  auto body = Json::parse(request.body);
-  if (!body || !body->isObject()) {
-    answerFailed(responder, 400, "The body must be a JSON object");
-    return std::nullopt;
-  }
-  if (!admits(body->stringAt("user_id", ""), request, responder)) return std::nullopt;
+  auto body = objectIn(request, responder);
+  if (!body || !admits(body->stringAt("user_id", ""), request, responder)) return std::nullopt;
   const std::string content = body->stringAt("content", "");
   if (text::trim(content).empty()) {
     answerFailed(responder, 400, "The note is empty");
@@ -62,7 +58,7 @@ std::optional<Json> bodyOf(const Request& request, const Responder& responder) {
     answerFailed(responder, 413, "The note is too long");
     return std::nullopt;
   }
-  return std::move(*body);
+  return body;
 }
 
 void save(Store& store, const Request& request, const std::string& id, Date now,

@@ -27,9 +27,8 @@ Json sourcesIn(const Json& body) {
 }
 
 void save(Store& store, const Request& request, Date now, const Responder& responder) {
-  const auto body = Json::parse(request.body);
-  if (!body || !body->isObject())
-    return answerFailed(responder, 400, "The body must be a JSON object");
+  const auto body = objectIn(request, responder);
+  if (!body) return;
   ResearchRecord record{body->stringAt("id", ""),
                         body->stringAt("userId", ""),
                         dates::parseIso8601(body->stringAt("createdAt", "")).value_or(now),

@@ -29,13 +29,6 @@ std::string newToken(Random& random) {
   return out;
 }
 
-std::optional<Json> objectIn(const Request& request, const Responder& responder) {
-  Result<Json> body = Json::parse(request.body);
-  if (body && body->isObject()) return std::move(*body);
-  answerFailed(responder, 400, "The body must be a JSON object");
-  return std::nullopt;
-}
-
 /// The call of the room, if the user is one of its two sides; answers when not.
 std::optional<StoredCall> callOf(CallStore& calls, const Json& body, const Request& request,
                                  const Responder& responder) {
@@ -226,8 +219,8 @@ void addCallRoutes(server::Server& server, BackendService& backend, Clock& clock
     responder.json(200, Json::object({{"success", true},
                                       {"token", call.tokenOf(body.stringAt("userId", ""))}}));
   });
-  change("/calls/end", [&clock, hub](CallStore& calls, const StoredCall& call, const Json& body,
-                                     const Responder& responder) {
+  change("/calls/end", [&clock](CallStore& calls, const StoredCall& call, const Json& body,
+                                const Responder& responder) {
     answerDone(responder,
                calls.end(call.room, text::prefix(body.stringAt("reason", ""), longestName),
                          clock.wallNow()));

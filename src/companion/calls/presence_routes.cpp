@@ -15,13 +15,9 @@ constexpr size_t longestName = 200;
 
 /// The device that the body names, if it may speak for it; answers when not.
 std::optional<Json> deviceBody(const Request& request, const Responder& responder) {
-  auto body = Json::parse(request.body);
-  if (!body || !body->isObject()) {
-    answerFailed(responder, 400, "The body must be a JSON object");
-    return std::nullopt;
-  }
-  if (!admits(body->stringAt("deviceId", ""), request, responder)) return std::nullopt;
-  return std::move(*body);
+  auto body = objectIn(request, responder);
+  if (body && !admits(body->stringAt("deviceId", ""), request, responder)) return std::nullopt;
+  return body;
 }
 
 void answerContacts(const Result<std::vector<Contact>>& contacts, const Responder& responder) {

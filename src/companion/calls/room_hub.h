@@ -30,7 +30,6 @@ class RoomHub {
   /// gives what came for `participant` since `after`; with -1 it enters.
   Exchange exchange(const std::string& room, const std::string& participant, int64_t after,
                     const std::vector<const Json*>& messages);
-  void close(const std::string& room) { rooms_.erase(room); }
 
  private:
   struct Signal {
