@@ -41,9 +41,6 @@ CallPage::~CallPage() { page_->run(disconnectScript); }
 
 WebPageHandlers CallPage::handlers() {
   WebPageHandlers handlers;
-  handlers.onLoaded = [this](const std::string&) {
-    if (onLoaded) onLoaded();
-  };
   handlers.onFailed = [this](const WebLoadFailure& failure) { failed(failure.description); };
   handlers.onMessage = [this](const Json& message) {
     if (relay_) relay_->take(message);

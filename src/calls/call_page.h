@@ -37,8 +37,6 @@ class CallPage {
   void setCameraOff(bool off) { page_->run(cameraScript(off)); }
   void raise() { page_->raise(); }
 
-  /// What the page itself has become.
-  std::function<void()> onLoaded;
   /// The user closed its window.
   std::function<void()> onClosed;
   /// It cannot be shown, or not any more.

@@ -18,8 +18,11 @@ Calls::Calls(const Sources& sources)
       presence_(sources.dispatch, sources.http, sources.settings, sources.logger,
                 sources.endpoints),
       banner_(sources.dispatch, sources.logger),
-      panel_(
-          std::make_shared<InCallAssistPanel>(sources.dispatch, sources.logger, sources.profiles)),
+      assistance_(
+          {sources.dispatch, sources.http, sources.audio, sources.random, sources.logger,
+           sources.profiles, sources.endpoints},
+          std::make_shared<InCallAssistPanel>(sources.dispatch, sources.logger, sources.profiles),
+          [this]() -> LiveAssistService& { return sources_.liveAssist().service(); }),
       page_{sources.dispatch,
             sources.webPages,
             sources.random,
@@ -27,28 +30,23 @@ Calls::Calls(const Sources& sources)
             sources.http.makeSession({}),
             sources.endpoints.backend,
             sources.mediaLibrary},
-      capture_{sources.dispatch, sources.http,     sources.audio,    sources.random,
-               sources.logger,   sources.profiles, sources.endpoints},
       transcription_(sources.dispatch, sources.http, sources.asr, sources.logger,
                      sources.endpoints.backend),
-      view_(
-          {.dispatch = sources.dispatch,
-           .http = sources.http,
-           .settings = sources.settings,
-           .center = sources.center,
-           .pasteboard = sources.pasteboard,
-           .logger = sources.logger,
-           .profiles = sources.profiles,
-           .calls = service_,
-           .presence = presence_,
-           .banner = banner_,
-           .panel = panel_,
-           .capture = capture_,
-           .page = page_,
-           .liveAssist = [this]() -> LiveAssistService& { return sources_.liveAssist().service(); },
-           .feedbackWindow = [this]() -> LiveFeedbackWindow& {
-             return sources_.liveAssist().feedbackWindow();
-           }}) {
+      view_({.dispatch = sources.dispatch,
+             .http = sources.http,
+             .settings = sources.settings,
+             .center = sources.center,
+             .pasteboard = sources.pasteboard,
+             .logger = sources.logger,
+             .profiles = sources.profiles,
+             .calls = service_,
+             .presence = presence_,
+             .banner = banner_,
+             .assistance = assistance_,
+             .page = page_,
+             .feedbackWindow = [this]() -> LiveFeedbackWindow& {
+               return sources_.liveAssist().feedbackWindow();
+             }}) {
   const auto notify = [this](UserNotification notification, Json userInfo,
                              std::function<void(const Result<uint32_t>&)> onShown) {
     if (hooks.notify)
@@ -102,10 +100,7 @@ void Calls::setupGlobalIncomingCallHandler() {
       CallService::callConnected, lifetime_.guard([this](const Json& userInfo) {
         // It may be over already.
         if (!service_.currentCall()) return;
-        panel_->show(userInfo.stringAt("callerName", ""));
-        LiveAssistService& assist = sources_.liveAssist().service();
-        if (!assist.isRunning()) assist.start();
-        assist.delegate = panel_;
+        assistance_.show(userInfo.stringAt("callerName", ""));
       })));
   // Whoever ends the call, the one that was answered outside the page ends with it.
   subscriptions_.push_back(
@@ -165,12 +160,7 @@ void Calls::showVideoCallOverlay(const std::string& token, const std::string& ro
         handleCallEnded(audioURL, duration);
       });
   embedded_->startCall(token, roomName, callerName);
-  embeddedCapture_ = std::make_unique<InCallCapture>(
-      capture_, [this](const std::string& label, const std::string& text) {
-        sources_.liveAssist().service().appendTurn(label, text);
-        panel_->addTranscriptLine(label, text);
-      });
-  embeddedCapture_->startInCallAudioCapture();
+  assistance_.listen();
   changed();
 }
 
@@ -181,12 +171,7 @@ void Calls::handleCallEnded(const std::optional<std::string>& audioURL, double d
   // Not while one of its own functions runs.
   sources_.dispatch.mainQueue()->post([gone = std::shared_ptr<EmbeddedVideoCallView>(
                                            std::move(embedded_))]() mutable { gone.reset(); });
-  embeddedCapture_.reset();
-  panel_->dismissPanel();
-  LiveAssistService& assist = sources_.liveAssist().service();
-  assist.delegate.reset();
-  assist.reset();
-  sources_.profiles.resetSystemProfile();
+  assistance_.end();
   changed();
   if (audioURL && duration > leastTranscribed) {
     return transcription_.transcribeCallRecording(

@@ -69,7 +69,7 @@ class Calls {
   CallService& service() { return service_; }
   PresenceService& presence() { return presence_; }
   IncomingCallWindow& banner() { return banner_; }
-  InCallAssistPanel& panel() { return *panel_; }
+  InCallAssistPanel& panel() { return assistance_.panel(); }
   CallsView& view() { return view_; }
   /// The call that was answered outside the page; null without one.
   EmbeddedVideoCallView* embedded() { return embedded_.get(); }
@@ -93,13 +93,11 @@ class Calls {
   CallService service_;
   PresenceService presence_;
   IncomingCallWindow banner_;
-  const std::shared_ptr<InCallAssistPanel> panel_;
+  InCallAssistance assistance_;
   const CallPageServices page_;
-  const InCallCapture::Services capture_;
   CallTranscription transcription_;
   CallsView view_;
   std::unique_ptr<EmbeddedVideoCallView> embedded_;
-  std::unique_ptr<InCallCapture> embeddedCapture_;
   std::function<void(const Status&)> answered_;
   std::vector<SubscriptionHandle> subscriptions_;
   Lifetime lifetime_;

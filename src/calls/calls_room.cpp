@@ -45,19 +45,16 @@ void CallsView::pageFailed(const std::string& why) {
 
 void CallsView::activateLiveAssistForCall() {
   services_.logger.log(source, LogLevel::info, "Live Assist activated for in-call assistance");
-  services_.panel->show(services_.calls.currentCallerName().value_or(""));
-  LiveAssistService& assist = services_.liveAssist();
-  const auto takeSources = [this] {
-    services_.liveAssist().contextFilters = services_.panel->contextFilters();
+  InCallAssistance& assistance = services_.assistance;
+  const auto takeSources = [&assistance] {
+    assistance.liveAssist().contextFilters = assistance.panel().contextFilters();
   };
   takeSources();
-  services_.panel->onSourcesChanged = takeSources;
-  if (!assist.isRunning()) assist.start();
-  assist.delegate = services_.panel;
-  capture_.startInCallAudioCapture();
-  services_.profiles.setOnProfileUpdate([panel = std::weak_ptr(services_.panel)] {
-    if (const auto shown = panel.lock()) shown->refreshBehavioralProfile();
-  });
+  assistance.panel().onSourcesChanged = takeSources;
+  assistance.show(services_.calls.currentCallerName().value_or(""));
+  assistance.listen();
+  services_.profiles.setOnProfileUpdate(
+      lifetime_.guard([&panel = assistance.panel()] { panel.refreshBehavioralProfile(); }));
   services_.center.post("CallStartedWithLiveAssist");
   changed();
 }
@@ -75,14 +72,9 @@ void CallsView::leaveVideoRoom() {
       [page = std::shared_ptr<CallPage>(std::move(page_))]() mutable { page.reset(); });
   show("Call ended (" + formatDuration(duration) + ")");
   requestPostCallSummary(duration);
-  capture_.stopInCallAudioCapture();
-  services_.panel->dismissPanel();
   services_.profiles.setOnProfileUpdate({});
-  LiveAssistService& assist = services_.liveAssist();
-  assist.delegate.reset();
   services_.logger.log(source, LogLevel::info, "Live Assist deactivated — call ended");
-  assist.reset();
-  services_.profiles.resetSystemProfile();
+  services_.assistance.end();
   refreshHistory();
   restAfter(pauseAfterCall);
 }
@@ -99,12 +91,13 @@ std::string CallsView::timerLabel() const { return formatDuration(callSeconds())
 void CallsView::requestPostCallSummary(int64_t duration) {
   std::string userName = services_.settings.string(UserPreferences::userNameKey, "");
   if (userName.empty()) userName = "User";
-  summary_.requestPostCallSummary({.roomName = roomName_.empty() ? "unknown" : roomName_,
-                                   .callerName = otherName_.empty() ? recipient_ : otherName_,
-                                   .userName = userName,
-                                   .userId = deviceId(),
-                                   .transcript = services_.liveAssist().conversationTranscript,
-                                   .duration = duration});
+  summary_.requestPostCallSummary(
+      {.roomName = roomName_.empty() ? "unknown" : roomName_,
+       .callerName = otherName_.empty() ? recipient_ : otherName_,
+       .userName = userName,
+       .userId = deviceId(),
+       .transcript = services_.assistance.liveAssist().conversationTranscript,
+       .duration = duration});
 }
 
 }  // namespace kestrin

@@ -19,11 +19,7 @@ CallsView::CallsView(CallsServices services)
     : services_(std::move(services)),
       contacts_(services_.dispatch, services_.http, services_.page.backend),
       summary_(services_.dispatch, services_.http, services_.logger, services_.profiles,
-               services_.page.backend),
-      capture_(services_.capture, [this](const std::string& label, const std::string& text) {
-        services_.liveAssist().appendTurn(label, text);
-        services_.panel->addTranscriptLine(label, text);
-      }) {
+               services_.page.backend) {
   setupCallbacks();
 }
 
@@ -40,8 +36,7 @@ void CallsView::setupCallbacks() {
   };
   services_.calls.onIncomingCall = [this](const IncomingCall& call) { showIncomingCall(call); };
   services_.calls.onCallHistoryUpdated = [this](const std::vector<CallRecord>& calls) {
-    callHistory_ = calls;
-    changed();
+    updateHistory(calls);
   };
   services_.presence.onUsersUpdated = [this](const std::vector<OnlineUser>&) { changed(); };
   contacts_.onChange = [this] { changed(); };
@@ -192,10 +187,14 @@ void CallsView::toggleCallExpansion(const std::string& callId) {
 }
 
 void CallsView::refreshHistory() {
-  services_.calls.fetchCallHistory(lifetime_.guard([this](const std::vector<CallRecord>& calls) {
-    callHistory_ = calls;
-    changed();
-  }));
+  // What comes is told by `onCallHistoryUpdated`.
+  if (!services_.calls.currentUserId) return updateHistory({});
+  services_.calls.fetchCallHistory({});
+}
+
+void CallsView::updateHistory(const std::vector<CallRecord>& calls) {
+  callHistory_ = calls;
+  changed();
 }
 
 std::vector<CallGroup> CallsView::historyGroups() const {
@@ -235,7 +234,7 @@ void CallsView::handleCallStatusChange(CallStatus status) {
     case CallStatus::failed:
       show("❌ Call failed");
       leave();
-      services_.panel->dismissPanel();
+      services_.assistance.panel().dismissPanel();
       return resetCallUI();
   }
 }

@@ -10,12 +10,10 @@
 #include "calls/call_page.h"
 #include "calls/call_service.h"
 #include "calls/contact_search.h"
-#include "calls/in_call_assist_panel.h"
-#include "calls/in_call_capture.h"
+#include "calls/in_call_assistance.h"
 #include "calls/incoming_call_window.h"
 #include "calls/post_call_summary.h"
 #include "calls/presence_service.h"
-#include "liveassist/live_assist_service.h"
 #include "liveassist/live_feedback_window.h"
 #include "platform/pasteboard.h"
 #include "platform/settings.h"
@@ -34,11 +32,9 @@ struct CallsServices {
   CallService& calls;
   PresenceService& presence;
   IncomingCallWindow& banner;
-  std::shared_ptr<InCallAssistPanel> panel;
-  InCallCapture::Services capture;
+  InCallAssistance& assistance;
   CallPageServices page;
   /// Made when a call begins.
-  std::function<LiveAssistService&()> liveAssist;
   std::function<LiveFeedbackWindow&()> feedbackWindow;
 };
 
@@ -94,8 +90,6 @@ class CallsView {
   bool isMuted() const { return isMuted_; }
   bool isCameraOff() const { return isCameraOff_; }
   bool canCall() const { return !isInCall_ && !isPlacing_; }
-  /// The live assist badge.
-  bool isAssisted() const { return isInCall_; }
   /// "01:05" while in a call.
   std::string timerLabel() const;
   const std::optional<IncomingCall>& currentIncomingCall() const { return currentIncomingCall_; }
@@ -106,7 +100,6 @@ class CallsView {
   bool isExpanded(const std::string& callId) const { return expandedCallIds_.contains(callId); }
   const std::vector<OnlineUser>& onlineUsers() const { return services_.presence.onlineUsers(); }
   ContactSearch& contacts() { return contacts_; }
-  InCallAssistPanel& panel() { return *services_.panel; }
   std::string deviceId() const { return services_.calls.currentUserId.value_or(""); }
 
   /// After each change; a view redraws.
@@ -117,6 +110,7 @@ class CallsView {
 
  private:
   void setupCallbacks();
+  void updateHistory(const std::vector<CallRecord>& calls);
   void place(bool audioOnly);
   void startCall();
   void handleCallTimeout();
@@ -140,7 +134,6 @@ class CallsView {
   const CallsServices services_;
   ContactSearch contacts_;
   PostCallSummary summary_;
-  InCallCapture capture_;
   std::unique_ptr<CallPage> page_;
   std::string status_ = restText, recipient_;
   int shakes_ = 0;
