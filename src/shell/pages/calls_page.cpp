@@ -112,8 +112,8 @@ void CallsPage::refresh() {
   inCall_->setVisible(view_.isInCall());
   timer_->setText(qt(view_.timerLabel()));
   other_->setText(qt(calls_.service().currentCallerName().value_or("")));
-  mute_->setText(view_.isMuted() ? "Unmute" : "Mute");
-  camera_->setText(view_.isCameraOff() ? "Camera on" : "Camera off");
+  setTitle(mute_, view_.isMuted() ? "Unmute" : "Mute");
+  setTitle(camera_, view_.isCameraOff() ? "Camera on" : "Camera off");
   camera_->setVisible(!view_.isAudioOnly());
   audio_->setEnabled(view_.canCall());
   video_->setEnabled(view_.canCall());
