@@ -82,10 +82,8 @@ TEST(ProcessLogChild, DISABLED_Prints) {
     printers(firstLong, linesEach).clear();
     capture.stop();
     // Two more that tell of the start.
-    EXPECT_TRUE(test::eventually([&] {
-      dispatch->mainLoop().drain();
-      return entries == printedLines + 2;
-    })) << entries;
+    EXPECT_TRUE(test::eventually(*dispatch, [&] { return entries == printedLines + 2; }))
+        << entries;
   }
 }
 

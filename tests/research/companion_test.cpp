@@ -36,12 +36,7 @@ struct CompanionWorld {
                                                 });
   }
   /// Runs the main queue until `done`.
-  void until(const std::function<bool()>& done) {
-    EXPECT_TRUE(eventually([&] {
-      dispatch->mainLoop().drain();
-      return done();
-    }));
-  }
+  void until(const std::function<bool()>& done) { EXPECT_TRUE(eventually(*dispatch, done)); }
   struct Answer {
     std::string steps, summary, error;
     std::vector<ResearchSource> sources;

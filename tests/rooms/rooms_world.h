@@ -42,12 +42,7 @@ struct RoomsWorld {
     CallService calls;
     PresenceService presence;
   };
-  void until(const std::function<bool()>& done) {
-    EXPECT_TRUE(eventually([&] {
-      dispatch->mainLoop().drain();
-      return done();
-    }));
-  }
+  void until(const std::function<bool()>& done) { EXPECT_TRUE(eventually(*dispatch, done)); }
   std::string history(size_t side) {
     std::optional<std::string> out;
     sides[side]->calls.fetchCallHistory([&](const std::vector<CallRecord>& calls) {

@@ -22,6 +22,14 @@ inline bool eventually(const std::function<bool()>& done) {
   return true;
 }
 
+/// As `eventually`, running the main queue meanwhile.
+inline bool eventually(ThreadsDispatch& dispatch, const std::function<bool()>& done) {
+  return eventually([&] {
+    dispatch.mainLoop().drain();
+    return done();
+  });
+}
+
 /// What happened, in order, as one text; from any thread.
 class Log {
  public:
