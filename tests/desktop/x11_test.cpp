@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <future>
+#include <gio/gio.h>
 #include <signal.h>
 #include <thread>
 #include <xcb/xinput.h>
@@ -251,8 +252,14 @@ TEST(X11Workspace, AddressesAndPathsGoToTheirHandlers) {
             "text/plain=test-handler.desktop\n");
   writeFile(scratchFile("a note.txt"), "text");
   const std::string address = "https://example.test/a?b=$(touch+x)&c='d'";
-  // The library hears of new entries a moment later.
-  ASSERT_TRUE(world.eventually([&] { return world.workspace().open(address).has_value(); }));
+  // The library hears of new entries a moment later; until then a browser would get the address.
+  ASSERT_TRUE(world.eventually([&] {
+    GAppInfo* handler = g_app_info_get_default_for_uri_scheme("https");
+    const bool known = handler && std::string(g_app_info_get_id(handler)) == "test-handler.desktop";
+    g_clear_object(&handler);
+    return known;
+  }));
+  ASSERT_TRUE(world.workspace().open(address));
   ASSERT_TRUE(world.eventually([&] { return readFile(log) == address + "\n"; })) << readFile(log);
   // Ours may be captured, and gone before the handler is.
   EXPECT_EQ(readFile(scratchFile("handler output")), "/dev/null\n");
