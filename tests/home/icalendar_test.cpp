@@ -98,6 +98,12 @@ TEST(Icalendar, WhatIsBrokenIsLeftOut) {
                       from, to)
                 .find("E@0401T1000"),
             0u);
+  const std::string endless = event("DTSTART:20260401T100000Z\nDTEND:40520602T100000Z\n");
+  ASSERT_EQ(instances(endless, from, to).find("E@0401T1000"), 0u);
+  EXPECT_GT(
+      readIcalendar("BEGIN:VCALENDAR\n" + endless + "END:VCALENDAR\n", at(from), at(to)).at(0).end,
+      at("2261-01-01T00:00:00Z"))
+      << "the far future does not turn into the past";
   EXPECT_TRUE(readIcalendar("", at(from), at(to)).empty());
   EXPECT_TRUE(readIcalendar(std::string(1000, '\0'), at(from), at(to)).empty());
 }

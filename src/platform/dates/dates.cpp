@@ -1,5 +1,6 @@
 #include "platform/dates/dates.h"
 
+#include <algorithm>
 #include <cctype>
 #include <memory>
 #include <unicode/calendar.h>
@@ -55,6 +56,10 @@ std::string format(Date date, std::string_view pattern, std::string_view zone) {
   std::string out;
   text.toUTF8String(out);
   return text::replaceAll(std::move(out), "\xE2\x80\xAF", " ");
+}
+
+Date fromSeconds(int64_t seconds) {
+  return fromMilliseconds(std::clamp(static_cast<double>(seconds) * 1000, earliest, latest));
 }
 
 std::optional<Date> parse(std::string_view text, std::string_view pattern, std::string_view zone) {

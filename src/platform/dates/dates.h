@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,10 @@ std::string iso8601(Date date, bool fractional = false);
 /// Accepts "Z" and "+02:00" offsets, and fractions of any length; a text without offset counts as
 /// UTC.
 std::optional<Date> parseIso8601(std::string_view text);
+
+/// Seconds since 1970, as the system counts; a time before 1802 or after 2261 becomes the nearest
+/// that a Date can tell.
+Date fromSeconds(int64_t seconds);
 
 /// "5 minutes ago", "in 2 days", "now" for less than a second; in the largest unit that fits whole.
 std::string relative(Date date, Date now);

@@ -56,7 +56,7 @@ void completeZones(icalcomponent* calendar) {
 /// The same clock time in the reader's zone: whole days and times without a zone are everybody's
 /// own.
 Date inZone(time_t clockTimeAsUtc, const std::string& zone) {
-  const Date utc = std::chrono::system_clock::from_time_t(clockTimeAsUtc);
+  const Date utc = dates::fromSeconds(clockTimeAsUtc);
   const std::string words = dates::format(utc, "yyyy-MM-dd HH:mm:ss", "UTC");
   if (const auto local = dates::parse(words, "yyyy-MM-dd HH:mm:ss", zone)) return *local;
   // A time that the clocks skip is as long after the last hour that they show.
@@ -154,10 +154,8 @@ class Reader {
       if (moved != moved_.end() && moved->second.contains(span.start)) return;
     }
     CalendarRecord record = base_;
-    record.start =
-        ownClock_ ? inZone(span.start, zone_) : std::chrono::system_clock::from_time_t(span.start);
-    record.end =
-        ownClock_ ? inZone(span.end, zone_) : std::chrono::system_clock::from_time_t(span.end);
+    record.start = ownClock_ ? inZone(span.start, zone_) : dates::fromSeconds(span.start);
+    record.end = ownClock_ ? inZone(span.end, zone_) : dates::fromSeconds(span.end);
     // The library ends whole days a second before the midnight after the last one.
     if (record.allDay) record.end = inZone(span.end + 1 - secondsOfADay, zone_);
     if (record.allDay && record.end <= record.start)
