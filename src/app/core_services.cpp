@@ -5,9 +5,33 @@
 namespace kestrin {
 namespace {
 
-RequestContextSources contextSources(AudioPlayerService& player, const FirebaseAuthService& auth,
-                                     const BehavioralProfileManager& behavioralProfile) {
+using Told = std::function<void(Result<std::string>)>;
+
+RequestContextSources contextSources(Dispatch& dispatch, const Lifetime& lifetime,
+                                     AudioPlayerService& player, const FirebaseAuthService& auth,
+                                     const BehavioralProfileManager& behavioralProfile,
+                                     PersonalityService& personality) {
   RequestContextSources sources;
+  sources.archetypeStylePrompt = [&personality] { return personality.stylePrompt(); };
+  // Streams end on queues of their own; who the user is belongs to the main queue.
+  const std::function<void(const std::string&, const Told&)> refresh =
+      lifetime.guard([&personality](const std::string& summary, const Told& told) {
+        personality.refreshPersonality(summary, told);
+      });
+  sources.refreshPersonality = [main = dispatch.mainQueue(), refresh](
+                                   const std::string&, const std::string& summary, Told told) {
+    main->post([refresh, summary, told = std::move(told)] { refresh(summary, told); });
+  };
+  const std::function<void(const Told&)> classify =
+      lifetime.guard([&personality](const Told& told) {
+        personality.classifyArchetype([told](const Result<Archetype>& archetype) {
+          told(archetype.transform([](const Archetype& known) { return known.name; }));
+        });
+      });
+  sources.classifyArchetype = [main = dispatch.mainQueue(), classify](const std::string&,
+                                                                      Told told) {
+    main->post([classify, told = std::move(told)] { classify(told); });
+  };
   sources.voiceProfileSummary = [&behavioralProfile] {
     return behavioralProfile.voiceProfileSummary();
   };
@@ -49,7 +73,8 @@ CoreServices::CoreServices(Platform& p, const Endpoints& e, const AuthEndpoint& 
       personality({p.dispatch, p.http, p.random, p.settings, logger, deviceId, preferences, e}),
       transcription(std::make_shared<TranscriptionService>(
           p.dispatch, p.http, p.settings, p.notifications, logger, asr, preferences, deviceId,
-          geminiKey, e, contextSources(player, auth, behavioralProfile))) {}
+          geminiKey, e,
+          contextSources(p.dispatch, lifetime, player, auth, behavioralProfile, personality))) {}
 
 std::optional<std::string> CoreServices::authToken() const {
   const auto user = auth.currentUser();

@@ -57,6 +57,7 @@ struct CoreServices {
   ResearchService research;
   NotesService notes;
   PersonalityService personality;
+  Lifetime lifetime;  ///< of what reaches the main queue from other queues
   std::shared_ptr<TranscriptionService> transcription;
 };
 

@@ -53,8 +53,11 @@ void HomeCaches::refreshNewsCache(std::function<void()> completion) {
         isNewsLoading_ = false;
         if (reply) {
           newsItems_ = reply->news;
-          newsSpeech_ = reply->text;
-          newsAudio_ = reply->audio;
+          // What an answer without words leaves is still the last that was said.
+          if (!reply->text.empty()) {
+            newsSpeech_ = reply->text;
+            newsAudio_ = reply->audio;
+          }
           services_.logger.print("📰 News cache refreshed: " + std::to_string(newsItems_.size()) +
                                  " items");
         } else {

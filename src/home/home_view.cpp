@@ -13,6 +13,7 @@ constexpr auto newsPollInterval = 2s;
 constexpr int newsAttempts = 15;
 constexpr const char* scheduleTitle = "Today's Schedule";
 constexpr const char* mailTitle = "Recent mail";
+constexpr const char* notesTitle = "Notes Summary";
 
 }  // namespace
 
@@ -27,7 +28,10 @@ const std::vector<HomeView::Chip>& HomeView::quickActionChips() {
 }
 
 HomeView::HomeView(Services services) : services_(std::move(services)) {
-  services_.caches.onChange = [this] { changed(); };
+  services_.caches.onChange = [this] {
+    if (panel_.title == notesTitle) showNotesSummary();
+    changed();
+  };
 }
 
 void HomeView::load() {
@@ -66,10 +70,16 @@ void HomeView::handleQuickAction(const std::string& query) {
 }
 
 void HomeView::showRecentNotes() {
+  ++questions_;
+  if (services_.caches.cachedNotesSummary().empty()) services_.caches.refreshNotesSummaryCache();
+  showNotesSummary();
+  changed();
+}
+
+void HomeView::showNotesSummary() {
   const std::string& summary = services_.caches.cachedNotesSummary();
-  if (summary.empty()) services_.caches.refreshNotesSummaryCache();
-  open({.title = "Notes Summary",
-        .text = summary.empty() ? "There is no summary of your notes yet." : summary});
+  panel_ = {.title = notesTitle,
+            .text = summary.empty() ? "There is no summary of your notes yet." : summary};
 }
 
 void HomeView::showTodaySchedule() {

@@ -64,6 +64,7 @@ class HomeView {
   void open(Panel panel);
   void pollNews(int attempts);
   void newsArrived();
+  void showNotesSummary();
   void mailArrived();
   void status(const std::string& text, bool failed = false) {
     if (onStatus) onStatus(text, failed);

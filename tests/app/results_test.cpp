@@ -48,6 +48,31 @@ TEST(Results, OnlyTheUserLetsActionsPressKeysAndOnlyForThisRun) {
   EXPECT_EQ(pressed(), 1u);
 }
 
+TEST(Results, AfterFifteenRequestsTheUserIsLearntAnewAndTheirStyleGoesWithTheNext) {
+  Desk desk;
+  desk.settings.set(UserPreferences::userPersonalityKey, Json("dry"));
+  desk.http.on("POST", "127.0.0.1:8780/refresh-personality/*",
+               ScriptedReply::body(R"({"success":true,"personality":"warm"})"));
+  desk.http.on(
+      "POST", "127.0.0.1:8780/classify-archetype/*",
+      ScriptedReply::body(
+          R"({"success":true,"archetype":{"archetype_id":"x","name":"The X","style_prompt":"Be X."}})"));
+  auto& app = desk.startReady();
+  const auto lastBody = [&] {
+    return *Json::parse(desk.http.requests("127.0.0.1:8765/process/stream").back().request.body);
+  };
+  for (int i = 0; i < 15; ++i) desk.dictateWhole();
+  EXPECT_EQ(lastBody().stringAt("user_archetype_style", "none"), "none");
+  EXPECT_EQ(lastBody().stringAt("user_personality", ""), "dry");
+  desk.dictateWhole();
+  EXPECT_EQ(lastBody().stringAt("user_archetype_style", ""), "Be X.");
+  EXPECT_EQ(lastBody().stringAt("user_personality", ""), "warm");
+  const auto asked = desk.http.requests("127.0.0.1:8780/refresh-personality/*");
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(Json::parse(asked[0].request.body)->stringAt("current_personality", ""), "dry");
+  EXPECT_EQ(app.core().logger.getEntries("Archetype reclassified: The X").size(), 1u);
+}
+
 TEST(Results, ACommandWithoutMarkersIsReadAsASentence) {
   Desk desk;
   auto& app = desk.startReady();

@@ -3,6 +3,7 @@
 #include "home/calendar_view.h"
 #include "home_world.h"
 #include "identity/google/google_account.h"
+#include "zone_here.h"
 
 namespace kestrin::test {
 namespace {
@@ -238,17 +239,6 @@ TEST(CalendarView, PacksWhatOverlapsIntoTheFewestColumns) {
             "night 0-60 0/1; a 540-600 0/2; b 570-630 1/2; c 600-660 0/2; lunch 720-780 0/2; "
             "instant 779-799 1/2; after 799-859 0/1; late 1430-1440 0/1; ");
 }
-
-/// The zone of this process for as long as it lives.
-struct ZoneHere {
-  explicit ZoneHere(const char* zone) { set(zone); }
-  ~ZoneHere() { set(before.empty() ? nullptr : before.c_str()); }
-  static void set(const char* zone) {
-    zone ? setenv("TZ", zone, 1) : unsetenv("TZ");
-    tzset();
-  }
-  const std::string before = getenv("TZ") ? getenv("TZ") : "";
-};
 
 TEST(CalendarView, KeepsToWholeDaysWhenTheClocksChange) {
   const ZoneHere paris("Europe/Paris");

@@ -148,10 +148,13 @@ void PersonalityService::getArchetype(Completion<Archetype> completion) {
                   answer ? std::string("❌ Failed to parse archetype: no archetype in the answer")
                          : "❌ Failed to fetch archetype: " + answer.error().description);
               isDefault_ = true;
+              if (!cachedArchetype_ && !services_.preferences.userArchetype())
+                setStylePrompt(Archetype::defaultArchetype().stylePrompt);
               return completion(Archetype::defaultArchetype());
             }
             isDefault_ = answer->boolAt("isDefault").value_or(false);
             cachedArchetype_ = archetype;
+            setStylePrompt(archetype->stylePrompt);
             lastFetchTime_ = services_.dispatch.clock().steadyNow();
             services_.logger.print("🎭 Archetype loaded: " + archetype->name +
                                    " (default: " + (isDefault_ ? "true" : "false") + ")");
@@ -176,6 +179,7 @@ void PersonalityService::classifyArchetype(Completion<Result<Archetype>> complet
           return completion(fail("ArchetypeService", 1, why));
         }
         cachedArchetype_ = archetype;
+        setStylePrompt(archetype->stylePrompt);
         isDefault_ = false;
         lastFetchTime_ = services_.dispatch.clock().steadyNow();
         services_.preferences.setUserArchetype(archetype->toJson());
@@ -185,9 +189,13 @@ void PersonalityService::classifyArchetype(Completion<Result<Archetype>> complet
 }
 
 std::optional<std::string> PersonalityService::stylePrompt() const {
-  if (cachedArchetype_) return cachedArchetype_->stylePrompt;
-  if (isDefault_) return Archetype::defaultArchetype().stylePrompt;
-  return std::nullopt;
+  std::lock_guard lock(mutex_);
+  return stylePrompt_;
+}
+
+void PersonalityService::setStylePrompt(std::string stylePrompt) {
+  std::lock_guard lock(mutex_);
+  stylePrompt_ = std::move(stylePrompt);
 }
 
 void PersonalityService::fetchProfile(bool force,

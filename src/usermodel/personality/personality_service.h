@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,7 +53,8 @@ class PersonalityService {
   /// transport's.
   void classifyArchetype(Completion<Result<Archetype>> completion);
   bool isDefault() const { return isDefault_; }
-  /// The one that is known now: asked for in this run, else the stored one.
+  /// Of the archetype that this run asked for; nothing before, and nothing while only the default
+  /// is known but an earlier run stored one. Thread-safe.
   std::optional<std::string> stylePrompt() const;
 
   /// Nothing when there is none.
@@ -64,12 +66,15 @@ class PersonalityService {
   void request(const char* method, const std::string& path, std::function<void(Json&)> fill,
                std::chrono::seconds timeout, Completion<Result<Json>> completion);
   bool isFresh(const std::optional<SteadyTime>& time) const;
+  void setStylePrompt(std::string stylePrompt);
 
   const Services services_;
   const std::shared_ptr<HttpSession> session_;
   std::optional<Archetype> cachedArchetype_;
   std::optional<SteadyTime> lastFetchTime_;
   bool isDefault_ = false;
+  mutable std::mutex mutex_;
+  std::optional<std::string> stylePrompt_;  ///< under mutex_
   std::optional<VoiceProfile> profile_;
   std::optional<SteadyTime> lastFetch_;
   Lifetime lifetime_;
