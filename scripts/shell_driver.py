@@ -111,6 +111,11 @@ def nodes(node, depth=0):
             yield from nodes(child, depth + 1)
 
 
+def click(node):
+    box = node.get_extents(Atspi.CoordType.SCREEN)
+    quietly("xdotool", "mousemove", box.x + box.width // 2, box.y + box.height // 2, "click", 1)
+
+
 def nameless(window):
     """The controls in it that an assistive program could not announce. A combo box is named by what is chosen in it;
     what it is for is its description."""
@@ -212,6 +217,17 @@ class Shell:
     def open_page(self, title):
         self.page_buttons()[title].do_action(0)
         wait_for(f"page {title}", lambda: has(self.page_buttons()[title], Atspi.StateType.CHECKED))
+
+    def setting_pages(self):
+        """The rows of the list beside the settings, while that page is open."""
+        listed = next(node for node in nodes(self.frame()) if node.get_name() == "Settings pages")
+        return [listed.get_child_at_index(i) for i in range(listed.get_child_count())]
+
+    def open_setting_page(self, title):
+        row = next(row for row in self.setting_pages() if row.get_name() == title)
+        if not has(row, Atspi.StateType.SELECTED):
+            click(row)
+            wait_for(f"page Settings/{title}", lambda: has(row, Atspi.StateType.SELECTED))
 
     def log_lines(self):
         """Everything in the dated files of the log."""

@@ -25,7 +25,9 @@ namespace {
 constexpr int sidebarWidth = 196;
 constexpr int sidebarIconsWidth = 60;
 constexpr QSize firstSize(1080, 720);
-constexpr QSize leastSize(720, 480);
+constexpr QSize leastSize(600, 440);
+/// A narrower window has pictures alone in its side bar.
+constexpr int narrow = 860;
 
 QColor statusColor(const Theme& theme, StatusColor color) {
   switch (color) {
@@ -182,6 +184,11 @@ void MainWindow::showEvent(QShowEvent* event) {
   refresh();
 }
 
+void MainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  fitSidebar();
+}
+
 void MainWindow::scheduleRefresh() {
   if (isVisible() && !refreshTimer_.isActive()) refreshTimer_.start();
 }
@@ -212,10 +219,7 @@ void MainWindow::applyLook() {
 void MainWindow::applyWindowState() {
   const WindowState& state = application_.mainWindow().window();
   sidebar_->setVisible(state.sidebarVisible);
-  const auto style = state.compactMode ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon;
-  for (Entry& entry : entries_) entry.button->setToolButtonStyle(style);
-  account_->setToolButtonStyle(style);
-  sidebar_->setFixedWidth(state.compactMode ? sidebarIconsWidth : sidebarWidth);
+  fitSidebar();
   setWindowOpacity(state.alpha);
   Qt::WindowFlags flags = Qt::Window;
   // A utility window is the toolkit's way to have no entry in the taskbar.
@@ -231,6 +235,14 @@ void MainWindow::applyWindowState() {
     }
   }
   shown_ = state;
+}
+
+void MainWindow::fitSidebar() {
+  const bool icons = application_.mainWindow().window().compactMode || width() < narrow;
+  const auto style = icons ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon;
+  for (Entry& entry : entries_) entry.button->setToolButtonStyle(style);
+  account_->setToolButtonStyle(style);
+  sidebar_->setFixedWidth(icons ? sidebarIconsWidth : sidebarWidth);
 }
 
 void MainWindow::showCurrentPage() {

@@ -40,6 +40,7 @@ class MainWindow final : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void showEvent(QShowEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   struct Entry {
@@ -56,6 +57,8 @@ class MainWindow final : public QMainWindow {
   void refresh();
   void applyLook();
   void applyWindowState();
+  /// Titles beside the pictures where there is room.
+  void fitSidebar();
   void showCurrentPage();
   void showStatus();
   void showAccount();

@@ -16,7 +16,7 @@ import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "scripts"))
-from shell_driver import Atspi, Shell, has, nameless, quietly, wait_for  # noqa: E402
+from shell_driver import Atspi, Shell, click, has, nameless, quietly, wait_for  # noqa: E402
 
 Role, State = Atspi.Role, Atspi.StateType
 BOXES = {Role.TOGGLE_BUTTON, Role.RADIO_BUTTON, Role.CHECK_BOX}
@@ -74,11 +74,6 @@ def seen_besides(control, tree):
         else:
             out.append((part.words, part.checked))
     return out
-
-
-def click(node):
-    box = node.get_extents(Atspi.CoordType.SCREEN)
-    quietly("xdotool", "mousemove", box.x + box.width // 2, box.y + box.height // 2, "click", 1)
 
 
 def copied():
@@ -177,14 +172,7 @@ class Walk:
         if not has(self.shell.page_buttons()[title], State.CHECKED):
             self.shell.open_page(title)
         if sub:
-            row = next(row for row in self.setting_pages() if row.get_name() == sub)
-            if not has(row, State.SELECTED):
-                click(row)
-                wait_for(f"page {page}", lambda: has(row, State.SELECTED))
-
-    def setting_pages(self):
-        listed = next(part for part in parts(self.windows()) if part.name == "Settings pages").node
-        return [listed.get_child_at_index(i) for i in range(listed.get_child_count())]
+            self.shell.open_setting_page(sub)
 
     def page(self, page):
         self.go(page)
@@ -245,7 +233,7 @@ def main():
         shell.ready()
         walk = Walk(shell, opened)
         shell.open_page("Settings")
-        subs = [f"Settings/{row.get_name()}" for row in walk.setting_pages()]
+        subs = [f"Settings/{row.get_name()}" for row in shell.setting_pages()]
         # Last, since a setting may change what the others do.
         pages = [title for title in titles if title != "Settings"] + subs
         for page in arguments.page or pages:

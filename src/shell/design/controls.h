@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "shell/design/flow_layout.h"
+
 namespace kestrin {
 
 // The parts that every page is made of. All of them show plain text, never markup. Parents own what

@@ -99,7 +99,7 @@ CalendarPage::CalendarPage(CalendarView& view)
       grid_(new Grid(view)) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(24, 20, 24, 16);
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   row->addWidget(title_, 1);
   const auto button = [row](const char* text, const char* name, std::function<void()> clicked) {
     auto* made = makeButton(text, std::move(clicked));

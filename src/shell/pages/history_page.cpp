@@ -33,21 +33,21 @@ HistoryPage::HistoryPage(MainWindowController& window, std::function<void()> fet
   whole->addWidget(page);
   page->column()->addWidget(makeLabel("History", "title"));
 
-  auto* figures = new QHBoxLayout;
+  auto* figures = new FlowLayout;
   for (size_t i = 0; i < figures_.size(); ++i) {
     auto* card = new Card;
     figures_[i] = makeLabel("0", "figure");
     card->column()->setSpacing(0);
     card->column()->addWidget(figures_[i]);
     card->column()->addWidget(makeLabel(figureNames[i], "caption"));
-    figures->addWidget(card);
+    figures->addWidget(card, 1);
   }
   page->column()->addLayout(figures);
 
   auto* usage = new Card;
   usage->column()->addWidget(makeLabel("USAGE", "section"));
   usage->column()->addWidget(noUsage_);
-  auto* charts = new QHBoxLayout;
+  auto* charts = new FlowLayout;
   charts->setSpacing(28);
   charts->addWidget(modes_, 1, Qt::AlignTop);
   charts->addWidget(applications_, 1, Qt::AlignTop);
@@ -113,7 +113,7 @@ void HistoryPage::showEntries() {
 
 QWidget* HistoryPage::entryCard(const HistoryEntry& entry, bool expanded) {
   auto* card = new Card;
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel(qt(entry.mode), "badge"));
   if (!entry.appContext.empty()) head->addWidget(makeLabel(qt(entry.appContext), "caption"));
   head->addStretch(1);

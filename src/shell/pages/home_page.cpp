@@ -25,7 +25,7 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
   whole->setContentsMargins(0, 0, 0, 0);
   auto* page = new Column;
   whole->addWidget(page);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   auto* titles = new QVBoxLayout;
   titles->setSpacing(2);
   greeting_ = makeLabel("", "title");
@@ -64,8 +64,7 @@ QWidget* HomePage::makeBriefing() {
 }
 
 QLayout* HomePage::makeChips() {
-  auto* row = new QHBoxLayout;
-  row->setSpacing(8);
+  auto* row = new FlowLayout;
   for (const HomeView::Chip& chip : HomeView::quickActionChips()) {
     row->addWidget(makeButton(
         chip.title, [this, query = std::string(chip.query)] { view_.handleQuickAction(query); }));

@@ -42,14 +42,14 @@ QWidget* LiveAssistPage::makeControls() {
   auto* bar = new QWidget;
   auto* column = new QVBoxLayout(bar);
   column->setContentsMargins(28, 20, 28, 4);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel("Live Assist", "title"), 1);
   head->addWidget(makeButton("History", [this] { openHistory(); }));
   head->addWidget(makeButton("Files", [this] { openFiles(); }));
   head->addWidget(makeButton("Prompt", [this] { openPromptEditor(); }));
   head->addWidget(makeButton("New Session", [this] { view_.newSessionClicked(); }));
   column->addLayout(head);
-  auto* controls = new QHBoxLayout;
+  auto* controls = new FlowLayout;
   start_ = makeButton(
       "Start", [this] { view_.startCapture(); }, "primary");
   stop_ = makeButton("Stop", [this] { view_.stopCapture(); });

@@ -44,7 +44,7 @@ void SessionHistoryDialog::refresh() {
     if (!card.summary.empty()) frame->column()->addWidget(makeParagraph(qt(card.summary)));
     frame->column()->addWidget(
         makeLabel(qt(card.date + "  •  " + card.duration + "  •  " + card.counts), "caption"));
-    auto* foot = new QHBoxLayout;
+    auto* foot = new FlowLayout;
     foot->addWidget(makeLabel(qt(card.contact), "caption"), 1);
     if (!card.emailId.empty()) {
       foot->addWidget(
@@ -66,7 +66,7 @@ SessionFilesDialog::SessionFilesDialog(SessionFilesWindow& window, QWidget* pare
   column->addWidget(makeLabel(SessionFilesWindow::hint, "caption"));
   column->addWidget(count_);
   column->addLayout(files_);
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(makeButton("Local…", [this] { chooseLocal(); }));
   buttons->addWidget(makeButton("Drive…", [this] { window_.openDrivePicker(); }));
   buttons->addStretch(1);
@@ -144,7 +144,7 @@ PromptEditorDialog::PromptEditorDialog(LiveAssistPromptEditor& editor, QWidget* 
   connect(prompt_, &QPlainTextEdit::textChanged, this,
           [this] { editor_.edit(prompt_->toPlainText().toStdString()); });
   column->addWidget(prompt_, 1);
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(
       makeButton(LiveAssistPromptEditor::resetTitle, [this] { editor_.resetToDefault(); }));
   buttons->addStretch(1);

@@ -46,7 +46,7 @@ LogsPage::LogsPage(LogsView& view)
   column->setSpacing(10);
   column->addWidget(makeLabel(LogsView::title, "title"));
 
-  auto* controls = new QHBoxLayout;
+  auto* controls = new FlowLayout;
   auto* filter = new QLineEdit(qt(view_.filter()));
   filter->setPlaceholderText(LogsView::filterPlaceholder);
   filter->setAccessibleName("Filter logs");

@@ -33,7 +33,7 @@ class PersonalityPage final : public Page {
   QLabel *status_ = nullptr, *personality_ = nullptr, *archetype_ = nullptr, *traits_ = nullptr,
          *voice_ = nullptr;
   QPushButton* start_ = nullptr;
-  QHBoxLayout* charts_ = nullptr;
+  FlowLayout* charts_ = nullptr;
   QLabel *progress_ = nullptr, *question_ = nullptr, *hint_ = nullptr, *timer_ = nullptr,
          *notice_ = nullptr;
   QProgressBar* level_ = nullptr;

@@ -44,7 +44,7 @@ ResearchPage::ResearchPage(ResearchView& view)
   welcome_ = makeWelcome();
   conversation_->column()->addWidget(welcome_);
 
-  auto* bottom = new QHBoxLayout;
+  auto* bottom = new FlowLayout;
   bottom->setContentsMargins(28, 8, 28, 16);
   input_->setAccessibleName("Question");
   connect(input_, &QLineEdit::textEdited, this,
