@@ -189,6 +189,11 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
   fitSidebar();
 }
 
+void MainWindow::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() == QEvent::ActivationChange && isActiveWindow()) application_.userWasActive();
+}
+
 void MainWindow::scheduleRefresh() {
   if (isVisible() && !refreshTimer_.isActive()) refreshTimer_.start();
 }
