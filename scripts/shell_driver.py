@@ -19,6 +19,7 @@ from gi.repository import Atspi  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BIN = pathlib.Path(os.environ.get("KESTRIN_BIN", ROOT / "build" / "bin"))
 DEVICE = "device_0123456789abcdef"
+FRIEND = "device_fedcba9876543210"
 PORTS = {"ASR": 28001, "LLM": 28082, "AGENT": 28765, "BACKEND": 28780}
 CONTROLS = {Atspi.Role.PUSH_BUTTON, Atspi.Role.TOGGLE_BUTTON, Atspi.Role.CHECK_BOX, Atspi.Role.RADIO_BUTTON,
             Atspi.Role.SLIDER, Atspi.Role.COMBO_BOX, Atspi.Role.ENTRY, Atspi.Role.LIST, Atspi.Role.TABLE,
@@ -64,9 +65,9 @@ def quietly(*command):
                           check=False, timeout=60)
 
 
-def post(path, body, port="BACKEND"):
+def post(path, body, port="BACKEND", device=DEVICE):
     request = urllib.request.Request(f"http://127.0.0.1:{PORTS[port]}{path}", json.dumps(body).encode(),
-                                     {"Content-Type": "application/json", "X-Device-Id": DEVICE})
+                                     {"Content-Type": "application/json", "X-Device-Id": device})
     with urllib.request.urlopen(request, timeout=10) as answer:
         return json.load(answer)
 
@@ -94,6 +95,34 @@ def store_records():
                        {"token": "INTENT_COMMAND", "probability": 0.2}]}})
     for content, said in NOTES:
         post("/notes/save", {"user_id": DEVICE, "user_name": "", "content": content, "transcript": said})
+
+
+    store_call()
+
+
+def heartbeat():
+    """Both sides of a call are known to the backend."""
+    for device, name in ((DEVICE, ""), (FRIEND, "Ada")):
+        post("/presence/heartbeat", {"userId": device, "deviceId": device, "userName": name}, device=device)
+
+
+def ring(caller=FRIEND, name="Ada", called=DEVICE):
+    """One of them calls the other; the room's name."""
+    return post("/calls/initiate", {"callerId": caller, "callerName": name, "recipientId": called},
+                device=caller)["roomName"]
+
+
+def store_call():
+    """One that is over, with what was said in it."""
+    heartbeat()
+    room = ring(DEVICE, "User", FRIEND)
+    post("/calls/answer", {"roomName": room, "userId": FRIEND}, device=FRIEND)
+    post("/calls/end", {"roomName": room, "userId": DEVICE, "reason": "ended"})
+    post("/calls/transcript", {"roomName": room, "callerName": "Ada", "userName": "User", "duration": 184,
+                               "userId": DEVICE, "transcript": "[You] Did the samples come?\n[Other] They are here.",
+                               "summary": "The samples have come; the drawings follow on Thursday.",
+                               "userMood": "Engaged", "otherMood": "Calm", "userEmotion": "HAPPY",
+                               "otherEmotion": "NEUTRAL", "generateSummary": True})
 
 
 def has(node, state):
@@ -174,7 +203,7 @@ class Shell:
         self.settings.parent.mkdir(parents=True, exist_ok=True)
         self.settings.write_text(json.dumps({"pref_serviceHost": "external", "pref_debugMode": True,
                                              "nibo_setup_accepted": "all", **settings}), encoding="utf-8")
-        self.application = self.start(BIN / "kestrin-desktop")
+        self.application = self.start(BIN / "kestrin-desktop", "--tray")
 
     def open_window(self):
         """Until the main window stands; `ready` tells when the cover of the start is gone."""

@@ -53,6 +53,7 @@ Application::Application(Platform& platform, Options options)
                       .delegate = delegate_,
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}),
+      serviceWatch_(platform.dispatch, platform.http, options_.endpoints),
       pages_(core_, preferencesServices(), mainWindow_, holdKeyName_),
       calls_(callsSources(core_, options_.mediaLibrary,
                           [this]() -> LiveAssist& { return pages_.liveAssist(); })) {
@@ -64,6 +65,9 @@ Application::~Application() { stop(); }
 
 void Application::observe() {
   startSequence_.hooks.startAllBackgroundCaches = [this] { pages_.home().start(); };
+  startSequence_.hooks.bringToFront = [this] {
+    if (!options_.staysInTray) applicationShouldHandleReopen();
+  };
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
@@ -219,6 +223,8 @@ void Application::showSetup() {
     notification.category = NotificationCategories::setup;
     mainWindow_.updateStatus("⚠️ " + summary.substr(0, summary.find('\n')),
                              StatusColor::orange);
+    // What is missing stands there in full.
+    if (!options_.staysInTray) applicationShouldHandleReopen();
   }
   notices_.show(std::move(notification), {});
 }

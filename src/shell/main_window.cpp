@@ -52,28 +52,39 @@ MainWindow::MainWindow(Application& application)
       account_(new QToolButton),
       statusDot_(makeLabel("●")),
       status_(makeLabel("")),
-      mode_(makeLabel("", "badge")) {
+      mode_(makeLabel("", "badge")),
+      strip_(new ServiceStrip(application.serviceWatch())) {
   auto& window = application.mainWindow();
   auto& pages = application.pages();
   const auto openURL = [&window](const std::string& url) { window.research().openURL(url); };
+  using Service = ServiceWatch::Service;
   entries_ = {
       {"Home", Glyph::home, false,
-       [&pages, openURL] { return new HomePage(pages.home().view(), openURL); }},
+       [&application, &pages, openURL] {
+         return new HomePage(pages.home().view(), application.calls(), openURL);
+       },
+       {Service::agent, Service::records}},
       {"Calendar", Glyph::calendar, false,
-       [&pages] { return new CalendarPage(pages.home().calendarView()); }},
+       [&pages] { return new CalendarPage(pages.home().calendarView()); }, {Service::records}},
       {"Live Assist", Glyph::liveAssist, false,
-       [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
+       [&application, &pages] {
+         return new LiveAssistPage(pages.liveAssist(), application.core().behavioralProfile);
+       },
+       {Service::recogniser, Service::records}},
       {Calls::callsTab, Glyph::calls, false,
-       [&application] { return new CallsPage(application.calls()); }},
+       [&application] { return new CallsPage(application.calls()); }, {Service::records}},
       {MainWindowController::researchTab, Glyph::research, false,
-       [&window] { return new ResearchPage(window.research()); }},
+       [&window] { return new ResearchPage(window.research()); }, {Service::records}},
       {"Notes", Glyph::notes, false,
-       [&pages, openURL] { return new NotesPage(pages.notes(), openURL); }},
+       [&pages, openURL] { return new NotesPage(pages.notes(), openURL); },
+       {Service::recogniser, Service::agent, Service::records}},
       {"History", Glyph::history, false,
-       [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); }},
-      {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},
+       [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); },
+       {Service::records}},
+      {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }, {Service::agent}},
       {"Personality", Glyph::personality, false,
-       [&pages] { return new PersonalityPage(pages.personality()); }},
+       [&pages] { return new PersonalityPage(pages.personality()); },
+       {Service::recogniser, Service::records}},
       {"Settings", Glyph::settings, false,
        [&pages] { return new SettingsPage(pages.preferences()); }},
       {"Terminal", Glyph::terminal, true, [&pages] { return new TerminalPage(pages.terminal()); }},
@@ -93,9 +104,14 @@ MainWindow::MainWindow(Application& application)
   row->addWidget(sidebar_);
   auto* content = new QVBoxLayout;
   content->setSpacing(0);
+  content->addWidget(strip_);
   content->addWidget(pages_, 1);
   content->addWidget(makeStatusBar());
   row->addLayout(content, 1);
+  strip_->mayAsk = [&application] { return application.delegate().isAppReady; };
+  strip_->onBack = [this] {
+    if (auto* page = static_cast<Page*>(pages_->currentWidget())) page->reload();
+  };
   cover_ = new StartCover(application.setup(), application.startSequence().loadingOverlay(), whole);
   refreshTimer_.setSingleShot(true);
   refreshTimer_.setInterval(0);
@@ -269,6 +285,7 @@ void MainWindow::showCurrentPage() {
   current->button->setChecked(true);
   pages_->setCurrentWidget(current->page);
   current->page->refresh();
+  strip_->showFor(current->needs);
 }
 
 void MainWindow::showStatus() {

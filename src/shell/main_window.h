@@ -16,6 +16,7 @@
 #include "shell/design/theme.h"
 #include "shell/login_dialog.h"
 #include "shell/pages/page.h"
+#include "shell/service_strip.h"
 #include "shell/start_cover.h"
 
 namespace kestrin {
@@ -49,6 +50,7 @@ class MainWindow final : public QMainWindow {
     Glyph glyph;
     bool developer;  ///< only in developer mode
     std::function<Page*()> make;
+    ServiceWatch::Services needs = {};
     QToolButton* button = nullptr;
     Page* page = nullptr;
   };
@@ -79,6 +81,7 @@ class MainWindow final : public QMainWindow {
   std::string current_;  ///< title of the page on screen
   LoginDialog* login_ = nullptr;
   StartCover* cover_;
+  ServiceStrip* strip_;
   std::optional<Theme> theme_;
   std::optional<WindowState> shown_;
   QTimer refreshTimer_;

@@ -34,7 +34,7 @@ StartCover::StartCover(SetupChecklist& setup, LoadingOverlayView& loading, QWidg
   auto* page = new Column(560);
   outer->addWidget(page);
   column_ = page->column();
-  column_->setAlignment(Qt::AlignVCenter);
+  page->centre();
 
   auto* servicesColumn = new QVBoxLayout(services_);
   servicesColumn->addWidget(makeLabel("Starting Kestrin", "title"));

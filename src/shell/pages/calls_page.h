@@ -18,6 +18,7 @@ class CallsPage final : public Page {
   explicit CallsPage(Calls& calls);
   ~CallsPage() override;
   void refresh() override;
+  void reload() override { view_.refresh(); }
 
  protected:
   void showEvent(QShowEvent* event) override;

@@ -69,6 +69,12 @@ void HistoryPage::showEvent(QShowEvent* event) {
   fetchUsage_();
 }
 
+void HistoryPage::reload() {
+  window_.fetchHistoryFromServer();
+  window_.history().fetchStats();
+  fetchUsage_();
+}
+
 void HistoryPage::refresh() {
   showFigures();
   showEntries();

@@ -1,6 +1,7 @@
 #include "shell/pages/home_page.h"
 
 #include "platform/text/text.h"
+#include "shell/pages/active_call_card.h"
 
 namespace kestrin {
 namespace {
@@ -16,7 +17,8 @@ QProgressBar* makeBusyBar(const char* name) {
 
 }  // namespace
 
-HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openURL)
+HomePage::HomePage(HomeView& view, Calls& calls,
+                   std::function<void(const std::string&)> openURL)
     : view_(view), openURL_(std::move(openURL)) {
   auto* whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
@@ -33,6 +35,7 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
   weather_ = makeLabel("", "heading");
   head->addWidget(weather_, 0, Qt::AlignTop);
   page->column()->addLayout(head);
+  page->column()->addWidget(new ActiveCallCard(calls));
   page->column()->addWidget(makeBanner());
   page->column()->addWidget(makeBriefing());
   page->column()->addLayout(makeChips());
@@ -50,7 +53,7 @@ HomePage::~HomePage() { view_.onChange = nullptr; }
 QWidget* HomePage::makeBanner() {
   bannerCard_ = new Card;
   bannerCard_->column()->addWidget(makeLabel(HomeView::bannerTitle, "section"));
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   banner_ = makeParagraph("");
   row->addWidget(banner_, 1);
   row->addWidget(makeButton("Speak", [this] { view_.speakBanner(); }));

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "calls/calls.h"
 #include "home/home_view.h"
 #include "shell/design/controls.h"
 #include "shell/design/reading.h"
@@ -17,9 +18,10 @@ namespace kestrin {
 /// panel.
 class HomePage final : public Page {
  public:
-  HomePage(HomeView& view, std::function<void(const std::string&)> openURL);
+  HomePage(HomeView& view, Calls& calls, std::function<void(const std::string&)> openURL);
   ~HomePage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  private:
   QWidget* makeBanner();

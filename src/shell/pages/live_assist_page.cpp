@@ -4,19 +4,22 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTimer>
+#include <algorithm>
 
 #include "shell/pages/live_assist_windows.h"
+#include "shell/pages/mood_rings.h"
 
 namespace kestrin {
 namespace {
 
-constexpr int panelWidth = 300;
+constexpr int panelWidth = 300, narrowPanelWidth = 230;
 constexpr LALiveAssistUseCase useCases[] = {LALiveAssistUseCase::salesCall,
                                             LALiveAssistUseCase::meeting};
 
 }  // namespace
 
-LiveAssistPage::LiveAssistPage(LiveAssist& live) : view_(live.view()), transcript_(new Column) {
+LiveAssistPage::LiveAssistPage(LiveAssist& live, BehavioralProfileManager& profiles)
+    : view_(live.view()), transcript_(new Column) {
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(0);
@@ -25,7 +28,8 @@ LiveAssistPage::LiveAssistPage(LiveAssist& live) : view_(live.view()), transcrip
   main->addWidget(makeControls());
   main->addWidget(transcript_, 1);
   row->addLayout(main, 1);
-  row->addWidget(makePanel());
+  panel_ = makePanel(profiles);
+  row->addWidget(panel_);
   const auto redraw = [this] { refresh(); };
   view_.onChange = redraw;
   view_.chat().onChange = redraw;
@@ -53,8 +57,7 @@ QWidget* LiveAssistPage::makeControls() {
   start_ = makeButton(
       "Start", [this] { view_.startCapture(); }, "primary");
   stop_ = makeButton("Stop", [this] { view_.stopCapture(); });
-  useCase_ = new QComboBox;
-  nameChoices(useCase_, "Kind of conversation");
+  useCase_ = makeChoices("Kind of conversation");
   for (const LALiveAssistUseCase useCase : useCases) useCase_->addItem(qt(displayName(useCase)));
   connect(useCase_, &QComboBox::activated, this,
           [this](int index) { view_.chooseUseCase(useCases[index]); });
@@ -65,17 +68,18 @@ QWidget* LiveAssistPage::makeControls() {
   controls->addWidget(start_);
   controls->addWidget(stop_);
   controls->addWidget(useCase_);
-  controls->addWidget(enabled_);
-  controls->addWidget(makeLabel("Feedback", "caption"));
+  auto* feedback = new QHBoxLayout;
+  feedback->addWidget(enabled_);
+  feedback->addWidget(makeLabel("Feedback", "caption"));
+  controls->addLayout(feedback);
   controls->addStretch(1);
   controls->addWidget(status_);
   column->addLayout(controls);
   return bar;
 }
 
-QWidget* LiveAssistPage::makePanel() {
+QWidget* LiveAssistPage::makePanel(BehavioralProfileManager& profiles) {
   auto* panel = new Column(panelWidth);
-  panel->setFixedWidth(panelWidth);
   header_ = makeLabel("", "heading");
   panel->column()->addWidget(header_);
   name_ = new QLineEdit;
@@ -103,9 +107,15 @@ QWidget* LiveAssistPage::makePanel() {
     ++at;
   }
   panel->column()->addLayout(grid);
+  panel->column()->addWidget(new MoodRings(profiles));
   feedback_ = new QVBoxLayout;
   panel->column()->addLayout(feedback_);
   return panel;
+}
+
+void LiveAssistPage::resizeEvent(QResizeEvent* event) {
+  Page::resizeEvent(event);
+  panel_->setFixedWidth(std::clamp(width() * 2 / 5, narrowPanelWidth, panelWidth));
 }
 
 void LiveAssistPage::refresh() {

@@ -127,11 +127,10 @@ void SessionFilesDialog::chooseLocal() {
 PromptEditorDialog::PromptEditorDialog(LiveAssistPromptEditor& editor, QWidget* parent)
     : QDialog(parent),
       editor_(editor),
-      mode_(new QComboBox),
+      mode_(makeChoices("Kind of conversation")),
       explanation_(makeParagraph("", "caption")),
       prompt_(new QPlainTextEdit) {
   auto* column = columnOf(this, LiveAssistPromptEditor::title);
-  nameChoices(mode_, "Kind of conversation");
   for (const auto mode : {LALiveAssistUseCase::salesCall, LALiveAssistUseCase::meeting}) {
     mode_->addItem(qt(displayName(mode)));
   }

@@ -53,8 +53,7 @@ LogsPage::LogsPage(LogsView& view)
   connect(filter, &QLineEdit::textChanged, this,
           [this](const QString& text) { view_.setFilter(text.toStdString()); });
   controls->addWidget(filter, 1);
-  auto* level = new QComboBox;
-  nameChoices(level, "Least level");
+  auto* level = makeChoices("Least level");
   for (const char* title : LogsView::levelTitles) level->addItem(title);
   level->setCurrentIndex(view_.levelFilter());
   connect(level, &QComboBox::activated, this, [this](int index) { view_.setLevelFilter(index); });

@@ -17,6 +17,7 @@ class PersonalityPage final : public Page {
   explicit PersonalityPage(PersonalityView& view);
   ~PersonalityPage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  protected:
   void showEvent(QShowEvent* event) override;

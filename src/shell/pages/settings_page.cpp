@@ -176,8 +176,7 @@ QWidget* SettingsPage::makeSlider(const PreferenceRow& row, Update& update) {
 }
 
 QWidget* SettingsPage::makeDropdown(const PreferenceRow& row, Update& update) {
-  auto* box = new QComboBox;
-  nameChoices(box, qt(row.label));
+  auto* box = makeChoices(qt(row.label));
   box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   box->setMinimumContentsLength(18);
   connect(box, &QComboBox::textActivated, this,
