@@ -106,17 +106,17 @@ def heartbeat():
         post("/presence/heartbeat", {"userId": device, "deviceId": device, "userName": name}, device=device)
 
 
-def ring(caller=FRIEND, name="Ada", called=DEVICE):
-    """One of them calls the other; the room's name."""
-    return post("/calls/initiate", {"callerId": caller, "callerName": name, "recipientId": called},
-                device=caller)["roomName"]
+def ring():
+    """The friend calls; the room's name."""
+    return post("/calls/initiate", {"callerId": FRIEND, "callerName": "Ada", "recipientId": DEVICE},
+                device=FRIEND)["roomName"]
 
 
 def store_call():
     """One that is over, with what was said in it."""
     heartbeat()
-    room = ring(DEVICE, "User", FRIEND)
-    post("/calls/answer", {"roomName": room, "userId": FRIEND}, device=FRIEND)
+    room = ring()
+    post("/calls/answer", {"roomName": room, "userId": DEVICE})
     post("/calls/end", {"roomName": room, "userId": DEVICE, "reason": "ended"})
     post("/calls/transcript", {"roomName": room, "callerName": "Ada", "userName": "User", "duration": 184,
                                "userId": DEVICE, "transcript": "[You] Did the samples come?\n[Other] They are here.",

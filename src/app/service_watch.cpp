@@ -23,11 +23,11 @@ std::string failureOf(const Result<HttpResponse>& answer) {
 
 ServiceWatch::ServiceWatch(Dispatch& dispatch, Http& http, const Endpoints& endpoints)
     : dispatch_(dispatch),
-      session_(
-          http.makeSession({.requestTimeout = probeTimeout, .resourceTimeout = probeTimeout})),
-      states_{{Service::recogniser, "The speech recogniser", endpoints.asr, "/", ""},
-              {Service::agent, "The agent", endpoints.agent, "/health", ""},
-              {Service::records, "The service that keeps the records", endpoints.backend, "/", ""}} {}
+      session_(http.makeSession({.requestTimeout = probeTimeout, .resourceTimeout = probeTimeout})),
+      states_{
+          {Service::recogniser, "The speech recogniser", endpoints.asr, "/", ""},
+          {Service::agent, "The agent", endpoints.agent, "/health", ""},
+          {Service::records, "The service that keeps the records", endpoints.backend, "/", ""}} {}
 
 void ServiceWatch::check() {
   if (isChecking()) return;

@@ -28,8 +28,8 @@ class ServiceWatch {
   /// As last seen; one that was never asked counts as up.
   bool isDown(Service service) const;
   bool isAnyDown(const Services& needed) const;
-  /// "Records (http://127.0.0.1:8780) do not answer: ..." for those needed that are down; empty when
-  /// all are up.
+  /// "Records (http://127.0.0.1:8780) do not answer: ..." for those needed that are down; empty
+  /// when all are up.
   std::string text(const Services& needed) const;
 
   /// After each change of a service, and when asking begins and ends.

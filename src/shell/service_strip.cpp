@@ -16,7 +16,8 @@ ServiceStrip::ServiceStrip(ServiceWatch& watch)
   auto* words = new QVBoxLayout;
   words->setSpacing(2);
   words->addWidget(text_);
-  words->addWidget(makeParagraph("What stands here may be old, and some of it cannot work.", "caption"));
+  words->addWidget(
+      makeParagraph("What stands here may be old, and some of it cannot work.", "caption"));
   row->addLayout(words, 1);
   row->addWidget(again_);
   hide();

@@ -14,8 +14,8 @@ QColor drawGround(QPainter& painter, const QStyleOption& option, const QRectF& b
   const QPalette& palette = option.palette;
   const bool near = option.state & (QStyle::State_HasFocus | QStyle::State_MouseOver);
   painter.setOpacity(option.state & QStyle::State_Enabled ? 1 : 0.5);
-  painter.setPen(QPen(
-      palette.color(marked || near ? QPalette::Highlight : QPalette::Midlight), edge));
+  painter.setPen(
+      QPen(palette.color(marked || near ? QPalette::Highlight : QPalette::Midlight), edge));
   painter.setBrush(palette.color(marked ? QPalette::Highlight : QPalette::Base));
   painter.drawRoundedRect(box, radius, radius);
   return palette.color(QPalette::HighlightedText);

@@ -105,8 +105,8 @@ class Choices final : public QComboBox {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setOpacity(isEnabled() ? 1 : 0.5);
-    painter.setPen(QPen(palette().color(QPalette::Dark), 1.8, Qt::SolidLine, Qt::RoundCap,
-                        Qt::RoundJoin));
+    painter.setPen(
+        QPen(palette().color(QPalette::Dark), 1.8, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
     const QPointF tip(width() - 14.0, height() / 2.0 + 2.5);
     const QPointF arrow[] = {tip - QPointF(4.5, 4.5), tip, tip - QPointF(-4.5, 4.5)};
     painter.drawPolyline(arrow, 3);

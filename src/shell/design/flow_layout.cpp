@@ -7,10 +7,17 @@ namespace kestrin {
 namespace {
 
 constexpr int usualSpacing = 8;
+/// A text with a stretch rather breaks its own lines than the row, down to this width.
+constexpr int narrowText = 150;
 
 bool isStretch(QLayoutItem& item) { return item.spacerItem() != nullptr; }
 /// What is hidden takes no place; a stretch counts as shown though it is empty.
 bool isShown(QLayoutItem& item) { return isStretch(item) || !item.isEmpty(); }
+
+int leastOf(QLayoutItem& item, int stretch) {
+  const int hint = item.sizeHint().width();
+  return stretch > 0 && item.hasHeightForWidth() ? std::min(hint, narrowText) : hint;
+}
 
 int heightAt(QLayoutItem& item, int width) {
   if (isStretch(item)) return 0;
@@ -61,16 +68,15 @@ QLayoutItem* FlowLayout::takeAt(int index) {
   return item;
 }
 
-int FlowLayout::heightForWidth(int width) const {
-  return arrange(QRect(0, 0, width, 0), Move::no);
-}
+int FlowLayout::heightForWidth(int width) const { return arrange(QRect(0, 0, width, 0), Move::no); }
 
 QSize FlowLayout::sizeHint() const {
   QSize whole(-spacing(), 0);
   for (const Entry& entry : entries_) {
     if (!isShown(*entry.item) || isStretch(*entry.item)) continue;
     const QSize size = entry.item->sizeHint();
-    whole = QSize(whole.width() + size.width() + spacing(), std::max(whole.height(), size.height()));
+    whole =
+        QSize(whole.width() + size.width() + spacing(), std::max(whole.height(), size.height()));
   }
   return whole.expandedTo({0, 0}).grownBy(contentsMargins());
 }
@@ -100,7 +106,7 @@ int FlowLayout::arrange(const QRect& rect, Move move) const {
       QLayoutItem& item = *entries_[end].item;
       if (!isShown(item)) continue;
       if (!isStretch(item)) {
-        const int wanted = (holds ? spacing() : 0) + item.sizeHint().width();
+        const int wanted = (holds ? spacing() : 0) + leastOf(item, entries_[end].stretch);
         if (holds && used + wanted > area.width()) break;
         used += wanted;
         holds = true;
@@ -119,7 +125,7 @@ int FlowLayout::arrange(const QRect& rect, Move move) const {
         x += more;
         continue;
       }
-      const int width = std::min(item.sizeHint().width() + more, area.width());
+      const int width = std::min(leastOf(item, entries_[i].stretch) + more, area.width());
       height = std::max(height, heightAt(item, width));
       line.emplace_back(&item, QRect(x, y, width, 0));
       x += width + spacing();

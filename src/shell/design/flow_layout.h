@@ -7,7 +7,8 @@
 namespace kestrin {
 
 /// A row that breaks into lines where it is too narrow for all that stands in it. While there is
-/// room it is laid out like a plain row: what has a stretch takes the line's spare width.
+/// room it is laid out like a plain row: what has a stretch takes the line's spare width, and a
+/// text with one breaks its own lines first.
 class FlowLayout final : public QLayout {
  public:
   explicit FlowLayout(QWidget* parent = nullptr);

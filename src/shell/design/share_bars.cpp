@@ -52,8 +52,7 @@ void ShareBars::paintEvent(QPaintEvent*) {
     const Row& row = rows_[i];
     const QRect line(0, int(i) * barRow, width(), barRow);
     painter.setPen(palette().color(QPalette::WindowText));
-    painter.drawText(line.adjusted(0, 0, labels - width() - 8, 0),
-                     Qt::AlignVCenter | Qt::AlignLeft,
+    painter.drawText(line.adjusted(0, 0, labels - width() - 8, 0), Qt::AlignVCenter | Qt::AlignLeft,
                      painter.fontMetrics().elidedText(row.label, Qt::ElideRight, labels - 8));
     const QRectF track(labels, line.center().y() - barHeight / 2.0, width() - labels - numberWidth,
                        barHeight);
@@ -63,8 +62,8 @@ void ShareBars::paintEvent(QPaintEvent*) {
     painter.setBrush(row.color.isValid() ? row.color : palette().color(QPalette::Highlight));
     painter.drawRoundedRect(bar, barHeight / 2.0, barHeight / 2.0);
     if (row.compared)
-      drawMark(painter, palette(), track.left() + std::clamp(*row.compared, 0.0, 1.0) * track.width(),
-               track);
+      drawMark(painter, palette(),
+               track.left() + std::clamp(*row.compared, 0.0, 1.0) * track.width(), track);
     painter.setPen(palette().color(QPalette::Dark));
     painter.drawText(line.adjusted(width() - numberWidth, 0, 0, 0),
                      Qt::AlignVCenter | Qt::AlignRight, percent(row.share));

@@ -29,9 +29,7 @@ BehavioralProfileDialog::BehavioralProfileDialog(BehavioralProfileManager& profi
   resize(dialogSize);
   build();
   view_.onChange = [this] { refresh(); };
-  const auto show = [this] {
-    view_.show(profiles_.profile(side_), profiles_.profile(otherSide_));
-  };
+  const auto show = [this] { view_.show(profiles_.profile(side_), profiles_.profile(otherSide_)); };
   updates_ = profiles_.observe(show);
   show();
 }

@@ -82,9 +82,9 @@ class CalendarPage::Grid final : public QWidget {
         if (next == labels_.size()) return;
         const double width = (dayWidth() - 2 * gap) / placed.columns;
         QLabel* label = labels_[next];
-        label->setGeometry(
-            int(left(i) + gap + width * placed.column), placed.startMinute * hourHeight / 60 + 1,
-            int(width) - gap, (placed.endMinute - placed.startMinute) * hourHeight / 60 - gap);
+        label->setGeometry(int(left(i) + gap + width * placed.column),
+                           placed.startMinute * hourHeight / 60 + 1, int(width) - gap,
+                           (placed.endMinute - placed.startMinute) * hourHeight / 60 - gap);
         label->setText(texts_[next++].fitted(label->fontMetrics(), label->width() - padding));
       }
     }

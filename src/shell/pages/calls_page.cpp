@@ -192,8 +192,7 @@ QWidget* CallsPage::callCard(const CallRecord& call) {
   auto* card = new Card;
   auto* row = new QHBoxLayout;
   const bool outgoing = call.direction == "outgoing";
-  row->addWidget(makeParagraph(qt((outgoing ? "↗ " : "↙ ") + call.displayName()), "heading"),
-                 1);
+  row->addWidget(makeParagraph(qt((outgoing ? "↗ " : "↙ ") + call.displayName()), "heading"), 1);
   row->addWidget(makeLabel(qt(call.callStatusBadge()), "badge"));
   card->column()->addLayout(row);
   const std::string duration = call.formattedDuration();

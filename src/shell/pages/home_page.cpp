@@ -17,8 +17,7 @@ QProgressBar* makeBusyBar(const char* name) {
 
 }  // namespace
 
-HomePage::HomePage(HomeView& view, Calls& calls,
-                   std::function<void(const std::string&)> openURL)
+HomePage::HomePage(HomeView& view, Calls& calls, std::function<void(const std::string&)> openURL)
     : view_(view), openURL_(std::move(openURL)) {
   auto* whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);

@@ -96,17 +96,16 @@ QWidget* LiveAssistPage::makePanel(BehavioralProfileManager& profiles) {
   connect(name_, &QLineEdit::editingFinished, this, select);
   panel->column()->addWidget(name_);
   panel->column()->addWidget(email_);
-  auto* grid = new QGridLayout;
-  int at = 0;
+  auto* boxes = new FlowLayout;
+  boxes->setSpacing(10);
   for (const auto& source : LiveAssistContextPanel::sources()) {
     auto* box = new QCheckBox(source.title);
     connect(box, &QCheckBox::toggled, this,
             [this, name = source.name](bool on) { view_.panel().setSource(name, on); });
     sources_[source.name] = box;
-    grid->addWidget(box, at / 2, at % 2);
-    ++at;
+    boxes->addWidget(box);
   }
-  panel->column()->addLayout(grid);
+  panel->column()->addLayout(boxes);
   panel->column()->addWidget(new MoodRings(profiles));
   feedback_ = new QVBoxLayout;
   panel->column()->addLayout(feedback_);
