@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QMenu>
+#include <malloc.h>
 
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
@@ -216,6 +217,20 @@ void MainWindow::bringToFront() {
 void MainWindow::closeEvent(QCloseEvent* event) {
   hide();
   event->ignore();
+  // Not from within a page that closes the window.
+  QTimer::singleShot(0, this, [this] { dropPages(); });
+}
+
+void MainWindow::dropPages() {
+  // A question that waits for its answer belongs to its page.
+  if (isVisible() || QApplication::activeModalWidget() != nullptr) return;
+  for (Entry& entry : entries_) {
+    if (entry.page == nullptr || entry.page->isKept()) continue;
+    delete entry.page;
+    entry.page = nullptr;
+  }
+  current_.clear();
+  malloc_trim(0);
 }
 
 void MainWindow::showEvent(QShowEvent* event) {

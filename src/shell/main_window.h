@@ -22,7 +22,8 @@
 namespace kestrin {
 
 /// The window: side bar, the current page, the status line. Pages are made when they are first
-/// opened. Closing it hides it; the application lives on in the tray.
+/// opened, and go when the window is closed: what they show is kept by their views. Closing it
+/// hides it; the application lives on in the tray.
 class MainWindow final : public QMainWindow {
  public:
   explicit MainWindow(Application& application);
@@ -63,6 +64,8 @@ class MainWindow final : public QMainWindow {
   /// Titles beside the pictures where there is room.
   void fitSidebar();
   void showCurrentPage();
+  /// Their memory goes back to the system.
+  void dropPages();
   void showStatus();
   void showAccount();
   void accountClicked();

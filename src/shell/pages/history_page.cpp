@@ -57,6 +57,7 @@ HistoryPage::HistoryPage(MainWindowController& window, std::function<void()> fet
   search_->setPlaceholderText("Search history");
   search_->setAccessibleName("Search history");
   search_->setClearButtonEnabled(true);
+  search_->setText(qt(window_.history().historySearchQuery()));
   connect(search_, &QLineEdit::textChanged, this,
           [this](const QString& query) { window_.history().setSearchQuery(query.toStdString()); });
   page->column()->addWidget(search_);

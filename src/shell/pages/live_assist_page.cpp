@@ -13,6 +13,7 @@ namespace kestrin {
 namespace {
 
 constexpr int panelWidth = 300, narrowPanelWidth = 230;
+constexpr size_t linesRemade = 200;
 constexpr LALiveAssistUseCase useCases[] = {LALiveAssistUseCase::salesCall,
                                             LALiveAssistUseCase::meeting};
 
@@ -116,6 +117,8 @@ void LiveAssistPage::resizeEvent(QResizeEvent* event) {
   Page::resizeEvent(event);
   panel_->setFixedWidth(std::clamp(width() * 2 / 5, narrowPanelWidth, panelWidth));
 }
+
+bool LiveAssistPage::isKept() const { return linesShown_ > linesRemade; }
 
 void LiveAssistPage::refresh() {
   start_->setEnabled(view_.canStart());

@@ -18,6 +18,7 @@ class LiveAssistPage final : public Page {
   LiveAssistPage(LiveAssist& live, BehavioralProfileManager& profiles);
   ~LiveAssistPage() override;
   void refresh() override;
+  bool isKept() const override;
 
  protected:
   void resizeEvent(QResizeEvent* event) override;

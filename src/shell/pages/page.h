@@ -13,6 +13,8 @@ class Page : public QWidget {
   virtual void refresh() = 0;
   /// Fetches anew what it shows: a service answers that did not. Nothing where nothing is fetched.
   virtual void reload() {}
+  /// Whether it would take too long to make it again after the window was closed.
+  virtual bool isKept() const { return false; }
 };
 
 }  // namespace kestrin
