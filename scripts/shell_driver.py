@@ -238,6 +238,12 @@ class Shell:
         return wait_for("window", lambda: quietly(
             "xdotool", "search", "--onlyvisible", "--pid", self.application.pid, "--name", "^Kestrin$").stdout.split())[-1]
 
+    def close_window(self):
+        """As the window manager's key does; the window is told, not taken away."""
+        window = self.window_id()
+        quietly("xdotool", "windowactivate", "--sync", window, "key", "--clearmodifiers", "alt+F4")
+        wait_for("closed window", lambda: not has(self.frame(), Atspi.StateType.VISIBLE))
+
     def page_buttons(self):
         """Of the side bar, by title."""
         bar = next((node for node in nodes(self.frame()) if node.get_name() == "Pages"), None)

@@ -227,7 +227,7 @@ QWidget* CallsPage::callCard(const CallRecord& call) {
 
 void CallsPage::showHistory() {
   const auto groups = view_.historyGroups();
-  std::vector<std::string> wanted;
+  std::vector<std::string> wanted{std::to_string(mostCalls_)};
   for (const CallGroup& group : groups) {
     wanted.push_back(group.title);
     for (const CallRecord& call : group.calls)
@@ -239,10 +239,19 @@ void CallsPage::showHistory() {
   clearLayout(history_);
   if (groups.empty())
     history_->addWidget(makeEmptyState({CallsView::emptyTitle, CallsView::emptyText}));
+  size_t left = mostCalls_;
   for (const CallGroup& group : groups) {
+    if (left == 0) break;
     history_->addWidget(makeLabel(qt(group.title), "section"));
-    for (const CallRecord& call : group.calls) history_->addWidget(callCard(call));
+    for (size_t i = 0; i < group.calls.size() && left > 0; ++i, --left)
+      history_->addWidget(callCard(group.calls[i]));
   }
+  if (view_.callHistory().size() <= mostCalls_) return;
+  const auto showMore = [this] {
+    mostCalls_ += callsAtOnce;
+    showHistory();
+  };
+  history_->addWidget(makeButton("Show more", showMore), 0, Qt::AlignHCenter);
 }
 
 }  // namespace kestrin

@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t previewLength = 180;
 /// So many come at a time: cards are costly to lay out.
-constexpr size_t notesAtOnce = 30;
+constexpr size_t notesAtOnce = 20;
 
 /// What follows the title, on one line.
 QString preview(const VoiceNote& note) {
