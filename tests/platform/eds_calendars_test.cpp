@@ -220,15 +220,16 @@ class FakeServer {
       published_.push_back(on.exportObject(path, declare).value());
     };
     publish(*registry_, paths + "SourceManager", [](sdbus::IObject& o) { o.addObjectManager(); });
-    for (const auto& [id, keyFile] : sources) {
-      publish(*registry_, paths + "SourceManager/" + id, [&, silent](sdbus::IObject& o) {
+    for (const auto& each : sources) {
+      publish(*registry_, paths + "SourceManager/" + each.first, [&](sdbus::IObject& o) {
         const std::string interface = serverPrefix + "Source";
-        o.registerProperty("UID").onInterface(interface).withGetter([this, silent, id = id] {
-          if (silent) released_.wait();
-          return id;
-        });
+        o.registerProperty("UID").onInterface(interface).withGetter(
+            [this, silent, id = each.first] {
+              if (silent) released_.wait();
+              return id;
+            });
         o.registerProperty("Data").onInterface(interface).withGetter(
-            [keyFile = keyFile] { return keyFile; });
+            [keyFile = each.second] { return keyFile; });
       });
     }
     publish(*factory_, paths + "CalendarFactory", [this, paths](sdbus::IObject& o) {
