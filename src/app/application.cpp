@@ -71,7 +71,10 @@ void Application::observe() {
       lifetime_.guard([this](const UserNotification& notification, const Json& userInfo) {
         notices_.show(notification, userInfo);
       });
-  recorder_.onPreRollChanged = tellChange;
+  recorder_.onPreRollChanged = lifetime_.guard([this] {
+    userWasActive();
+    changed();
+  });
   startSequence_.onChange = tellChange;
   setup_.onChange = tellChange;
   setup_.onTell = lifetime_.guard([this] { showSetup(); });
@@ -126,7 +129,8 @@ void Application::connectCalls() {
       .playRingtone =
           [this] {
             if (onRing) onRing();
-          }};
+          },
+      .missed = [this] { pages_.home().activity().callWasMissed(); }};
   startSequence_.hooks.startPresence = [this] { calls_.start(); };
   startSequence_.hooks.stopPresence = [this] { calls_.stop(); };
   startSequence_.hooks.setupGlobalIncomingCallHandler = [this] {
@@ -145,6 +149,8 @@ void Application::connectCalls() {
         mainWindow_.navigateToTab(Calls::callsTab);
       })));
 }
+
+void Application::userWasActive() { pages_.home().activity().userWasActive(); }
 
 void Application::obeyCall(const std::string& what) {
   if (what == "answer") {

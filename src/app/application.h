@@ -66,6 +66,9 @@ class Application {
   /// As `kestrin status --json` prints it. Any thread; does not wait.
   std::string statusJson() const { return report_.get().toJson().dump(); }
 
+  /// The user looks at the window, or speaks.
+  void userWasActive();
+
   const std::string& holdKeyName() const { return holdKeyName_; }
   bool hasUndelivered() const { return !undelivered_.empty(); }
   bool isPreRollActive() const { return recorder_.isPreRollActive(); }

@@ -28,7 +28,20 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
                if (window) window->navigateToTab(tab);
              },
              [this] { return gmail_.mailSummary(); }, &gmail_}),
-      calendarView_(core.platform.dispatch, calendar_) {
+      calendarView_(core.platform.dispatch, calendar_),
+      activity_({core.platform.dispatch,
+                 [this] {
+                   std::set<std::string> ids;
+                   for (const CalendarEvent& event : calendar_.todayEvents()) ids.insert(event.id);
+                   return ids;
+                 },
+                 [this] {
+                   std::set<std::string> ids;
+                   for (const Email& email : gmail_.cachedEmails())
+                     if (email.isUnread) ids.insert(email.id);
+                   return ids;
+                 }}) {
+  activity_.onReturn = [this](const std::string& message) { view_.showBanner(message); };
   const auto status = [window](const std::string& text, bool failed) {
     if (window) window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
   };
@@ -48,6 +61,7 @@ void Home::start() {
   caches_.startAllBackgroundCaches();
   gmail_.checkGmailAccessAndLoadEmails();
   triggers_.startTriggerPolling();
+  activity_.startTracking();
 }
 
 }  // namespace kestrin

@@ -2,6 +2,7 @@
 
 #include "app/core_services.h"
 #include "app/main_window_controller.h"
+#include "home/activity_tracker.h"
 #include "home/calendar_view.h"
 #include "home/home_view.h"
 #include "home/mail/gmail_panel.h"
@@ -25,6 +26,7 @@ class Home {
   CalendarService& calendar() { return calendar_; }
   CalendarView& calendarView() { return calendarView_; }
   SpeechService& speech() { return speech_; }
+  ActivityTracker& activity() { return activity_; }
   GmailPanel& gmail() { return gmail_; }
   GoogleAccountView& googleAccount() { return googleAccount_; }
 
@@ -40,6 +42,7 @@ class Home {
   TriggerService triggers_;
   HomeView view_;
   CalendarView calendarView_;
+  ActivityTracker activity_;
 };
 
 }  // namespace kestrin

@@ -112,7 +112,10 @@ void Calls::setupGlobalIncomingCallHandler() {
 void Calls::handleGlobalIncomingCall(const IncomingCall& call) {
   banner_.onAnswer = [this](const IncomingCall& answered) { answerCall(answered); };
   banner_.onDecline = [this](const IncomingCall&) { service_.endCall("declined"); };
-  banner_.onTimeout = [this](const IncomingCall&) { service_.endCall("timeout"); };
+  banner_.onTimeout = [this](const IncomingCall&) {
+    service_.endCall("timeout");
+    if (hooks.missed) hooks.missed();
+  };
   banner_.show(call);
 }
 

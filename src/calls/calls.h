@@ -45,6 +45,8 @@ class Calls {
     std::function<void(const std::string& tab)> navigateToTab;
     std::function<void()> requestUserAttention;
     std::function<void()> playRingtone;
+    /// Nobody took a call that rang here.
+    std::function<void()> missed;
   };
 
   explicit Calls(const Sources& sources);

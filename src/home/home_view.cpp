@@ -46,6 +46,11 @@ std::string HomeView::salutation() const {
   return greeting.substr(0, greeting.find(". "));
 }
 
+void HomeView::showBanner(const std::string& message) {
+  banner_ = message;
+  changed();
+}
+
 void HomeView::open(Panel panel) {
   panel_ = std::move(panel);
   changed();

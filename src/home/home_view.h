@@ -49,8 +49,19 @@ class HomeView {
   void showRecentNotes();
   void showGmailPopup();
 
+  /// What came while the user was away, above everything until it is dismissed.
+  void showBanner(const std::string& message);
+  void speakBanner() { services_.speech.speakText(banner_); }
+  void dismissBanner() { showBanner(""); }
+  static constexpr const char* bannerTitle = "Update";
+  const std::string& banner() const { return banner_; }
+
   /// "Good morning, Ada"
   std::string salutation() const;
+  /// "Thursday, 26 November"
+  std::string dateLine() const {
+    return dates::format(services_.dispatch.clock().wallNow(), "EEEE, d MMMM");
+  }
   const Panel& panel() const { return panel_; }
   const std::vector<CalendarEvent>& todayEvents() const { return services_.calendar.todayEvents(); }
   const HomeCaches& caches() const { return services_.caches; }
@@ -75,6 +86,7 @@ class HomeView {
 
   const Services services_;
   Panel panel_;
+  std::string banner_;
   int questions_ = 0;  ///< only the answer to the newest is shown
   TimerHandle newsPoll_;
   Lifetime lifetime_;

@@ -182,6 +182,11 @@ void MainWindow::showEvent(QShowEvent* event) {
   refresh();
 }
 
+void MainWindow::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() == QEvent::ActivationChange && isActiveWindow()) application_.userWasActive();
+}
+
 void MainWindow::scheduleRefresh() {
   if (isVisible() && !refreshTimer_.isActive()) refreshTimer_.start();
 }

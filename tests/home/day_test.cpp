@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "home/activity_tracker.h"
 #include "home_world.h"
 #include "identity/google/google_account.h"
 #include "zone_here.h"
@@ -135,6 +136,37 @@ TEST(HomeDay, AnyEndpointThatFailsLeavesThePageAsItWas) {
     EXPECT_GE(day.http.requests(endpoint).size(), asked + 4) << endpoint;
     EXPECT_TRUE(day.userNotifications.shown.empty());
   }
+}
+
+TEST(ActivityTracker, TellsWhatCameInAnAbsenceAndOnlyThat) {
+  SimulatedWorld world;
+  std::set<std::string> events{"a"}, messages{"m"};
+  ActivityTracker tracker({world.dispatch, [&] { return events; }, [&] { return messages; }});
+  std::vector<std::string> told;
+  tracker.onReturn = [&](const std::string& message) { told.push_back(message); };
+  const auto back = [&](Duration after, const std::function<void()>& meanwhile) {
+    world.simulation->runFor(after);
+    meanwhile();
+    world.dispatch.mainQueue()->sync([&] { tracker.userWasActive(); });
+    return std::exchange(told, {});
+  };
+  const auto comes = [&] {
+    events.insert("b" + std::to_string(events.size()));
+    messages.erase("m");
+    messages.insert({"n", "o"});
+    tracker.callWasMissed();
+  };
+  EXPECT_EQ(back(0s, comes), std::vector<std::string>{}) << "not before tracking begins";
+  world.dispatch.mainQueue()->sync([&] { tracker.startTracking(); });
+  EXPECT_EQ(back(590s, comes), std::vector<std::string>{}) << "they were about";
+  EXPECT_EQ(back(700s, [] {}), std::vector<std::string>{}) << "nothing came";
+  messages.clear();
+  EXPECT_EQ(back(700s, comes),
+            std::vector<std::string>{
+                "While you were away: 1 new calendar event, 2 new messages and 1 missed call."});
+  EXPECT_EQ(back(1s, comes), std::vector<std::string>{});
+  EXPECT_EQ(back(3600s, [&] { tracker.callWasMissed(); }),
+            std::vector<std::string>{"While you were away: 1 missed call."});
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 #include "shell/pages/home_page.h"
 
-#include <QDate>
-#include <QLocale>
-
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -30,12 +27,13 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
   titles->setSpacing(2);
   greeting_ = makeLabel("", "title");
   titles->addWidget(greeting_);
-  titles->addWidget(makeLabel(
-      QLocale(QLocale::English).toString(QDate::currentDate(), "dddd, d MMMM"), "caption"));
+  date_ = makeLabel("", "caption");
+  titles->addWidget(date_);
   head->addLayout(titles, 1);
   weather_ = makeLabel("", "heading");
   head->addWidget(weather_, 0, Qt::AlignTop);
   page->column()->addLayout(head);
+  page->column()->addWidget(makeBanner());
   page->column()->addWidget(makeBriefing());
   page->column()->addLayout(makeChips());
   panel_ = new Card;
@@ -48,6 +46,19 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
 }
 
 HomePage::~HomePage() { view_.onChange = nullptr; }
+
+QWidget* HomePage::makeBanner() {
+  bannerCard_ = new Card;
+  bannerCard_->column()->addWidget(makeLabel(HomeView::bannerTitle, "section"));
+  auto* row = new QHBoxLayout;
+  banner_ = makeParagraph("");
+  row->addWidget(banner_, 1);
+  row->addWidget(makeButton("Speak", [this] { view_.speakBanner(); }));
+  row->addWidget(makeButton(
+      "Dismiss", [this] { view_.dismissBanner(); }, "quiet"));
+  bannerCard_->column()->addLayout(row);
+  return bannerCard_;
+}
 
 QWidget* HomePage::makeBriefing() {
   auto* card = new Card;
@@ -106,6 +117,9 @@ QWidget* HomePage::makePanel() {
 void HomePage::refresh() {
   const HomeCaches& caches = view_.caches();
   greeting_->setText(qt(view_.salutation()));
+  date_->setText(qt(view_.dateLine()));
+  banner_->setText(qt(view_.banner()));
+  bannerCard_->setVisible(!view_.banner().empty());
   weather_->setText(qt(caches.cachedWeatherOneliner()));
   weather_->setVisible(!caches.cachedWeatherOneliner().empty());
   const std::string& text = caches.cachedLatestBriefingText();

@@ -22,6 +22,7 @@ class HomePage final : public Page {
   void refresh() override;
 
  private:
+  QWidget* makeBanner();
   QWidget* makeBriefing();
   QLayout* makeChips();
   QWidget* makeSchedule();
@@ -32,6 +33,9 @@ class HomePage final : public Page {
   HomeView& view_;
   const std::function<void(const std::string&)> openURL_;
   QLabel* greeting_ = nullptr;
+  QLabel* date_ = nullptr;
+  QLabel* banner_ = nullptr;
+  Card* bannerCard_ = nullptr;
   QLabel* weather_ = nullptr;
   QLabel* briefing_ = nullptr;
   QPushButton* play_ = nullptr;
