@@ -109,6 +109,8 @@ void Application::observe() {
           mainWindow_.watchBackgroundResearch(id);
         }
       })));
+  subscriptions_.push_back(platform_.notifications.observe(
+      "NavigateToSettings", lifetime_.guard([this](const Json&) { manageAccount(); })));
   const std::function<void()> keepTier = lifetime_.guard([this] {
     if (!mayElevate()) setActionTier(SafetyTier::safe);
   });
@@ -152,6 +154,12 @@ void Application::connectCalls() {
         applicationShouldHandleReopen();
         mainWindow_.navigateToTab(Calls::callsTab);
       })));
+}
+
+void Application::manageAccount() {
+  mainWindow_.navigateToTab("Settings");
+  pages_.preferences().selectPage(PreferencePage::integrations);
+  if (onManageAccount) onManageAccount();
 }
 
 void Application::userWasActive() { pages_.home().activity().userWasActive(); }

@@ -69,6 +69,8 @@ class Application {
   /// As `kestrin status --json` prints it. Any thread; does not wait.
   std::string statusJson() const { return report_.get().toJson().dump(); }
 
+  /// The settings of the integrations, and the window of the Google account over them.
+  void manageAccount();
   /// The user looks at the window, or speaks.
   void userWasActive();
 
@@ -99,6 +101,8 @@ class Application {
   std::function<void()> onQuit;
   /// Something that the user should see at once: the windows ask for it in the desktop's way.
   std::function<void()> onAttention;
+  /// The window of the Google account is wanted.
+  std::function<void()> onManageAccount;
   /// A call rings: once every three seconds.
   std::function<void()> onRing;
 

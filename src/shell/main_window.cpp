@@ -7,6 +7,7 @@
 
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
+#include "shell/google_account_dialog.h"
 #include "shell/pages/calendar_page.h"
 #include "shell/pages/calls_page.h"
 #include "shell/pages/history_page.h"
@@ -64,7 +65,8 @@ MainWindow::MainWindow(Application& application)
        Glyph::home,
        false,
        [&application, &pages, openURL] {
-         return new HomePage(pages.home().view(), application.calls(), openURL);
+         return new HomePage(pages.home().view(), pages.home().gmail(), application.calls(),
+                             openURL, [&application] { application.manageAccount(); });
        },
        {Service::agent, Service::records}},
       {"Calendar",
@@ -140,10 +142,20 @@ MainWindow::MainWindow(Application& application)
   refreshTimer_.setSingleShot(true);
   refreshTimer_.setInterval(0);
   connect(&refreshTimer_, &QTimer::timeout, this, [this] { refresh(); });
+  application.onManageAccount = [this] {
+    if (googleAccount_ == nullptr)
+      googleAccount_ = new GoogleAccountDialog(application_.pages().home().googleAccount(), this);
+    googleAccount_->show();
+    googleAccount_->raise();
+    googleAccount_->activateWindow();
+  };
   applyLook();
 }
 
-MainWindow::~MainWindow() { refreshTimer_.stop(); }
+MainWindow::~MainWindow() {
+  application_.onManageAccount = nullptr;
+  refreshTimer_.stop();
+}
 
 QWidget* MainWindow::makeSidebar() {
   auto* bar = new QWidget;

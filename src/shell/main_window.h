@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QToolButton>
@@ -83,6 +84,7 @@ class MainWindow final : public QMainWindow {
   QLabel* mode_;
   std::string current_;  ///< title of the page on screen
   LoginDialog* login_ = nullptr;
+  QPointer<QDialog> googleAccount_;
   StartCover* cover_;
   ServiceStrip* strip_;
   std::optional<Theme> theme_;

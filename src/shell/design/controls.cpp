@@ -122,6 +122,14 @@ QComboBox* makeChoices(const QString& name) {
   return box;
 }
 
+QProgressBar* makeBusyBar(const QString& name) {
+  auto* bar = new QProgressBar;
+  bar->setAccessibleName(name);
+  bar->setRange(0, 0);
+  bar->setTextVisible(false);
+  return bar;
+}
+
 QPushButton* makeTile(const QString& text, std::function<void()> clicked) {
   auto* tile = makeButton({}, std::move(clicked), "tile");
   tile->setAccessibleName(text);

@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QFrame>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
 #include <functional>
@@ -39,6 +40,8 @@ QPushButton* makeSegment(const QString& title, QButtonGroup* group, std::functio
 void showChosen(QPushButton* segment);
 /// A list of choices. `name` says what it is for: on this desktop its own name is what is chosen.
 QComboBox* makeChoices(const QString& name);
+/// Progress of which only the going on is known.
+QProgressBar* makeBusyBar(const QString& name);
 /// A larger button whose text breaks its lines.
 QPushButton* makeTile(const QString& text, std::function<void()> clicked);
 /// What stands in the place of an empty list.

@@ -4,21 +4,13 @@
 #include "shell/pages/active_call_card.h"
 
 namespace kestrin {
-namespace {
 
-/// One that moves by itself.
-QProgressBar* makeBusyBar(const char* name) {
-  auto* bar = new QProgressBar;
-  bar->setAccessibleName(name);
-  bar->setRange(0, 0);
-  bar->setTextVisible(false);
-  return bar;
-}
-
-}  // namespace
-
-HomePage::HomePage(HomeView& view, Calls& calls, std::function<void(const std::string&)> openURL)
-    : view_(view), openURL_(std::move(openURL)) {
+HomePage::HomePage(HomeView& view, GmailPanel& gmail, Calls& calls,
+                   std::function<void(const std::string&)> openURL,
+                   std::function<void()> connectAccount)
+    : view_(view),
+      openURL_(std::move(openURL)),
+      mail_(new MailCard(gmail, std::move(connectAccount))) {
   auto* whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
   auto* page = new Column;
@@ -42,6 +34,7 @@ HomePage::HomePage(HomeView& view, Calls& calls, std::function<void(const std::s
   makePanel();
   page->column()->addWidget(panel_);
   page->column()->addWidget(makeSchedule());
+  page->column()->addWidget(mail_);
   view_.onChange = [this] {
     if (isVisible()) refresh();
   };
@@ -129,6 +122,7 @@ void HomePage::refresh() {
   preparing_->setVisible(caches.isLatestBriefingLoading());
   showSchedule();
   showPanel();
+  mail_->refresh();
 }
 
 void HomePage::showSchedule() {
