@@ -53,13 +53,14 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
   googleAccount_.onLinkChanged = [this] {
     gmail_.checkGmailAccessAndLoadEmails();
     view_.load();
+    if (onLinkChanged) onLinkChanged();
   };
 }
 
 void Home::start() {
   view_.load();
   caches_.startAllBackgroundCaches();
-  gmail_.checkGmailAccessAndLoadEmails();
+  gmail_.start();
   triggers_.startTriggerPolling();
   activity_.startTracking();
 }

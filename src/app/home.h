@@ -21,6 +21,9 @@ class Home {
   /// Caches and triggers begin to work by themselves.
   void start();
 
+  /// An account was linked or unlinked, or may do something else than before.
+  std::function<void()> onLinkChanged;
+
   HomeView& view() { return view_; }
   HomeCaches& caches() { return caches_; }
   CalendarService& calendar() { return calendar_; }

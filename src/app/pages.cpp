@@ -91,6 +91,9 @@ Home& Pages::home() {
   if (!home_) {
     home_ =
         std::make_unique<Home>(core_, &window_, holdKeyName_, [this] { return notes().notes(); });
+    home_->onLinkChanged = [this] {
+      if (preferences_) preferences_->loadSavedPreferences();
+    };
   }
   return *home_;
 }

@@ -101,6 +101,23 @@ TEST(Mail, OnlyTheNewestLoadCounts) {
   }
 }
 
+TEST(Mail, IsReadAnewEveryTenMinutesWhileItMayBe) {
+  MailWorld world;
+  const auto asked = [&](Duration meanwhile) {
+    world.simulation->runFor(meanwhile);
+    return world.http.requests(backend + "/gmail/status/*").size();
+  };
+  world.main([&] { world.panel.start(); });
+  EXPECT_EQ(asked(0s), 1u);
+  EXPECT_EQ(asked(1190s), 3u);
+  world.on("POST", "/gmail/messages", R"({"messages":[{"from":"new@x"}]})");
+  EXPECT_EQ(asked(600s), 4u);
+  EXPECT_EQ(world.cards(), "new@x: (No subject)|");
+  world.on("GET", "/gmail/status/*", R"({"hasAccess":false})");
+  EXPECT_EQ(asked(600s), 5u);
+  EXPECT_EQ(asked(6000s), 5u) << "nobody is asked for what is not linked";
+}
+
 TEST(Mail, TheSummaryIsReadAloudAndAFaultIsToldAloud) {
   MailWorld world;
   world.load();

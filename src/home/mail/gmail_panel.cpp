@@ -15,6 +15,15 @@ GmailPanel::GmailPanel(Services services)
   compose_.onStatus = [this](const std::string& text, bool failed) { status(text, failed); };
 }
 
+void GmailPanel::start() {
+  checkGmailAccessAndLoadEmails();
+  refreshTimer_ = services_.dispatch.every(services_.dispatch.mainQueue(), refreshInterval,
+                                           lifetime_.guard([this] {
+                                             if (hasGmailAccess_ && !isLoading_)
+                                               checkGmailAccessAndLoadEmails();
+                                           }));
+}
+
 std::string GmailPanel::prompt() const {
   return wasAnswered_ && !hasGmailAccess_ ? connectPrompt : "";
 }

@@ -16,6 +16,7 @@ namespace kestrin {
 /// there.
 class GmailPanel {
  public:
+  static constexpr std::chrono::seconds refreshInterval{600};
   static constexpr int shownEmails = 3, summarisedEmails = 5;
   static constexpr const char* connectPrompt = "Connect Gmail to see emails";
   static constexpr const char* notConnected =
@@ -35,6 +36,8 @@ class GmailPanel {
 
   /// Also what "Try again" does. `completion` (may be empty) runs when it has ended.
   void checkGmailAccessAndLoadEmails(std::function<void()> completion = {});
+  /// Loads now, and from then on as often as the briefing is made, while mail may be read.
+  void start();
   void summarizeEmailsClicked();
   void showComposeEmailPanel(const std::optional<Email>& replyTo = std::nullopt) {
     compose_.show(replyTo);
@@ -81,6 +84,7 @@ class GmailPanel {
   std::string problem_, summary_;
   int loads_ = 0;  ///< only the newest changes what is shown
   std::vector<std::function<void()>> whenLoaded_;
+  TimerHandle refreshTimer_;
   Lifetime lifetime_;
 };
 

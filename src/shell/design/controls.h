@@ -25,7 +25,7 @@ inline QString qt(const std::string& text) { return QString::fromStdString(text)
 /// Names the widget's part in the look; see Theme.
 void setRole(QWidget* widget, const char* role);
 
-/// `role`: "title", "heading", "section", "figure", "caption", "badge", "error" or none.
+/// `role`: "title", "heading", "section", "figure", "caption", "badge", "error", "accent" or none.
 QLabel* makeLabel(const QString& text, const char* role = "");
 /// One that breaks its lines, and whose text can be selected.
 QLabel* makeParagraph(const QString& text, const char* role = "");

@@ -41,6 +41,7 @@ QLabel[role="section"] { font-size: %caption%px; font-weight: 600; color: %muted
 QLabel[role="figure"] { font-size: %figure%px; font-weight: 700; }
 QLabel[role="caption"] { font-size: %caption%px; color: %muted%; }
 QLabel[role="error"] { color: %red%; }
+QLabel[role="accent"] { color: %accent%; }
 QLabel[role="badge"] { font-size: %caption%px; color: %accentText%; background: %accentSoft%; border-radius: 8px; padding: 2px 8px; }
 QLabel[role="toast"] { color: %onAccent%; background: %accent%; border-radius: 14px; padding: 6px 16px; font-weight: 600; }
 QPushButton { color: %text%; background: %field%; border: 1px solid %border%; border-radius: 7px; padding: %padY%px 14px; }
