@@ -35,7 +35,7 @@ def is_ready():
 
 def start(label, environment=None):
     began = time.monotonic()
-    application = subprocess.Popen([BIN / "kestrin-desktop"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+    application = subprocess.Popen([BIN / "kestrin-desktop", "--tray"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                    env={**os.environ, **(environment or {})})
     while not is_ready():
         if time.monotonic() - began > 120 or application.poll() is not None:

@@ -76,6 +76,20 @@ def espeak(sentence, path):
     subprocess.run(["sox", raw, "-r", "16000", "-c", "1", "-b", "16", path], check=True)
 
 
+def noisy(recordings):
+    """After a second and a half of a quiet room's noise, in which they stay."""
+    found = []
+    for said, path in recordings:
+        out = path.with_suffix(".noisy.wav")
+        length = str(seconds_of(path) + 2)
+        noise = ["sox", "-R", "-n", "-r", "16000", "-c", "1", "-p", "synth", length, "whitenoise", "vol", "0.002"]
+        made = subprocess.run(noise, check=True, capture_output=True).stdout
+        subprocess.run(["sox", "-m", "-v", "1", "-p", "-v", "1", f"|sox {path} -p pad 1.5", "-b", "16", out],
+                       input=made, check=True)
+        found.append((said, out))
+    return found
+
+
 def seconds_of(path):
     with wave.open(str(path)) as sound:
         return sound.getnframes() / sound.getframerate()
@@ -131,8 +145,11 @@ def main():
             "dictations, Festival's slt voice": synthesised(
                 folder, "slt", lambda text, path: subprocess.run([ROOT / "scripts" / "make-speech", text, path],
                                                                  check=True)),
+            "the same after a pause, in a room's noise": [],
             "dictations, eSpeak's British voice": synthesised(folder, "espeak", espeak),
         }
+        slt = "dictations, Festival's slt voice"
+        sets["the same after a pause, in a room's noise"] = noisy(sets[slt])
         results = {}
         for model in ["base", "tiny"]:
             companion, address = start_companion(folder, model)

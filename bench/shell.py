@@ -80,7 +80,7 @@ def main():
                 times, held = walk(shell, titles[1:] + titles[:1])
                 made.append(times)
                 holds.append(held)
-            quietly("xdotool", "windowclose", shell.window_id())
+            shell.close_window()
             time.sleep(1)
             tray.append(resident(shell.application.pid))
             shell.quit()

@@ -19,6 +19,7 @@ from gi.repository import Atspi  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BIN = pathlib.Path(os.environ.get("KESTRIN_BIN", ROOT / "build" / "bin"))
 DEVICE = "device_0123456789abcdef"
+FRIEND = "device_fedcba9876543210"
 PORTS = {"ASR": 28001, "LLM": 28082, "AGENT": 28765, "BACKEND": 28780}
 CONTROLS = {Atspi.Role.PUSH_BUTTON, Atspi.Role.TOGGLE_BUTTON, Atspi.Role.CHECK_BOX, Atspi.Role.RADIO_BUTTON,
             Atspi.Role.SLIDER, Atspi.Role.COMBO_BOX, Atspi.Role.ENTRY, Atspi.Role.LIST, Atspi.Role.TABLE,
@@ -64,9 +65,9 @@ def quietly(*command):
                           check=False, timeout=60)
 
 
-def post(path, body, port="BACKEND"):
+def post(path, body, port="BACKEND", device=DEVICE):
     request = urllib.request.Request(f"http://127.0.0.1:{PORTS[port]}{path}", json.dumps(body).encode(),
-                                     {"Content-Type": "application/json", "X-Device-Id": DEVICE})
+                                     {"Content-Type": "application/json", "X-Device-Id": device})
     with urllib.request.urlopen(request, timeout=10) as answer:
         return json.load(answer)
 
@@ -96,6 +97,34 @@ def store_records():
         post("/notes/save", {"user_id": DEVICE, "user_name": "", "content": content, "transcript": said})
 
 
+    store_call()
+
+
+def heartbeat():
+    """Both sides of a call are known to the backend."""
+    for device, name in ((DEVICE, ""), (FRIEND, "Ada")):
+        post("/presence/heartbeat", {"userId": device, "deviceId": device, "userName": name}, device=device)
+
+
+def ring():
+    """The friend calls; the room's name."""
+    return post("/calls/initiate", {"callerId": FRIEND, "callerName": "Ada", "recipientId": DEVICE},
+                device=FRIEND)["roomName"]
+
+
+def store_call():
+    """One that is over, with what was said in it."""
+    heartbeat()
+    room = ring()
+    post("/calls/answer", {"roomName": room, "userId": DEVICE})
+    post("/calls/end", {"roomName": room, "userId": DEVICE, "reason": "ended"})
+    post("/calls/transcript", {"roomName": room, "callerName": "Ada", "userName": "User", "duration": 184,
+                               "userId": DEVICE, "transcript": "[You] Did the samples come?\n[Other] They are here.",
+                               "summary": "The samples have come; the drawings follow on Thursday.",
+                               "userMood": "Engaged", "otherMood": "Calm", "userEmotion": "HAPPY",
+                               "otherEmotion": "NEUTRAL", "generateSummary": True})
+
+
 def has(node, state):
     return node.get_state_set().contains(state)
 
@@ -109,6 +138,11 @@ def nodes(node, depth=0):
         child = node.get_child_at_index(i)
         if child is not None and has(child, Atspi.StateType.VISIBLE):
             yield from nodes(child, depth + 1)
+
+
+def click(node):
+    box = node.get_extents(Atspi.CoordType.SCREEN)
+    quietly("xdotool", "mousemove", box.x + box.width // 2, box.y + box.height // 2, "click", 1)
 
 
 def nameless(window):
@@ -169,7 +203,7 @@ class Shell:
         self.settings.parent.mkdir(parents=True, exist_ok=True)
         self.settings.write_text(json.dumps({"pref_serviceHost": "external", "pref_debugMode": True,
                                              "nibo_setup_accepted": "all", **settings}), encoding="utf-8")
-        self.application = self.start(BIN / "kestrin-desktop")
+        self.application = self.start(BIN / "kestrin-desktop", "--tray")
 
     def open_window(self):
         """Until the main window stands; `ready` tells when the cover of the start is gone."""
@@ -204,6 +238,12 @@ class Shell:
         return wait_for("window", lambda: quietly(
             "xdotool", "search", "--onlyvisible", "--pid", self.application.pid, "--name", "^Kestrin$").stdout.split())[-1]
 
+    def close_window(self):
+        """As the window manager's key does; the window is told, not taken away."""
+        window = self.window_id()
+        quietly("xdotool", "windowactivate", "--sync", window, "key", "--clearmodifiers", "alt+F4")
+        wait_for("closed window", lambda: not has(self.frame(), Atspi.StateType.VISIBLE))
+
     def page_buttons(self):
         """Of the side bar, by title."""
         bar = next((node for node in nodes(self.frame()) if node.get_name() == "Pages"), None)
@@ -212,6 +252,17 @@ class Shell:
     def open_page(self, title):
         self.page_buttons()[title].do_action(0)
         wait_for(f"page {title}", lambda: has(self.page_buttons()[title], Atspi.StateType.CHECKED))
+
+    def setting_pages(self):
+        """The rows of the list beside the settings, while that page is open."""
+        listed = next(node for node in nodes(self.frame()) if node.get_name() == "Settings pages")
+        return [listed.get_child_at_index(i) for i in range(listed.get_child_count())]
+
+    def open_setting_page(self, title):
+        row = next(row for row in self.setting_pages() if row.get_name() == title)
+        if not has(row, Atspi.StateType.SELECTED):
+            click(row)
+            wait_for(f"page Settings/{title}", lambda: has(row, Atspi.StateType.SELECTED))
 
     def log_lines(self):
         """Everything in the dated files of the log."""

@@ -53,6 +53,7 @@ Application::Application(Platform& platform, Options options)
                       .delegate = delegate_,
                       .holdKeyName = holdKeyName_,
                       .companionProgram = options_.companionProgram}),
+      serviceWatch_(platform.dispatch, platform.http, options_.endpoints),
       pages_(core_, preferencesServices(), mainWindow_, holdKeyName_),
       calls_(callsSources(core_, options_.mediaLibrary,
                           [this]() -> LiveAssist& { return pages_.liveAssist(); })) {
@@ -64,6 +65,9 @@ Application::~Application() { stop(); }
 
 void Application::observe() {
   startSequence_.hooks.startAllBackgroundCaches = [this] { pages_.home().start(); };
+  startSequence_.hooks.bringToFront = [this] {
+    if (!options_.staysInTray) applicationShouldHandleReopen();
+  };
   const auto tellChange = lifetime_.guard([this] { changed(); });
   delegate_.onChange = tellChange;
   mainWindow_.onChange = tellChange;
@@ -105,6 +109,8 @@ void Application::observe() {
           mainWindow_.watchBackgroundResearch(id);
         }
       })));
+  subscriptions_.push_back(platform_.notifications.observe(
+      "NavigateToSettings", lifetime_.guard([this](const Json&) { manageAccount(); })));
   const std::function<void()> keepTier = lifetime_.guard([this] {
     if (!mayElevate()) setActionTier(SafetyTier::safe);
   });
@@ -148,6 +154,12 @@ void Application::connectCalls() {
         applicationShouldHandleReopen();
         mainWindow_.navigateToTab(Calls::callsTab);
       })));
+}
+
+void Application::manageAccount() {
+  mainWindow_.navigateToTab("Settings");
+  pages_.preferences().selectPage(PreferencePage::integrations);
+  if (onManageAccount) onManageAccount();
 }
 
 void Application::userWasActive() { pages_.home().activity().userWasActive(); }
@@ -219,6 +231,8 @@ void Application::showSetup() {
     notification.category = NotificationCategories::setup;
     mainWindow_.updateStatus("⚠️ " + summary.substr(0, summary.find('\n')),
                              StatusColor::orange);
+    // What is missing stands there in full.
+    if (!options_.staysInTray) applicationShouldHandleReopen();
   }
   notices_.show(std::move(notification), {});
 }

@@ -11,6 +11,7 @@
 #include "app/main_window_controller.h"
 #include "app/notification_categories.h"
 #include "app/pages.h"
+#include "app/service_watch.h"
 #include "app/setup_checklist.h"
 #include "app/start_sequence.h"
 #include "app/status_report.h"
@@ -45,6 +46,8 @@ class Application {
     std::string companionProgram = "kestrin-companion";
     /// Path of the hosted calls' media library; empty: it is not installed.
     std::string mediaLibrary;
+    /// Nobody asked for a window: at login, or when the session bus starts it.
+    bool staysInTray = false;
   };
 
   Application(Platform& platform, Options options);
@@ -66,6 +69,8 @@ class Application {
   /// As `kestrin status --json` prints it. Any thread; does not wait.
   std::string statusJson() const { return report_.get().toJson().dump(); }
 
+  /// The settings of the integrations, and the window of the Google account over them.
+  void manageAccount();
   /// The user looks at the window, or speaks.
   void userWasActive();
 
@@ -87,6 +92,7 @@ class Application {
   SetupChecklist& setup() { return setup_; }
   StartSequence& startSequence() { return startSequence_; }
   NotificationCategories& notices() { return notices_; }
+  ServiceWatch& serviceWatch() { return serviceWatch_; }
 
   /// After any change that the tray or a window may show.
   std::function<void()> onChange;
@@ -95,6 +101,8 @@ class Application {
   std::function<void()> onQuit;
   /// Something that the user should see at once: the windows ask for it in the desktop's way.
   std::function<void()> onAttention;
+  /// The window of the Google account is wanted.
+  std::function<void()> onManageAccount;
   /// A call rings: once every three seconds.
   std::function<void()> onRing;
 
@@ -134,6 +142,7 @@ class Application {
   NotificationCategories notices_;
   SetupChecklist setup_;
   StartSequence startSequence_;
+  ServiceWatch serviceWatch_;
   Pages pages_;
   Calls calls_;
   std::vector<SubscriptionHandle> subscriptions_;

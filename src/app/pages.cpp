@@ -58,6 +58,7 @@ LiveAssist& Pages::liveAssist() {
     Platform& platform = core_.platform;
     liveAssist_ = std::make_unique<LiveAssist>(
         liveAssistSources(core_, platform.dispatch, platform.http, platform.audio));
+    if (onLiveAssist) onLiveAssist(*liveAssist_);
   }
   return *liveAssist_;
 }

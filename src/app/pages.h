@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "app/core_services.h"
@@ -32,6 +33,9 @@ class Pages {
   TerminalView& terminal();
   Home& home();
   PersonalityView& personality();
+
+  /// When Live Assist is made: the first time that the page or a call wants it.
+  std::function<void(LiveAssist&)> onLiveAssist;
 
  private:
   std::unique_ptr<AudioRecorder> makeRecorder() const;

@@ -53,8 +53,6 @@ void CallsView::activateLiveAssistForCall() {
   assistance.panel().onSourcesChanged = takeSources;
   assistance.show(services_.calls.currentCallerName().value_or(""));
   assistance.listen();
-  services_.profiles.setOnProfileUpdate(
-      lifetime_.guard([&panel = assistance.panel()] { panel.refreshBehavioralProfile(); }));
   services_.center.post("CallStartedWithLiveAssist");
   changed();
 }
@@ -72,7 +70,6 @@ void CallsView::leaveVideoRoom() {
       [page = std::shared_ptr<CallPage>(std::move(page_))]() mutable { page.reset(); });
   show("Call ended (" + formatDuration(duration) + ")");
   requestPostCallSummary(duration);
-  services_.profiles.setOnProfileUpdate({});
   services_.logger.log(source, LogLevel::info, "Live Assist deactivated — call ended");
   services_.assistance.end();
   refreshHistory();

@@ -47,7 +47,9 @@ struct BehavioralProfileManager::State {
   BehavioralProfile system = BehavioralProfile::empty();
   bool changed = false;  ///< the user's profile, since it was saved
 
-  std::function<void()> onProfileUpdate;  ///< main queue
+  // Main queue:
+  uint64_t lastObserver = 0;
+  std::map<uint64_t, std::function<void()>> observers;
 };
 
 BehavioralProfileManager::BehavioralProfileManager(Dispatch& dispatch, SettingsStore& settings)
@@ -70,8 +72,12 @@ BehavioralProfile BehavioralProfileManager::profile(LAAudioChannel channel) cons
   return copy;
 }
 
-void BehavioralProfileManager::setOnProfileUpdate(std::function<void()> onProfileUpdate) {
-  state_->onProfileUpdate = std::move(onProfileUpdate);
+SubscriptionHandle BehavioralProfileManager::observe(std::function<void()> onProfileUpdate) {
+  const uint64_t id = ++state_->lastObserver;
+  state_->observers.emplace(id, std::move(onProfileUpdate));
+  return onUnsubscribe([weak = std::weak_ptr(state_), id] {
+    if (const auto state = weak.lock()) state->observers.erase(id);
+  });
 }
 
 void BehavioralProfileManager::post(std::function<bool(State&)> change) {
@@ -79,7 +85,12 @@ void BehavioralProfileManager::post(std::function<bool(State&)> change) {
     if (!change(*state)) return;
     main->post([weak = std::weak_ptr(state)] {
       const auto alive = weak.lock();
-      if (alive && alive->onProfileUpdate) alive->onProfileUpdate();
+      if (!alive) return;
+      // One may end the subscription of another.
+      const auto observers = alive->observers;
+      for (const auto& [id, tell] : observers) {
+        if (alive->observers.contains(id)) tell();
+      }
     });
   });
 }

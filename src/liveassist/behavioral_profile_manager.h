@@ -8,6 +8,7 @@
 #include "liveassist/audio_channel.h"
 #include "liveassist/behavioral_profile.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/lifetime.h"
 #include "platform/settings.h"
 
 namespace kestrin {
@@ -30,8 +31,8 @@ class BehavioralProfileManager {
   BehavioralProfile systemProfile() const { return profile(LAAudioChannel::system); }
   BehavioralProfile profile(LAAudioChannel channel) const;
 
-  /// After each change, on the main queue. Set and replace it there.
-  void setOnProfileUpdate(std::function<void()> onProfileUpdate);
+  /// `onProfileUpdate` runs on the main queue after each change while the handle lives. Main queue.
+  SubscriptionHandle observe(std::function<void()> onProfileUpdate);
 
   // These return at once:
 

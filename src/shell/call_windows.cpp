@@ -6,6 +6,7 @@
 #include <QScreen>
 
 #include "liveassist/context_panel.h"
+#include "shell/pages/mood_rings.h"
 
 namespace kestrin {
 namespace {
@@ -13,31 +14,16 @@ namespace {
 constexpr int slideMs = 250, panelWidth = 340, restFromTop = 24;
 constexpr size_t shownLines = 6;
 
-void makeFloating(QWidget* window, const char* title) {
-  window->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                         Qt::WindowDoesNotAcceptFocus);
-  window->setAttribute(Qt::WA_ShowWithoutActivating);
-  window->setWindowTitle(title);
-}
-
-QVBoxLayout* cardIn(QWidget* window) {
-  auto* outer = new QVBoxLayout(window);
-  outer->setContentsMargins(0, 0, 0, 0);
-  auto* card = new Card;
-  outer->addWidget(card);
-  return card->column();
-}
-
 }  // namespace
 
 CallBanner::CallBanner(IncomingCallWindow& banner)
-    : banner_(banner),
+    : FloatingWindow("Incoming call"),
+      banner_(banner),
       name_(makeLabel("", "heading")),
       subtitle_(makeLabel(IncomingCallWindow::subtitle, "caption")) {
-  makeFloating(this, "Incoming call");
   setFixedSize(IncomingCallWindow::bannerWidth, IncomingCallWindow::bannerHeight);
   auto* row = new QHBoxLayout;
-  cardIn(this)->addLayout(row);
+  column()->addLayout(row);
   auto* texts = new QVBoxLayout;
   texts->addWidget(name_);
   texts->addWidget(subtitle_);
@@ -67,23 +53,22 @@ void CallBanner::refresh() {
   }
 }
 
-InCallPanel::InCallPanel(Calls& calls)
-    : calls_(calls),
+InCallPanel::InCallPanel(Calls& calls, BehavioralProfileManager& profiles)
+    : FloatingWindow("Call assistant"),
+      calls_(calls),
       panel_(calls.panel()),
       title_(makeLabel("", "heading")),
-      moods_(makeLabel("", "caption")),
       lines_(makeParagraph("")),
       summary_(makeParagraph("", "section")),
       suggestions_(makeParagraph("")),
       age_(makeLabel("", "caption")) {
-  makeFloating(this, "Call assistant");
   setFixedWidth(panelWidth);
-  auto* column = cardIn(this);
   auto* head = new QHBoxLayout;
   head->addWidget(title_, 1);
   head->addWidget(age_);
-  column->addLayout(head);
-  for (QLabel* each : {moods_, lines_, summary_, suggestions_}) column->addWidget(each);
+  column()->addLayout(head);
+  column()->addWidget(new MoodRings(profiles));
+  for (QLabel* each : {lines_, summary_, suggestions_}) column()->addWidget(each);
   auto* row = new QHBoxLayout;
   row->addWidget(makeButton(
       "Sources", [this] { showSources(); }, "quiet"));
@@ -92,7 +77,7 @@ InCallPanel::InCallPanel(Calls& calls)
       "Hide", [this] { panel_.dismissPanel(); }, "quiet"));
   row->addWidget(makeButton(
       "End call", [this] { calls_.hangUp(); }, "primary"));
-  column->addLayout(row);
+  column()->addLayout(row);
   panel_.onChange = [this] { refresh(); };
 }
 
@@ -112,9 +97,8 @@ void InCallPanel::showSources() {
 }
 
 void InCallPanel::refresh() {
-  if (!panel_.isVisible()) return hide();
+  if (!panel_.isVisible()) return fadeOut();
   title_->setText(qt("Call with " + panel_.callerName()));
-  moods_->setText(qt(panel_.moods()));
   age_->setText(qt(panel_.timestampLabel()));
   std::string lines;
   const size_t first = panel_.lines().size() - std::min(panel_.lines().size(), shownLines);
@@ -128,11 +112,8 @@ void InCallPanel::refresh() {
   suggestions_->setText(qt(suggestions));
   summary_->setVisible(!summary_->text().isEmpty());
   suggestions_->setVisible(!suggestions.empty());
-  adjustSize();
-  const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
-  move(area.right() - width() - InCallAssistPanel::screenMargin,
-       area.top() + InCallAssistPanel::screenMargin);
-  if (!isVisible()) show();
+  placeTopRight(InCallAssistPanel::screenMargin);
+  appear();
 }
 
 }  // namespace kestrin

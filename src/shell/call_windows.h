@@ -1,16 +1,16 @@
 #pragma once
 
 #include <QLabel>
-#include <QWidget>
 
 #include "calls/calls.h"
 #include "shell/design/controls.h"
+#include "shell/design/floating_window.h"
 
 namespace kestrin {
 
 /// What a call shows wherever the user is, above all windows and without taking the focus: the
 /// banner of an incoming one, and the panel of the one that goes on.
-class CallBanner final : public QWidget {
+class CallBanner final : public FloatingWindow {
  public:
   explicit CallBanner(IncomingCallWindow& banner);
   ~CallBanner() override;
@@ -22,9 +22,9 @@ class CallBanner final : public QWidget {
   QLabel *name_, *subtitle_;
 };
 
-class InCallPanel final : public QWidget {
+class InCallPanel final : public FloatingWindow {
  public:
-  explicit InCallPanel(Calls& calls);
+  InCallPanel(Calls& calls, BehavioralProfileManager& profiles);
   ~InCallPanel() override;
 
  private:
@@ -33,7 +33,7 @@ class InCallPanel final : public QWidget {
 
   Calls& calls_;
   InCallAssistPanel& panel_;
-  QLabel *title_, *moods_, *lines_, *summary_, *suggestions_, *age_;
+  QLabel *title_, *lines_, *summary_, *suggestions_, *age_;
 };
 
 }  // namespace kestrin

@@ -30,7 +30,7 @@ LoginDialog::LoginDialog(LoginWindowController& login, QWidget* parent)
   signIn_->setDefault(true);
   signUp_ = makeButton("", [this] { login_.signupClicked(); });
   signUp_->setAutoDefault(false);
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(signUp_);
   buttons->addStretch(1);
   buttons->addWidget(signIn_);

@@ -2,9 +2,13 @@
 #include <QDir>
 #include <QLibraryInfo>
 #include <QSocketNotifier>
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <string_view>
 #include <unistd.h>
+#include <vector>
 
 #include "app/application.h"
 #include "platform/linux/application_id.h"
@@ -12,6 +16,8 @@
 #include "platform/linux/layer_surface.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/call_windows.h"
+#include "shell/design/control_style.h"
+#include "shell/live_feedback_widget.h"
 #include "shell/loop_watch.h"
 #include "shell/main_window.h"
 #include "shell/overlay_widget.h"
@@ -57,6 +63,12 @@ std::string mediaLibrary() {
   return access(path.c_str(), R_OK) == 0 ? path : "";
 }
 
+/// Whoever starts the program without wanting to see it says so.
+bool staysInTray(int argc, char** argv) {
+  const std::vector<std::string_view> arguments(argv + 1, argv + argc);
+  return std::find(arguments.begin(), arguments.end(), "--tray") != arguments.end();
+}
+
 int runDesktop(int argc, char** argv) {
   LinuxPlatform backends(printLine);
   auto& platform = backends.platform();
@@ -65,7 +77,8 @@ int runDesktop(int argc, char** argv) {
 
   LinuxControlBus bus;
   Application application(platform, {.companionProgram = siblingProgram("kestrin-companion"),
-                                     .mediaLibrary = mediaLibrary()});
+                                     .mediaLibrary = mediaLibrary(),
+                                     .staysInTray = staysInTray(argc, argv)});
   const auto serving =
       bus.serve({.onCommand =
                      [main, &application](ControlCommand command) {
@@ -89,6 +102,7 @@ int runDesktop(int argc, char** argv) {
   }
   chooseToolkitPlatform(platform, application.core().logger);
   QApplication toolkit(argc, argv);
+  QApplication::setStyle(new ControlStyle);
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
@@ -104,7 +118,11 @@ int runDesktop(int argc, char** argv) {
   {
     OverlayWidget overlay(application.overlay(), application.core().logger);
     CallBanner callBanner(application.calls().banner());
-    InCallPanel inCallPanel(application.calls());
+    InCallPanel inCallPanel(application.calls(), application.core().behavioralProfile);
+    std::optional<LiveFeedbackWidget> liveFeedback;
+    application.pages().onLiveAssist = [&liveFeedback](LiveAssist& live) {
+      liveFeedback.emplace(live.feedbackWindow());
+    };
     TrayItem tray(application, quit);
     MainWindow window(application);
     watch.watch(window);
@@ -121,6 +139,7 @@ int runDesktop(int argc, char** argv) {
     code = QApplication::exec();
     application.onChange = nullptr;
     application.onAttention = nullptr;
+    application.pages().onLiveAssist = nullptr;
     application.stop();
   }
   bus.stop();

@@ -3,9 +3,11 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QMenu>
+#include <malloc.h>
 
 #include "platform/dispatch/background.h"
 #include "platform/text/text.h"
+#include "shell/google_account_dialog.h"
 #include "shell/pages/calendar_page.h"
 #include "shell/pages/calls_page.h"
 #include "shell/pages/history_page.h"
@@ -25,7 +27,9 @@ namespace {
 constexpr int sidebarWidth = 196;
 constexpr int sidebarIconsWidth = 60;
 constexpr QSize firstSize(1080, 720);
-constexpr QSize leastSize(720, 480);
+constexpr QSize leastSize(600, 440);
+/// A narrower window has pictures alone in its side bar.
+constexpr int narrow = 860;
 
 QColor statusColor(const Theme& theme, StatusColor color) {
   switch (color) {
@@ -50,28 +54,63 @@ MainWindow::MainWindow(Application& application)
       account_(new QToolButton),
       statusDot_(makeLabel("●")),
       status_(makeLabel("")),
-      mode_(makeLabel("", "badge")) {
+      mode_(makeLabel("", "badge")),
+      strip_(new ServiceStrip(application.serviceWatch())) {
   auto& window = application.mainWindow();
   auto& pages = application.pages();
   const auto openURL = [&window](const std::string& url) { window.research().openURL(url); };
+  using Service = ServiceWatch::Service;
   entries_ = {
-      {"Home", Glyph::home, false,
-       [&pages, openURL] { return new HomePage(pages.home().view(), openURL); }},
-      {"Calendar", Glyph::calendar, false,
-       [&pages] { return new CalendarPage(pages.home().calendarView()); }},
-      {"Live Assist", Glyph::liveAssist, false,
-       [&pages] { return new LiveAssistPage(pages.liveAssist()); }},
-      {Calls::callsTab, Glyph::calls, false,
-       [&application] { return new CallsPage(application.calls()); }},
-      {MainWindowController::researchTab, Glyph::research, false,
-       [&window] { return new ResearchPage(window.research()); }},
-      {"Notes", Glyph::notes, false,
-       [&pages, openURL] { return new NotesPage(pages.notes(), openURL); }},
-      {"History", Glyph::history, false,
-       [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); }},
-      {"Modes", Glyph::modes, false, [&pages] { return new ModesPage(pages.modes()); }},
-      {"Personality", Glyph::personality, false,
-       [&pages] { return new PersonalityPage(pages.personality()); }},
+      {"Home",
+       Glyph::home,
+       false,
+       [&application, &pages, openURL] {
+         return new HomePage(pages.home().view(), pages.home().gmail(), application.calls(),
+                             openURL, [&application] { application.manageAccount(); });
+       },
+       {Service::agent, Service::records}},
+      {"Calendar",
+       Glyph::calendar,
+       false,
+       [&pages] { return new CalendarPage(pages.home().calendarView()); },
+       {Service::records}},
+      {"Live Assist",
+       Glyph::liveAssist,
+       false,
+       [&application, &pages] {
+         return new LiveAssistPage(pages.liveAssist(), application.core().behavioralProfile);
+       },
+       {Service::recogniser, Service::records}},
+      {Calls::callsTab,
+       Glyph::calls,
+       false,
+       [&application] { return new CallsPage(application.calls()); },
+       {Service::records}},
+      {MainWindowController::researchTab,
+       Glyph::research,
+       false,
+       [&window] { return new ResearchPage(window.research()); },
+       {Service::records}},
+      {"Notes",
+       Glyph::notes,
+       false,
+       [&pages, openURL] { return new NotesPage(pages.notes(), openURL); },
+       {Service::recogniser, Service::agent, Service::records}},
+      {"History",
+       Glyph::history,
+       false,
+       [this, &window] { return new HistoryPage(window, [this] { fetchUsage(); }); },
+       {Service::records}},
+      {"Modes",
+       Glyph::modes,
+       false,
+       [&pages] { return new ModesPage(pages.modes()); },
+       {Service::agent}},
+      {"Personality",
+       Glyph::personality,
+       false,
+       [&pages] { return new PersonalityPage(pages.personality()); },
+       {Service::recogniser, Service::records}},
       {"Settings", Glyph::settings, false,
        [&pages] { return new SettingsPage(pages.preferences()); }},
       {"Terminal", Glyph::terminal, true, [&pages] { return new TerminalPage(pages.terminal()); }},
@@ -91,17 +130,32 @@ MainWindow::MainWindow(Application& application)
   row->addWidget(sidebar_);
   auto* content = new QVBoxLayout;
   content->setSpacing(0);
+  content->addWidget(strip_);
   content->addWidget(pages_, 1);
   content->addWidget(makeStatusBar());
   row->addLayout(content, 1);
+  strip_->mayAsk = [&application] { return application.delegate().isAppReady; };
+  strip_->onBack = [this] {
+    if (auto* page = static_cast<Page*>(pages_->currentWidget())) page->reload();
+  };
   cover_ = new StartCover(application.setup(), application.startSequence().loadingOverlay(), whole);
   refreshTimer_.setSingleShot(true);
   refreshTimer_.setInterval(0);
   connect(&refreshTimer_, &QTimer::timeout, this, [this] { refresh(); });
+  application.onManageAccount = [this] {
+    if (googleAccount_ == nullptr)
+      googleAccount_ = new GoogleAccountDialog(application_.pages().home().googleAccount(), this);
+    googleAccount_->show();
+    googleAccount_->raise();
+    googleAccount_->activateWindow();
+  };
   applyLook();
 }
 
-MainWindow::~MainWindow() { refreshTimer_.stop(); }
+MainWindow::~MainWindow() {
+  application_.onManageAccount = nullptr;
+  refreshTimer_.stop();
+}
 
 QWidget* MainWindow::makeSidebar() {
   auto* bar = new QWidget;
@@ -175,11 +229,30 @@ void MainWindow::bringToFront() {
 void MainWindow::closeEvent(QCloseEvent* event) {
   hide();
   event->ignore();
+  // Not from within a page that closes the window.
+  QTimer::singleShot(0, this, [this] { dropPages(); });
+}
+
+void MainWindow::dropPages() {
+  // A question that waits for its answer belongs to its page.
+  if (isVisible() || QApplication::activeModalWidget() != nullptr) return;
+  for (Entry& entry : entries_) {
+    if (entry.page == nullptr || entry.page->isKept()) continue;
+    delete entry.page;
+    entry.page = nullptr;
+  }
+  current_.clear();
+  malloc_trim(0);
 }
 
 void MainWindow::showEvent(QShowEvent* event) {
   QMainWindow::showEvent(event);
   refresh();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  fitSidebar();
 }
 
 void MainWindow::changeEvent(QEvent* event) {
@@ -217,10 +290,7 @@ void MainWindow::applyLook() {
 void MainWindow::applyWindowState() {
   const WindowState& state = application_.mainWindow().window();
   sidebar_->setVisible(state.sidebarVisible);
-  const auto style = state.compactMode ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon;
-  for (Entry& entry : entries_) entry.button->setToolButtonStyle(style);
-  account_->setToolButtonStyle(style);
-  sidebar_->setFixedWidth(state.compactMode ? sidebarIconsWidth : sidebarWidth);
+  fitSidebar();
   setWindowOpacity(state.alpha);
   Qt::WindowFlags flags = Qt::Window;
   // A utility window is the toolkit's way to have no entry in the taskbar.
@@ -236,6 +306,14 @@ void MainWindow::applyWindowState() {
     }
   }
   shown_ = state;
+}
+
+void MainWindow::fitSidebar() {
+  const bool icons = application_.mainWindow().window().compactMode || width() < narrow;
+  const auto style = icons ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon;
+  for (Entry& entry : entries_) entry.button->setToolButtonStyle(style);
+  account_->setToolButtonStyle(style);
+  sidebar_->setFixedWidth(icons ? sidebarIconsWidth : sidebarWidth);
 }
 
 void MainWindow::showCurrentPage() {
@@ -257,6 +335,7 @@ void MainWindow::showCurrentPage() {
   current->button->setChecked(true);
   pages_->setCurrentWidget(current->page);
   current->page->refresh();
+  strip_->showFor(current->needs);
 }
 
 void MainWindow::showStatus() {

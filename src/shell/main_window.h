@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QTimer>
 #include <QToolButton>
@@ -16,12 +17,14 @@
 #include "shell/design/theme.h"
 #include "shell/login_dialog.h"
 #include "shell/pages/page.h"
+#include "shell/service_strip.h"
 #include "shell/start_cover.h"
 
 namespace kestrin {
 
 /// The window: side bar, the current page, the status line. Pages are made when they are first
-/// opened. Closing it hides it; the application lives on in the tray.
+/// opened, and go when the window is closed: what they show is kept by their views. Closing it
+/// hides it; the application lives on in the tray.
 class MainWindow final : public QMainWindow {
  public:
   explicit MainWindow(Application& application);
@@ -40,6 +43,7 @@ class MainWindow final : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void showEvent(QShowEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
   void changeEvent(QEvent* event) override;
 
  private:
@@ -48,6 +52,7 @@ class MainWindow final : public QMainWindow {
     Glyph glyph;
     bool developer;  ///< only in developer mode
     std::function<Page*()> make;
+    ServiceWatch::Services needs = {};
     QToolButton* button = nullptr;
     Page* page = nullptr;
   };
@@ -57,7 +62,11 @@ class MainWindow final : public QMainWindow {
   void refresh();
   void applyLook();
   void applyWindowState();
+  /// Titles beside the pictures where there is room.
+  void fitSidebar();
   void showCurrentPage();
+  /// Their memory goes back to the system.
+  void dropPages();
   void showStatus();
   void showAccount();
   void accountClicked();
@@ -75,7 +84,9 @@ class MainWindow final : public QMainWindow {
   QLabel* mode_;
   std::string current_;  ///< title of the page on screen
   LoginDialog* login_ = nullptr;
+  QPointer<QDialog> googleAccount_;
   StartCover* cover_;
+  ServiceStrip* strip_;
   std::optional<Theme> theme_;
   std::optional<WindowState> shown_;
   QTimer refreshTimer_;

@@ -34,15 +34,11 @@ StartCover::StartCover(SetupChecklist& setup, LoadingOverlayView& loading, QWidg
   auto* page = new Column(560);
   outer->addWidget(page);
   column_ = page->column();
-  column_->setAlignment(Qt::AlignVCenter);
+  page->centre();
 
   auto* servicesColumn = new QVBoxLayout(services_);
   servicesColumn->addWidget(makeLabel("Starting Kestrin", "title"));
-  auto* busy = new QProgressBar;
-  busy->setRange(0, 0);
-  busy->setTextVisible(false);
-  busy->setAccessibleName("Starting");
-  servicesColumn->addWidget(busy);
+  servicesColumn->addWidget(makeBusyBar("Starting"));
   auto* card = new Card;
   for (QLabel*& row : rows_) {
     row = makeLabel("");

@@ -105,14 +105,14 @@ TEST(Killed, AtAnyMomentNothingThatWasWrittenIsTorn) {
   for (int home = 0; home < homes && !testing::Test::HasFatalFailure(); ++home) {
     Home user("http://" + services.host());
     for (int round = 0; round < killsPerHome && !testing::Test::HasFatalFailure(); ++round) {
-      user.runAndKill("kestrin-desktop", {}, within(400'000));
+      user.runAndKill("kestrin-desktop", {"--tray"}, within(400'000));
       user.runAndKill("kestrin",
                       {"settings", "set", "pref_fontSize", round % 2 == 0 ? "Large" : "Small"},
                       within(40'000));
       user.check();
     }
     // However slow the machine: once all of it has been written.
-    user.runAndKill("kestrin-desktop", {}, [&] {
+    user.runAndKill("kestrin-desktop", {"--tray"}, [&] {
       EXPECT_TRUE(eventually([&] { return user.files.exists(user.historyCopy()); }));
     });
     user.check();

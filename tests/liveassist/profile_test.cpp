@@ -103,7 +103,7 @@ TEST(BehavioralProfileManager, KeepsTheUserForTheDayAndTheOtherForTheSession) {
     ProfileWorld world(simulation);
     auto profiles = world.nextRun();
     int told = 0;
-    profiles->setOnProfileUpdate([&] { ++told; });
+    const auto updates = profiles->observe([&] { ++told; });
     profiles->updateSimple(microphone, "emotion_happy", "intent_ask");
     profiles->update(LAAudioChannel::system, {{"SAD", 1}}, {});
     profiles->updateSimple(microphone, "EMOTION_UNKNOWN", "ask");

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 #include "platform/dispatch/simulation.h"
@@ -15,21 +14,8 @@ namespace kestrin {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Variable;
 using Options = std::map<std::string, sdbus::Variant>;
-
-/// A variable of this process while a test runs.
-class Variable {
- public:
-  Variable(std::string name, const std::string& value) : name_(std::move(name)) {
-    if (const char* old = getenv(name_.c_str())) old_ = old;
-    setenv(name_.c_str(), value.c_str(), 1);
-  }
-  ~Variable() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
-
- private:
-  std::string name_;
-  std::optional<std::string> old_;
-};
 
 struct Controls : ::testing::Test {
   std::unique_ptr<Simulation> simulation = Simulation::make();

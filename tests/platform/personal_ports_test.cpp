@@ -47,7 +47,7 @@ TEST(XdgLoginItem, QuotesTheProgramAndHeedsTheDesktopsOwnSwitch) {
   XdgWorld world;
   ASSERT_TRUE(world.item.setEnabled(true));
   EXPECT_NE(world.entry().find(R"(
-Exec="/opt/my \\"\\$apps\\"/100%%/kestrin-desktop"
+Exec="/opt/my \\"\\$apps\\"/100%%/kestrin-desktop" --tray
 )"),
             std::string::npos)
       << world.entry();

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stdlib.h>
 #include <string>
 #include <thread>
@@ -65,6 +66,20 @@ class ScratchFolder {
 
  private:
   std::string path_;
+};
+
+/// A variable of this process while a test runs.
+class Variable {
+ public:
+  Variable(std::string name, const std::string& value) : name_(std::move(name)) {
+    if (const char* old = getenv(name_.c_str())) old_ = old;
+    setenv(name_.c_str(), value.c_str(), 1);
+  }
+  ~Variable() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
+
+ private:
+  std::string name_;
+  std::optional<std::string> old_;
 };
 
 }  // namespace kestrin::test

@@ -29,18 +29,28 @@ std::string zoneOfWindowsName(const std::string& name) {
   return out;
 }
 
-/// Zones that a file names without saying what they are get their usual meaning.
-void completeZones(icalcomponent* calendar) {
-  std::set<std::string> named;
+template <class Visit>
+void eachEvent(icalcomponent* calendar, const Visit& visit) {
   for (icalcomponent* event = icalcomponent_get_first_component(calendar, ICAL_VEVENT_COMPONENT);
-       event; event = icalcomponent_get_next_component(calendar, ICAL_VEVENT_COMPONENT)) {
+       event; event = icalcomponent_get_next_component(calendar, ICAL_VEVENT_COMPONENT))
+    visit(event);
+}
+
+std::set<std::string> zonesNamedIn(icalcomponent* calendar) {
+  std::set<std::string> named;
+  eachEvent(calendar, [&](icalcomponent* event) {
     for (icalproperty* property = icalcomponent_get_first_property(event, ICAL_ANY_PROPERTY);
          property; property = icalcomponent_get_next_property(event, ICAL_ANY_PROPERTY)) {
       icalparameter* zone = icalproperty_get_first_parameter(property, ICAL_TZID_PARAMETER);
       if (zone && icalparameter_get_tzid(zone)) named.insert(icalparameter_get_tzid(zone));
     }
-  }
-  for (const std::string& name : named) {
+  });
+  return named;
+}
+
+/// Zones that a file names without saying what they are get their usual meaning.
+void completeZones(icalcomponent* calendar) {
+  for (const std::string& name : zonesNamedIn(calendar)) {
     if (icalcomponent_get_timezone(calendar, name.c_str())) continue;
     icaltimezone* known = icaltimezone_get_builtin_timezone(name.c_str());
     if (!known) known = icaltimezone_get_builtin_timezone(zoneOfWindowsName(name).c_str());
@@ -76,8 +86,7 @@ class Reader {
     name_ = propertyText(calendar, "X-WR-CALNAME");
     color_ = propertyText(calendar, "X-APPLE-CALENDAR-COLOR");
     std::vector<icalcomponent*> events;
-    for (icalcomponent* event = icalcomponent_get_first_component(calendar, ICAL_VEVENT_COMPONENT);
-         event; event = icalcomponent_get_next_component(calendar, ICAL_VEVENT_COMPONENT)) {
+    eachEvent(calendar, [&](icalcomponent* event) {
       events.push_back(event);
       if (icalproperty* which =
               icalcomponent_get_first_property(event, ICAL_RECURRENCEID_PROPERTY)) {
@@ -85,7 +94,7 @@ class Reader {
         moved_[textOf(icalcomponent_get_uid(event))].insert(
             icaltime_as_timet_with_zone(time, time.zone));
       }
-    }
+    });
     for (icalcomponent* event : events) addEvent(event);
   }
 
@@ -173,7 +182,61 @@ class Reader {
   bool ownClock_ = false, isMoved_ = false;
 };
 
+/// The pieces' events and zones in one calendar.
+class Gathering {
+ public:
+  explicit Gathering(const std::vector<std::string>& objects)
+      : whole_(icalcomponent_new(ICAL_VCALENDAR_COMPONENT), &icalcomponent_free) {
+    for (const std::string& object : objects) {
+      if (object.size() > largestFile) continue;
+      const Component piece(icalparser_parse_string(object.c_str()), &icalcomponent_free);
+      if (piece) add(piece.get());
+    }
+  }
+  icalcomponent* calendar() const { return whole_.get(); }
+
+ private:
+  void add(icalcomponent* piece) {
+    const icalcomponent_kind kind = icalcomponent_isa(piece);
+    if (kind == ICAL_VTIMEZONE_COMPONENT || (kind == ICAL_VEVENT_COMPONENT && isNew(piece)))
+      icalcomponent_add_component(whole_.get(), icalcomponent_new_clone(piece));
+    if (kind != ICAL_VCALENDAR_COMPONENT && kind != ICAL_XROOT_COMPONENT) return;
+    for (icalcomponent* each = icalcomponent_get_first_component(piece, ICAL_ANY_COMPONENT); each;
+         each = icalcomponent_get_next_component(piece, ICAL_ANY_COMPONENT))
+      add(each);
+  }
+
+  bool isNew(icalcomponent* event) {
+    icalproperty* instance = icalcomponent_get_first_property(event, ICAL_RECURRENCEID_PROPERTY);
+    const char* which = instance ? icalproperty_as_ical_string(instance) : "";
+    const std::string uid = textOf(icalcomponent_get_uid(event));
+    return uid.empty() || seen_.insert({uid, textOf(which)}).second;
+  }
+
+  const Component whole_;
+  std::set<std::pair<std::string, std::string>> seen_;
+};
+
 }  // namespace
+
+IcalendarNeeds needsOf(const std::vector<std::string>& objects) {
+  const Gathering pieces(objects);
+  IcalendarNeeds needs{{}, zonesNamedIn(pieces.calendar())};
+  eachEvent(pieces.calendar(), [&](icalcomponent* event) {
+    if (icalcomponent_get_first_property(event, ICAL_RRULE_PROPERTY) ||
+        icalcomponent_get_first_property(event, ICAL_RDATE_PROPERTY))
+      needs.series.insert(textOf(icalcomponent_get_uid(event)));
+  });
+  return needs;
+}
+
+std::vector<CalendarRecord> readIcalendarObjects(const std::vector<std::string>& objects, Date from,
+                                                 Date to, const std::string& zone) {
+  const Gathering pieces(objects);
+  Reader reader(from, to, zone);
+  reader.read(pieces.calendar());
+  return std::move(reader.found);
+}
 
 std::vector<CalendarRecord> readIcalendar(std::string_view text, Date from, Date to,
                                           const std::string& zone) {

@@ -10,9 +10,9 @@
 #include "platform/linux/atspi_bus.h"
 #include "platform/linux/curl_http.h"
 #include "platform/linux/desktop_notifications.h"
+#include "platform/linux/eds_calendars.h"
 #include "platform/linux/espeak_speech.h"
 #include "platform/linux/evdev_key_monitor.h"
-#include "platform/linux/file_calendars.h"
 #include "platform/linux/json_settings.h"
 #include "platform/linux/linux_controls.h"
 #include "platform/linux/linux_files.h"
@@ -116,7 +116,7 @@ struct LinuxPlatform::Backends {
   LinuxControls controls{files, *processes};
   EspeakSpeech speech{*processes};
   XdgLoginItem loginItem{files, siblingProgram("kestrin-desktop")};
-  std::unique_ptr<Calendars> calendars = makeFileCalendars(files);
+  EdsCalendars calendars{files};
   LinuxPlaceService place{files, [] { return dbus::Connection::system(); }, dates::systemTimeZone};
   std::unique_ptr<WebPages> webPages =
       makeWebPages(*dispatch, *processes, siblingProgram("kestrin-web"));
@@ -126,12 +126,12 @@ struct LinuxPlatform::Backends {
 LinuxPlatform::LinuxPlatform(std::function<void(std::string)> warn)
     : backends_(std::make_unique<Backends>(std::move(warn))) {
   auto& b = *backends_;
-  b.platform.reset(new Platform{*b.dispatch,  *b.http,          b.files,      b.random,
-                                b.settings,   b.notifications,  *b.processes, *b.keyMonitor,
-                                *b.input,     *b.accessibility, *b.workspace, *b.pasteboard,
-                                *b.audio,     *b.browser,       b.secrets,    b.userNotifications,
-                                b.controls,   b.speech,         b.loginItem,  b.place,
-                                *b.calendars, *b.webPages});
+  b.platform.reset(new Platform{*b.dispatch, *b.http,          b.files,      b.random,
+                                b.settings,  b.notifications,  *b.processes, *b.keyMonitor,
+                                *b.input,    *b.accessibility, *b.workspace, *b.pasteboard,
+                                *b.audio,    *b.browser,       b.secrets,    b.userNotifications,
+                                b.controls,  b.speech,         b.loginItem,  b.place,
+                                b.calendars, *b.webPages});
 }
 
 LinuxPlatform::~LinuxPlatform() { endJobs(); }

@@ -36,7 +36,7 @@ Status XdgLoginItem::setEnabled(bool enabled) {
                             "[Desktop Entry]\nType=Application\nName=Kestrin\n"
                             "Comment=Hold a key, speak, and the text arrives where you write\n"
                             "Exec=" +
-                                execArgument(program_) + "\nIcon=" + desktopApplicationId +
+                                execArgument(program_) + " --tray\nIcon=" + desktopApplicationId +
                                 "\nTerminal=false\n"
                                 "StartupNotify=false\nX-GNOME-Autostart-enabled=true\n");
 }

@@ -95,9 +95,39 @@ void showChosen(QPushButton* segment) {
   segment->setChecked(true);
 }
 
-void nameChoices(QComboBox* box, const QString& name) {
+namespace {
+
+/// The arrow is drawn here: a style sheet has none without a picture file.
+class Choices final : public QComboBox {
+ protected:
+  void paintEvent(QPaintEvent* event) override {
+    QComboBox::paintEvent(event);
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setOpacity(isEnabled() ? 1 : 0.5);
+    painter.setPen(
+        QPen(palette().color(QPalette::Dark), 1.8, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    const QPointF tip(width() - 14.0, height() / 2.0 + 2.5);
+    const QPointF arrow[] = {tip - QPointF(4.5, 4.5), tip, tip - QPointF(-4.5, 4.5)};
+    painter.drawPolyline(arrow, 3);
+  }
+};
+
+}  // namespace
+
+QComboBox* makeChoices(const QString& name) {
+  auto* box = new Choices;
   box->setAccessibleName(name);
   box->setAccessibleDescription(name);
+  return box;
+}
+
+QProgressBar* makeBusyBar(const QString& name) {
+  auto* bar = new QProgressBar;
+  bar->setAccessibleName(name);
+  bar->setRange(0, 0);
+  bar->setTextVisible(false);
+  return bar;
 }
 
 QPushButton* makeTile(const QString& text, std::function<void()> clicked) {
@@ -150,7 +180,7 @@ void Switch::paintEvent(QPaintEvent*) {
   }
   painter.setPen(Qt::NoPen);
   painter.setOpacity(isEnabled() ? 1 : 0.5);
-  painter.setBrush(palette().color(isChecked() ? QPalette::Highlight : QPalette::Mid));
+  painter.setBrush(palette().color(isChecked() ? QPalette::Highlight : QPalette::Midlight));
   painter.drawRoundedRect(track, 10, 10);
   painter.setBrush(Qt::white);
   const double left = isChecked() ? track.right() - 18 : track.left() + 2;
@@ -161,20 +191,22 @@ Column::Column(int widest, QWidget* parent) : QScrollArea(parent) {
   auto* content = new QWidget;
   auto* row = new QHBoxLayout(content);
   row->setContentsMargins(28, 24, 28, 24);
-  auto* middle = new QWidget;
-  middle->setMaximumWidth(widest);
-  column_ = new QVBoxLayout(middle);
+  middle_ = new QWidget;
+  middle_->setMaximumWidth(widest);
+  column_ = new QVBoxLayout(middle_);
   column_->setContentsMargins(0, 0, 0, 0);
   column_->setSpacing(14);
-  column_->setAlignment(Qt::AlignTop);
   row->addStretch(1);
-  row->addWidget(middle, 1000);
+  // Not the column's own alignment: that would hold it to the height that it has at its best width.
+  row->addWidget(middle_, 1000, Qt::AlignTop);
   row->addStretch(1);
   setWidget(content);
   setWidgetResizable(true);
   setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   setFrameShape(QFrame::NoFrame);
 }
+
+void Column::centre() { widget()->layout()->setAlignment(middle_, Qt::AlignVCenter); }
 
 void clearLayout(QLayout* layout) {
   while (QLayoutItem* item = layout->takeAt(0)) {

@@ -6,11 +6,14 @@
 #include <QComboBox>
 #include <QFrame>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "shell/design/flow_layout.h"
 
 namespace kestrin {
 
@@ -35,8 +38,10 @@ void setTitle(QPushButton* button, const QString& title);
 QPushButton* makeSegment(const QString& title, QButtonGroup* group, std::function<void()> chosen);
 /// Shows the segment as the chosen one of its group, without choosing it.
 void showChosen(QPushButton* segment);
-/// What a list of choices is for. On this desktop its name is what is chosen.
-void nameChoices(QComboBox* box, const QString& name);
+/// A list of choices. `name` says what it is for: on this desktop its own name is what is chosen.
+QComboBox* makeChoices(const QString& name);
+/// Progress of which only the going on is known.
+QProgressBar* makeBusyBar(const QString& name);
 /// A larger button whose text breaks its lines.
 QPushButton* makeTile(const QString& text, std::function<void()> clicked);
 /// What stands in the place of an empty list.
@@ -68,8 +73,11 @@ class Column final : public QScrollArea {
  public:
   explicit Column(int widest = 860, QWidget* parent = nullptr);
   QVBoxLayout* column() const { return column_; }
+  /// In the middle of the height as well.
+  void centre();
 
  private:
+  QWidget* middle_;
   QVBoxLayout* column_;
 };
 

@@ -32,6 +32,7 @@ QWidget[role="bar"] { background: %sidebar%; border-top: 1px solid %border%; }
 QWidget[role="page"], QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; border: none; }
 QFrame[role="card"] { background: %card%; border: 1px solid %border%; border-radius: 10px; }
 QFrame[role="mine"] { background: %accentSoft%; border: 1px solid %border%; border-radius: 10px; }
+QFrame[role="strip"] { background: %orangeSoft%; border: none; border-bottom: 1px solid %border%; }
 QFrame[role="line"] { background: %border%; max-height: 1px; border: none; }
 QLabel { color: %text%; background: transparent; }
 QLabel[role="title"] { font-size: %title%px; font-weight: 700; }
@@ -66,13 +67,13 @@ QLineEdit:focus, QPlainTextEdit:focus, QTextEdit:focus, QComboBox:focus { border
 QComboBox::drop-down { border: none; width: 24px; }
 QComboBox QAbstractItemView { color: %text%; background: %card%; border: 1px solid %border%; selection-background-color: %accentSoft%; selection-color: %text%; outline: none; }
 QTextBrowser[role="reading"] { background: transparent; border: none; padding: 0; }
-QCheckBox { color: %text%; spacing: 8px; }
+QCheckBox, QRadioButton { color: %text%; spacing: 8px; }
 QListWidget, QTableView, QTreeView { color: %text%; background: %card%; alternate-background-color: %field%; border: 1px solid %border%; border-radius: 8px; outline: none; gridline-color: %border%; }
 QListWidget::item { padding: 7px 8px; border-radius: 6px; }
-QListWidget::item:selected, QTableView::item:selected { background: %accentSoft%; color: %text%; }
 QListWidget::item:hover { background: %hover%; }
+QListWidget::item:selected, QTableView::item:selected { background: %accentSoft%; color: %text%; }
 QHeaderView::section { color: %muted%; background: %field%; border: none; border-bottom: 1px solid %border%; padding: 6px 8px; font-size: %caption%px; }
-QSlider::groove:horizontal { height: 4px; background: %border%; border-radius: 2px; }
+QSlider::groove:horizontal { height: 4px; background: %control%; border-radius: 2px; }
 QSlider::sub-page:horizontal { background: %accent%; border-radius: 2px; }
 QSlider::handle:horizontal { width: 16px; height: 16px; margin: -6px 0; border-radius: 8px; background: %accent%; }
 QSlider::handle:horizontal:focus { background: %accentStrong%; border: 2px solid %text%; width: 12px; height: 12px; }
@@ -114,6 +115,7 @@ Theme Theme::from(const SettingsStore& settings, Appearance appearance, bool com
   theme.card = theme.dark ? QColor("#22262a") : QColor("#ffffff");
   theme.field = theme.dark ? QColor("#2a2f34") : QColor("#f4f5f7");
   theme.border = theme.dark ? QColor("#3a4047") : QColor("#d6dade");
+  theme.control = theme.dark ? QColor("#7a848e") : QColor("#858e97");
   theme.text = theme.dark ? QColor("#eceff2") : QColor("#1c2024");
   theme.muted = theme.dark ? QColor("#a2abb4") : QColor("#5b646d");
   return theme;
@@ -143,6 +145,7 @@ QPalette Theme::palette() const {
   palette.setColor(QPalette::HighlightedText, onAccent);
   palette.setColor(QPalette::Link, dark ? accent.lighter(140) : accent.darker(115));
   palette.setColor(QPalette::Mid, border);
+  palette.setColor(QPalette::Midlight, control);
   palette.setColor(QPalette::Dark, muted);
   return palette;
 }
@@ -155,6 +158,7 @@ QString Theme::styleSheet() const {
       {"%card%", card.name()},
       {"%field%", field.name()},
       {"%border%", border.name()},
+      {"%control%", control.name()},
       {"%text%", text.name()},
       {"%muted%", muted.name()},
       {"%accent%", accent.name()},
@@ -162,6 +166,7 @@ QString Theme::styleSheet() const {
       {"%accentSoft%", withAlpha(accent, dark ? 0.28 : 0.16)},
       {"%accentStrong%", (dark ? accent.lighter(115) : accent.darker(112)).name()},
       {"%onAccent%", onAccent.name()},
+      {"%orangeSoft%", withAlpha(orange, 0.16)},
       {"%hover%", withAlpha(text, 0.07)},
       {"%red%", red.name()},
       {"%body%", pixels(type(14))},

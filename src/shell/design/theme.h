@@ -19,6 +19,7 @@ struct Theme {
   double scale = 1;  ///< on every size of type
   QString family;    ///< of the type
   QColor window, sidebar, card, field, border, text, muted, accent, onAccent;
+  QColor control;  ///< the outline of what can be switched or moved
   QColor red, orange, blue;
 
   /// `systemIsDark` decides where the appearance follows the system.

@@ -7,7 +7,7 @@
 namespace kestrin {
 namespace {
 
-constexpr int hourHeight = 48, hoursWidth = 56, gap = 2;
+constexpr int hourHeight = 48, hoursWidth = 56, gap = 2, padding = 12;
 constexpr int hoursOfDay = 24;
 
 std::string describe(const CalendarEvent& event) {
@@ -32,10 +32,10 @@ class CalendarPage::Grid final : public QWidget {
       label->deleteLater();
     }
     labels_.clear();
+    texts_.clear();
     for (const CalendarDay& day : view_.days()) {
       for (const PlacedEvent& placed : day.placed) {
-        auto* label = makeLabel(
-            qt(placed.event.title + (isTall(placed) ? "\n" : "  ") + placed.event.timeString()));
+        auto* label = makeLabel("");
         setRole(label, "appointment");
         label->setParent(this);
         label->setAlignment(Qt::AlignTop | Qt::AlignLeft);
@@ -44,6 +44,7 @@ class CalendarPage::Grid final : public QWidget {
                              (placed.event.location ? ", " + *placed.event.location : "")));
         label->show();
         labels_.push_back(label);
+        texts_.push_back({qt(placed.event.title), qt(placed.event.timeString()), isTall(placed)});
       }
     }
     arrange();
@@ -80,15 +81,29 @@ class CalendarPage::Grid final : public QWidget {
       for (const PlacedEvent& placed : view_.days()[i].placed) {
         if (next == labels_.size()) return;
         const double width = (dayWidth() - 2 * gap) / placed.columns;
-        labels_[next++]->setGeometry(
-            int(left(i) + gap + width * placed.column), placed.startMinute * hourHeight / 60 + 1,
-            int(width) - gap, (placed.endMinute - placed.startMinute) * hourHeight / 60 - gap);
+        QLabel* label = labels_[next];
+        label->setGeometry(int(left(i) + gap + width * placed.column),
+                           placed.startMinute * hourHeight / 60 + 1, int(width) - gap,
+                           (placed.endMinute - placed.startMinute) * hourHeight / 60 - gap);
+        label->setText(texts_[next++].fitted(label->fontMetrics(), label->width() - padding));
       }
     }
   }
 
+  struct Text {
+    QString title, time;
+    bool tall;  ///< there is a line for the time
+    QString fitted(const QFontMetrics& metrics, int room) const {
+      const auto cut = [&](const QString& line) {
+        return metrics.elidedText(line, Qt::ElideRight, room);
+      };
+      return tall ? cut(title) + "\n" + cut(time) : cut(title + "  " + time);
+    }
+  };
+
   CalendarView& view_;
   std::vector<QLabel*> labels_;
+  std::vector<Text> texts_;  ///< of the labels, whole
 };
 
 CalendarPage::CalendarPage(CalendarView& view)
@@ -99,7 +114,7 @@ CalendarPage::CalendarPage(CalendarView& view)
       grid_(new Grid(view)) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(24, 20, 24, 16);
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   row->addWidget(title_, 1);
   const auto button = [row](const char* text, const char* name, std::function<void()> clicked) {
     auto* made = makeButton(text, std::move(clicked));

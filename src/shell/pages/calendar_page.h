@@ -17,6 +17,7 @@ class CalendarPage final : public Page {
   explicit CalendarPage(CalendarView& view);
   ~CalendarPage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  protected:
   void showEvent(QShowEvent* event) override;

@@ -8,8 +8,7 @@ namespace {
 constexpr int shakeMs = 300, shakeWidth = 8, contactHeight = 44;
 
 QLayout* buttonRow(std::initializer_list<QWidget*> widgets) {
-  auto* row = new QHBoxLayout;
-  row->setSpacing(8);
+  auto* row = new FlowLayout;
   for (QWidget* each : widgets) row->addWidget(each);
   row->addStretch(1);
   return row;
@@ -30,7 +29,7 @@ CallsPage::CallsPage(Calls& calls) : calls_(calls), view_(calls.view()) {
   inCall_ = makeInCall();
   page->column()->addWidget(inCall_);
   page->column()->addWidget(makeRecipient());
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   row->addWidget(makeLabel("Online now", "section"), 1);
   row->addWidget(makeButton(
       "Refresh", [this] { view_.refresh(); }, "quiet"));
@@ -84,8 +83,8 @@ QWidget* CallsPage::makeBanner() {
 
 QWidget* CallsPage::makeInCall() {
   auto* card = new Card;
-  auto* row = new QHBoxLayout;
-  other_ = makeLabel("", "heading");
+  auto* row = new FlowLayout;
+  other_ = makeParagraph("", "heading");
   timer_ = makeLabel("", "figure");
   row->addWidget(other_, 1);
   row->addWidget(makeLabel("Live Assist", "badge"));
@@ -173,9 +172,9 @@ void CallsPage::showPeople() {
   for (size_t i = 0; i < view_.onlineUsers().size(); ++i) {
     const std::string name = view_.onlineUsers()[i].displayName();
     auto* card = new Card;
-    auto* row = new QHBoxLayout;
+    auto* row = new FlowLayout;
     row->addWidget(makeLabel("🟢", ""));
-    row->addWidget(makeLabel(qt(name), "heading"), 1);
+    row->addWidget(makeParagraph(qt(name), "heading"), 1);
     auto* audio = makeButton("Audio", [this, i] { view_.quickAudioCall(i); });
     auto* video = makeButton("Video", [this, i] { view_.quickVideoCall(i); });
     audio->setAccessibleName(qt("Audio call to " + name));
@@ -193,7 +192,7 @@ QWidget* CallsPage::callCard(const CallRecord& call) {
   auto* card = new Card;
   auto* row = new QHBoxLayout;
   const bool outgoing = call.direction == "outgoing";
-  row->addWidget(makeLabel(qt((outgoing ? "↗ " : "↙ ") + call.displayName()), "heading"), 1);
+  row->addWidget(makeParagraph(qt((outgoing ? "↗ " : "↙ ") + call.displayName()), "heading"), 1);
   row->addWidget(makeLabel(qt(call.callStatusBadge()), "badge"));
   card->column()->addLayout(row);
   const std::string duration = call.formattedDuration();
@@ -209,12 +208,12 @@ QWidget* CallsPage::callCard(const CallRecord& call) {
       moods += std::string(moods.empty() ? "" : "   ") + who + ": " +
                emojiForEmotion(emotion.value_or("")) + " " + *mood;
   }
-  if (!moods.empty()) card->column()->addWidget(makeLabel(qt(moods), "caption"));
+  if (!moods.empty()) card->column()->addWidget(makeParagraph(qt(moods), "caption"));
   if (open && call.transcript) card->column()->addWidget(makeParagraph(qt(*call.transcript)));
   auto* back = makeButton(
       "Call back", [this, id = call.id] { view_.callBackClicked(id); }, "quiet");
   back->setAccessibleName(qt("Call back " + call.displayName()));
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(back);
   if (call.transcript) {
     buttons->addWidget(makeButton(
@@ -228,7 +227,7 @@ QWidget* CallsPage::callCard(const CallRecord& call) {
 
 void CallsPage::showHistory() {
   const auto groups = view_.historyGroups();
-  std::vector<std::string> wanted;
+  std::vector<std::string> wanted{std::to_string(mostCalls_)};
   for (const CallGroup& group : groups) {
     wanted.push_back(group.title);
     for (const CallRecord& call : group.calls)
@@ -240,10 +239,19 @@ void CallsPage::showHistory() {
   clearLayout(history_);
   if (groups.empty())
     history_->addWidget(makeEmptyState({CallsView::emptyTitle, CallsView::emptyText}));
+  size_t left = mostCalls_;
   for (const CallGroup& group : groups) {
+    if (left == 0) break;
     history_->addWidget(makeLabel(qt(group.title), "section"));
-    for (const CallRecord& call : group.calls) history_->addWidget(callCard(call));
+    for (size_t i = 0; i < group.calls.size() && left > 0; ++i, --left)
+      history_->addWidget(callCard(group.calls[i]));
   }
+  if (view_.callHistory().size() <= mostCalls_) return;
+  const auto showMore = [this] {
+    mostCalls_ += callsAtOnce;
+    showHistory();
+  };
+  history_->addWidget(makeButton("Show more", showMore), 0, Qt::AlignHCenter);
 }
 
 }  // namespace kestrin

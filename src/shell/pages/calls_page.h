@@ -18,11 +18,15 @@ class CallsPage final : public Page {
   explicit CallsPage(Calls& calls);
   ~CallsPage() override;
   void refresh() override;
+  void reload() override { view_.refresh(); }
 
  protected:
   void showEvent(QShowEvent* event) override;
 
  private:
+  /// So many come at a time: cards are costly to lay out.
+  static constexpr size_t callsAtOnce = 15;
+
   QWidget* makeRecipient();
   QWidget* makeBanner();
   QWidget* makeInCall();
@@ -40,6 +44,7 @@ class CallsPage final : public Page {
   QWidget *banner_ = nullptr, *inCall_ = nullptr, *contacts_ = nullptr;
   QVBoxLayout *contactRows_ = nullptr, *people_ = nullptr, *history_ = nullptr;
   std::vector<std::string> shownContacts_{"?"}, shownPeople_{"?"}, shownHistory_{"?"};
+  size_t mostCalls_ = callsAtOnce;
   int shakes_ = 0;
 };
 

@@ -33,21 +33,21 @@ HistoryPage::HistoryPage(MainWindowController& window, std::function<void()> fet
   whole->addWidget(page);
   page->column()->addWidget(makeLabel("History", "title"));
 
-  auto* figures = new QHBoxLayout;
+  auto* figures = new FlowLayout;
   for (size_t i = 0; i < figures_.size(); ++i) {
     auto* card = new Card;
     figures_[i] = makeLabel("0", "figure");
     card->column()->setSpacing(0);
     card->column()->addWidget(figures_[i]);
     card->column()->addWidget(makeLabel(figureNames[i], "caption"));
-    figures->addWidget(card);
+    figures->addWidget(card, 1);
   }
   page->column()->addLayout(figures);
 
   auto* usage = new Card;
   usage->column()->addWidget(makeLabel("USAGE", "section"));
   usage->column()->addWidget(noUsage_);
-  auto* charts = new QHBoxLayout;
+  auto* charts = new FlowLayout;
   charts->setSpacing(28);
   charts->addWidget(modes_, 1, Qt::AlignTop);
   charts->addWidget(applications_, 1, Qt::AlignTop);
@@ -57,6 +57,7 @@ HistoryPage::HistoryPage(MainWindowController& window, std::function<void()> fet
   search_->setPlaceholderText("Search history");
   search_->setAccessibleName("Search history");
   search_->setClearButtonEnabled(true);
+  search_->setText(qt(window_.history().historySearchQuery()));
   connect(search_, &QLineEdit::textChanged, this,
           [this](const QString& query) { window_.history().setSearchQuery(query.toStdString()); });
   page->column()->addWidget(search_);
@@ -66,6 +67,12 @@ HistoryPage::HistoryPage(MainWindowController& window, std::function<void()> fet
 
 void HistoryPage::showEvent(QShowEvent* event) {
   Page::showEvent(event);
+  fetchUsage_();
+}
+
+void HistoryPage::reload() {
+  window_.fetchHistoryFromServer();
+  window_.history().fetchStats();
   fetchUsage_();
 }
 
@@ -113,7 +120,7 @@ void HistoryPage::showEntries() {
 
 QWidget* HistoryPage::entryCard(const HistoryEntry& entry, bool expanded) {
   auto* card = new Card;
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel(qt(entry.mode), "badge"));
   if (!entry.appContext.empty()) head->addWidget(makeLabel(qt(entry.appContext), "caption"));
   head->addStretch(1);

@@ -19,6 +19,7 @@ class HistoryPage final : public Page {
   /// `fetchUsage` asks for the counts of modes and applications anew.
   HistoryPage(MainWindowController& window, std::function<void()> fetchUsage);
   void refresh() override;
+  void reload() override;
 
  protected:
   void showEvent(QShowEvent* event) override;

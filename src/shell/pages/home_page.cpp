@@ -1,28 +1,21 @@
 #include "shell/pages/home_page.h"
 
 #include "platform/text/text.h"
+#include "shell/pages/active_call_card.h"
 
 namespace kestrin {
-namespace {
 
-/// One that moves by itself.
-QProgressBar* makeBusyBar(const char* name) {
-  auto* bar = new QProgressBar;
-  bar->setAccessibleName(name);
-  bar->setRange(0, 0);
-  bar->setTextVisible(false);
-  return bar;
-}
-
-}  // namespace
-
-HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openURL)
-    : view_(view), openURL_(std::move(openURL)) {
+HomePage::HomePage(HomeView& view, GmailPanel& gmail, Calls& calls,
+                   std::function<void(const std::string&)> openURL,
+                   std::function<void()> connectAccount)
+    : view_(view),
+      openURL_(std::move(openURL)),
+      mail_(new MailCard(gmail, std::move(connectAccount))) {
   auto* whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
   auto* page = new Column;
   whole->addWidget(page);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   auto* titles = new QVBoxLayout;
   titles->setSpacing(2);
   greeting_ = makeLabel("", "title");
@@ -33,6 +26,7 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
   weather_ = makeLabel("", "heading");
   head->addWidget(weather_, 0, Qt::AlignTop);
   page->column()->addLayout(head);
+  page->column()->addWidget(new ActiveCallCard(calls));
   page->column()->addWidget(makeBanner());
   page->column()->addWidget(makeBriefing());
   page->column()->addLayout(makeChips());
@@ -40,6 +34,7 @@ HomePage::HomePage(HomeView& view, std::function<void(const std::string&)> openU
   makePanel();
   page->column()->addWidget(panel_);
   page->column()->addWidget(makeSchedule());
+  page->column()->addWidget(mail_);
   view_.onChange = [this] {
     if (isVisible()) refresh();
   };
@@ -50,7 +45,7 @@ HomePage::~HomePage() { view_.onChange = nullptr; }
 QWidget* HomePage::makeBanner() {
   bannerCard_ = new Card;
   bannerCard_->column()->addWidget(makeLabel(HomeView::bannerTitle, "section"));
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   banner_ = makeParagraph("");
   row->addWidget(banner_, 1);
   row->addWidget(makeButton("Speak", [this] { view_.speakBanner(); }));
@@ -75,8 +70,7 @@ QWidget* HomePage::makeBriefing() {
 }
 
 QLayout* HomePage::makeChips() {
-  auto* row = new QHBoxLayout;
-  row->setSpacing(8);
+  auto* row = new FlowLayout;
   for (const HomeView::Chip& chip : HomeView::quickActionChips()) {
     row->addWidget(makeButton(
         chip.title, [this, query = std::string(chip.query)] { view_.handleQuickAction(query); }));
@@ -128,6 +122,7 @@ void HomePage::refresh() {
   preparing_->setVisible(caches.isLatestBriefingLoading());
   showSchedule();
   showPanel();
+  mail_->refresh();
 }
 
 void HomePage::showSchedule() {

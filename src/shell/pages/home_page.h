@@ -6,20 +6,25 @@
 #include <functional>
 #include <string>
 
+#include "calls/calls.h"
 #include "home/home_view.h"
 #include "shell/design/controls.h"
 #include "shell/design/reading.h"
+#include "shell/pages/mail_card.h"
 #include "shell/pages/page.h"
 
 namespace kestrin {
 
 /// Draws HomeView: greeting and weather, the briefing, the chips, today's appointments and the
-/// panel.
+/// panel; and the mail.
 class HomePage final : public Page {
  public:
-  HomePage(HomeView& view, std::function<void(const std::string&)> openURL);
+  /// `connectAccount`: where mail is linked.
+  HomePage(HomeView& view, GmailPanel& gmail, Calls& calls,
+           std::function<void(const std::string&)> openURL, std::function<void()> connectAccount);
   ~HomePage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  private:
   QWidget* makeBanner();
@@ -32,6 +37,7 @@ class HomePage final : public Page {
 
   HomeView& view_;
   const std::function<void(const std::string&)> openURL_;
+  MailCard* const mail_;
   QLabel* greeting_ = nullptr;
   QLabel* date_ = nullptr;
   QLabel* banner_ = nullptr;

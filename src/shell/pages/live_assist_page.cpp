@@ -4,19 +4,23 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTimer>
+#include <algorithm>
 
 #include "shell/pages/live_assist_windows.h"
+#include "shell/pages/mood_rings.h"
 
 namespace kestrin {
 namespace {
 
-constexpr int panelWidth = 300;
+constexpr int panelWidth = 300, narrowPanelWidth = 230;
+constexpr size_t linesRemade = 200;
 constexpr LALiveAssistUseCase useCases[] = {LALiveAssistUseCase::salesCall,
                                             LALiveAssistUseCase::meeting};
 
 }  // namespace
 
-LiveAssistPage::LiveAssistPage(LiveAssist& live) : view_(live.view()), transcript_(new Column) {
+LiveAssistPage::LiveAssistPage(LiveAssist& live, BehavioralProfileManager& profiles)
+    : view_(live.view()), transcript_(new Column) {
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(0);
@@ -25,7 +29,8 @@ LiveAssistPage::LiveAssistPage(LiveAssist& live) : view_(live.view()), transcrip
   main->addWidget(makeControls());
   main->addWidget(transcript_, 1);
   row->addLayout(main, 1);
-  row->addWidget(makePanel());
+  panel_ = makePanel(profiles);
+  row->addWidget(panel_);
   const auto redraw = [this] { refresh(); };
   view_.onChange = redraw;
   view_.chat().onChange = redraw;
@@ -42,19 +47,18 @@ QWidget* LiveAssistPage::makeControls() {
   auto* bar = new QWidget;
   auto* column = new QVBoxLayout(bar);
   column->setContentsMargins(28, 20, 28, 4);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel("Live Assist", "title"), 1);
   head->addWidget(makeButton("History", [this] { openHistory(); }));
   head->addWidget(makeButton("Files", [this] { openFiles(); }));
   head->addWidget(makeButton("Prompt", [this] { openPromptEditor(); }));
   head->addWidget(makeButton("New Session", [this] { view_.newSessionClicked(); }));
   column->addLayout(head);
-  auto* controls = new QHBoxLayout;
+  auto* controls = new FlowLayout;
   start_ = makeButton(
       "Start", [this] { view_.startCapture(); }, "primary");
   stop_ = makeButton("Stop", [this] { view_.stopCapture(); });
-  useCase_ = new QComboBox;
-  nameChoices(useCase_, "Kind of conversation");
+  useCase_ = makeChoices("Kind of conversation");
   for (const LALiveAssistUseCase useCase : useCases) useCase_->addItem(qt(displayName(useCase)));
   connect(useCase_, &QComboBox::activated, this,
           [this](int index) { view_.chooseUseCase(useCases[index]); });
@@ -65,17 +69,18 @@ QWidget* LiveAssistPage::makeControls() {
   controls->addWidget(start_);
   controls->addWidget(stop_);
   controls->addWidget(useCase_);
-  controls->addWidget(enabled_);
-  controls->addWidget(makeLabel("Feedback", "caption"));
+  auto* feedback = new QHBoxLayout;
+  feedback->addWidget(enabled_);
+  feedback->addWidget(makeLabel("Feedback", "caption"));
+  controls->addLayout(feedback);
   controls->addStretch(1);
   controls->addWidget(status_);
   column->addLayout(controls);
   return bar;
 }
 
-QWidget* LiveAssistPage::makePanel() {
+QWidget* LiveAssistPage::makePanel(BehavioralProfileManager& profiles) {
   auto* panel = new Column(panelWidth);
-  panel->setFixedWidth(panelWidth);
   header_ = makeLabel("", "heading");
   panel->column()->addWidget(header_);
   name_ = new QLineEdit;
@@ -92,21 +97,28 @@ QWidget* LiveAssistPage::makePanel() {
   connect(name_, &QLineEdit::editingFinished, this, select);
   panel->column()->addWidget(name_);
   panel->column()->addWidget(email_);
-  auto* grid = new QGridLayout;
-  int at = 0;
+  auto* boxes = new FlowLayout;
+  boxes->setSpacing(10);
   for (const auto& source : LiveAssistContextPanel::sources()) {
     auto* box = new QCheckBox(source.title);
     connect(box, &QCheckBox::toggled, this,
             [this, name = source.name](bool on) { view_.panel().setSource(name, on); });
     sources_[source.name] = box;
-    grid->addWidget(box, at / 2, at % 2);
-    ++at;
+    boxes->addWidget(box);
   }
-  panel->column()->addLayout(grid);
+  panel->column()->addLayout(boxes);
+  panel->column()->addWidget(new MoodRings(profiles));
   feedback_ = new QVBoxLayout;
   panel->column()->addLayout(feedback_);
   return panel;
 }
+
+void LiveAssistPage::resizeEvent(QResizeEvent* event) {
+  Page::resizeEvent(event);
+  panel_->setFixedWidth(std::clamp(width() * 2 / 5, narrowPanelWidth, panelWidth));
+}
+
+bool LiveAssistPage::isKept() const { return linesShown_ > linesRemade; }
 
 void LiveAssistPage::refresh() {
   start_->setEnabled(view_.canStart());

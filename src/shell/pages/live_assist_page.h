@@ -15,13 +15,17 @@ namespace kestrin {
 /// and memories.
 class LiveAssistPage final : public Page {
  public:
-  explicit LiveAssistPage(LiveAssist& live);
+  LiveAssistPage(LiveAssist& live, BehavioralProfileManager& profiles);
   ~LiveAssistPage() override;
   void refresh() override;
+  bool isKept() const override;
+
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   QWidget* makeControls();
-  QWidget* makePanel();
+  QWidget* makePanel(BehavioralProfileManager& profiles);
   void showTranscript();
   QWidget* makeLine(const LiveAssistChatView::Line& line);
   void showPanel();
@@ -33,6 +37,7 @@ class LiveAssistPage final : public Page {
   void openPromptEditor();
 
   LiveAssistView& view_;
+  QWidget* panel_;
   QPushButton* start_;
   QPushButton* stop_;
   QComboBox* useCase_;

@@ -44,7 +44,7 @@ void SessionHistoryDialog::refresh() {
     if (!card.summary.empty()) frame->column()->addWidget(makeParagraph(qt(card.summary)));
     frame->column()->addWidget(
         makeLabel(qt(card.date + "  •  " + card.duration + "  •  " + card.counts), "caption"));
-    auto* foot = new QHBoxLayout;
+    auto* foot = new FlowLayout;
     foot->addWidget(makeLabel(qt(card.contact), "caption"), 1);
     if (!card.emailId.empty()) {
       foot->addWidget(
@@ -66,7 +66,7 @@ SessionFilesDialog::SessionFilesDialog(SessionFilesWindow& window, QWidget* pare
   column->addWidget(makeLabel(SessionFilesWindow::hint, "caption"));
   column->addWidget(count_);
   column->addLayout(files_);
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(makeButton("Local…", [this] { chooseLocal(); }));
   buttons->addWidget(makeButton("Drive…", [this] { window_.openDrivePicker(); }));
   buttons->addStretch(1);
@@ -127,11 +127,10 @@ void SessionFilesDialog::chooseLocal() {
 PromptEditorDialog::PromptEditorDialog(LiveAssistPromptEditor& editor, QWidget* parent)
     : QDialog(parent),
       editor_(editor),
-      mode_(new QComboBox),
+      mode_(makeChoices("Kind of conversation")),
       explanation_(makeParagraph("", "caption")),
       prompt_(new QPlainTextEdit) {
   auto* column = columnOf(this, LiveAssistPromptEditor::title);
-  nameChoices(mode_, "Kind of conversation");
   for (const auto mode : {LALiveAssistUseCase::salesCall, LALiveAssistUseCase::meeting}) {
     mode_->addItem(qt(displayName(mode)));
   }
@@ -144,7 +143,7 @@ PromptEditorDialog::PromptEditorDialog(LiveAssistPromptEditor& editor, QWidget* 
   connect(prompt_, &QPlainTextEdit::textChanged, this,
           [this] { editor_.edit(prompt_->toPlainText().toStdString()); });
   column->addWidget(prompt_, 1);
-  auto* buttons = new QHBoxLayout;
+  auto* buttons = new FlowLayout;
   buttons->addWidget(
       makeButton(LiveAssistPromptEditor::resetTitle, [this] { editor_.resetToDefault(); }));
   buttons->addStretch(1);

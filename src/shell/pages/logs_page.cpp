@@ -46,15 +46,14 @@ LogsPage::LogsPage(LogsView& view)
   column->setSpacing(10);
   column->addWidget(makeLabel(LogsView::title, "title"));
 
-  auto* controls = new QHBoxLayout;
+  auto* controls = new FlowLayout;
   auto* filter = new QLineEdit(qt(view_.filter()));
   filter->setPlaceholderText(LogsView::filterPlaceholder);
   filter->setAccessibleName("Filter logs");
   connect(filter, &QLineEdit::textChanged, this,
           [this](const QString& text) { view_.setFilter(text.toStdString()); });
   controls->addWidget(filter, 1);
-  auto* level = new QComboBox;
-  nameChoices(level, "Least level");
+  auto* level = makeChoices("Least level");
   for (const char* title : LogsView::levelTitles) level->addItem(title);
   level->setCurrentIndex(view_.levelFilter());
   connect(level, &QComboBox::activated, this, [this](int index) { view_.setLevelFilter(index); });

@@ -16,7 +16,7 @@ ModesPage::ModesPage(ModesView& view) : view_(view), toast_(makeLabel("", "toast
   whole->setContentsMargins(0, 0, 0, 0);
   auto* page = new Column;
   whole->addWidget(page);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel(ModesView::title, "title"), 1);
   head->addWidget(makeButton(ModesView::resetTitle, [this] { view_.resetAllPrompts(); }));
   page->column()->addLayout(head);
@@ -39,7 +39,7 @@ void ModesPage::addSection(QVBoxLayout* column, const char* title,
 QWidget* ModesPage::makeCard(const ModesView::Card& card) {
   auto* frame = new Card;
   CardWidgets made{};
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   head->addWidget(makeLabel(qt(card.name), "heading"));
   made.badge = makeLabel(ModesView::badgeTitle, "badge");
   head->addWidget(made.badge);
@@ -56,7 +56,7 @@ QWidget* ModesPage::makeCard(const ModesView::Card& card) {
             view_.editPrompt(id, prompt->toPlainText().toStdString());
           });
   frame->column()->addWidget(made.prompt);
-  auto* foot = new QHBoxLayout;
+  auto* foot = new FlowLayout;
   if (card.creativity) {
     frame->column()->addWidget(makeLabel(ModesView::creativityTitle, "section"));
     made.slider = new QSlider(Qt::Horizontal);

@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t previewLength = 180;
 /// So many come at a time: cards are costly to lay out.
-constexpr size_t notesAtOnce = 30;
+constexpr size_t notesAtOnce = 20;
 
 /// What follows the title, on one line.
 QString preview(const VoiceNote& note) {
@@ -47,7 +47,7 @@ NotesPage::~NotesPage() { view_.onChange = nullptr; }
 
 QWidget* NotesPage::makeRecorder() {
   auto* card = new Card;
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   record_ = makeButton(
       "Record a note",
       [this] { view_.isRecording() ? view_.stopNoteRecording() : view_.startNoteRecording(); },
@@ -62,8 +62,7 @@ QWidget* NotesPage::makeRecorder() {
   row->addWidget(state_, 1);
   card->column()->addLayout(row);
   kept_ = new QWidget;
-  auto* kept = new QHBoxLayout(kept_);
-  kept->setContentsMargins(0, 0, 0, 0);
+  auto* kept = new FlowLayout(kept_);
   kept->addWidget(makeParagraph("The last recording is kept: it did not become a note yet."), 1);
   kept->addWidget(makeButton("Try Again", [this] { view_.retry(); }));
   kept->addWidget(makeButton(
@@ -77,7 +76,7 @@ QWidget* NotesPage::makeNote() {
   auto* column = new QVBoxLayout(whole);
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(12);
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   row->addWidget(makeButton(
       "‹ All notes", [this] { view_.closeNote(); }, "quiet"));
   noteTime_ = makeLabel("", "caption");
@@ -156,8 +155,8 @@ void NotesPage::showList() {
 QWidget* NotesPage::noteCard(const VoiceNote& note) {
   auto* card = new Card;
   const QString title = qt(extractMeaningfulTitle(note.content));
-  auto* row = new QHBoxLayout;
-  row->addWidget(makeLabel(title, "heading"), 1);
+  auto* row = new FlowLayout;
+  row->addWidget(makeParagraph(title, "heading"), 1);
   row->addWidget(makeLabel(qt(view_.relativeTime(note)), "caption"));
   auto* open = makeButton(
       "Open", [this, id = note.id] { view_.openNote(id); }, "quiet");

@@ -22,6 +22,7 @@ class NotesPage final : public Page {
   NotesPage(NotesView& view, std::function<void(const std::string&)> openURL);
   ~NotesPage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  private:
   QWidget* makeRecorder();

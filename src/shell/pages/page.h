@@ -11,6 +11,10 @@ class Page : public QWidget {
   /// Shows what the view holds now. Called after any change while the page is on screen, and when
   /// it comes on screen; must be cheap when nothing of this page has changed.
   virtual void refresh() = 0;
+  /// Fetches anew what it shows: a service answers that did not. Nothing where nothing is fetched.
+  virtual void reload() {}
+  /// Whether it would take too long to make it again after the window was closed.
+  virtual bool isKept() const { return false; }
 };
 
 }  // namespace kestrin

@@ -33,7 +33,7 @@ QWidget* PersonalityPage::makeProfile() {
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(12);
   auto* card = new Card;
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   status_ = makeLabel("", "heading");
   row->addWidget(status_, 1);
   start_ = makeButton(
@@ -53,7 +53,7 @@ QWidget* PersonalityPage::makeProfile() {
   voice->column()->addWidget(makeLabel("YOUR VOICE", "section"));
   voice_ = makeLabel("", "caption");
   voice->column()->addWidget(voice_);
-  charts_ = new QHBoxLayout;
+  charts_ = new FlowLayout;
   voice->column()->addLayout(charts_);
   column->addWidget(voice);
   return whole;
@@ -74,7 +74,7 @@ QWidget* PersonalityPage::makeTest() {
   level_->setTextVisible(false);
   card->column()->addWidget(level_);
   card->column()->addWidget(notice_);
-  auto* row = new QHBoxLayout;
+  auto* row = new FlowLayout;
   record_ = makeButton(
       "", [this] { view_.toggleRecording(); }, "primary");
   skip_ = makeButton("Skip", [this] { view_.skip(); });

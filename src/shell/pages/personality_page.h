@@ -17,6 +17,7 @@ class PersonalityPage final : public Page {
   explicit PersonalityPage(PersonalityView& view);
   ~PersonalityPage() override;
   void refresh() override;
+  void reload() override { view_.load(); }
 
  protected:
   void showEvent(QShowEvent* event) override;
@@ -33,7 +34,7 @@ class PersonalityPage final : public Page {
   QLabel *status_ = nullptr, *personality_ = nullptr, *archetype_ = nullptr, *traits_ = nullptr,
          *voice_ = nullptr;
   QPushButton* start_ = nullptr;
-  QHBoxLayout* charts_ = nullptr;
+  FlowLayout* charts_ = nullptr;
   QLabel *progress_ = nullptr, *question_ = nullptr, *hint_ = nullptr, *timer_ = nullptr,
          *notice_ = nullptr;
   QProgressBar* level_ = nullptr;

@@ -4,6 +4,7 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTimer>
+#include <algorithm>
 
 #include "platform/text/text.h"
 #include "shell/design/reading.h"
@@ -11,7 +12,7 @@
 namespace kestrin {
 namespace {
 
-constexpr int sideWidth = 230;
+constexpr int sideWidth = 230, narrowSideWidth = 176;
 constexpr size_t titleLength = 60;
 
 /// Changes when anything of the message that is drawn changes.
@@ -37,14 +38,15 @@ ResearchPage::ResearchPage(ResearchView& view)
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(0);
-  row->addWidget(makeSide());
+  side_ = makeSide();
+  row->addWidget(side_);
   auto* main = new QVBoxLayout;
   main->setSpacing(0);
   main->addWidget(conversation_, 1);
   welcome_ = makeWelcome();
   conversation_->column()->addWidget(welcome_);
 
-  auto* bottom = new QHBoxLayout;
+  auto* bottom = new FlowLayout;
   bottom->setContentsMargins(28, 8, 28, 16);
   input_->setAccessibleName("Question");
   connect(input_, &QLineEdit::textEdited, this,
@@ -68,7 +70,6 @@ ResearchPage::ResearchPage(ResearchView& view)
 
 QWidget* ResearchPage::makeSide() {
   auto* side = new QWidget;
-  side->setFixedWidth(sideWidth);
   auto* column = new QVBoxLayout(side);
   column->setContentsMargins(16, 20, 8, 16);
   column->addWidget(makeButton(
@@ -97,6 +98,11 @@ QWidget* ResearchPage::makeSide() {
   return side;
 }
 
+void ResearchPage::resizeEvent(QResizeEvent* event) {
+  Page::resizeEvent(event);
+  side_->setFixedWidth(std::clamp(width() / 4, narrowSideWidth, sideWidth));
+}
+
 QWidget* ResearchPage::makeWelcome() {
   auto* welcome = new QWidget;
   auto* column = new QVBoxLayout(welcome);
@@ -107,6 +113,7 @@ QWidget* ResearchPage::makeWelcome() {
   for (const auto& [words, role] : lines) {
     auto* label = makeLabel(words, role);
     label->setAlignment(Qt::AlignCenter);
+    label->setWordWrap(true);
     column->addWidget(label);
   }
   auto* grid = new QGridLayout;

@@ -16,6 +16,10 @@ class ResearchPage final : public Page {
  public:
   explicit ResearchPage(ResearchView& view);
   void refresh() override;
+  void reload() override { view_.loadResearchHistory(); }
+
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   struct Drawn {
@@ -32,6 +36,7 @@ class ResearchPage final : public Page {
   void addSources(QVBoxLayout* column, const std::vector<ResearchSource>& sources);
 
   ResearchView& view_;
+  QWidget* side_;
   QListWidget* sessions_;
   Column* conversation_;
   QWidget* welcome_;

@@ -88,7 +88,7 @@ void SettingsPage::build(const std::vector<PreferenceSection>& sections) {
 
 QWidget* SettingsPage::makeRow(const PreferenceRow& row) {
   auto* line = new QWidget;
-  auto* layout = new QHBoxLayout(line);
+  auto* layout = new FlowLayout(line);
   layout->setContentsMargins(0, 2, 0, 2);
   auto* label = makeLabel(qt(row.label));
   label->setWordWrap(true);
@@ -103,7 +103,7 @@ QWidget* SettingsPage::makeRow(const PreferenceRow& row) {
 QWidget* SettingsPage::makeControl(const PreferenceRow& row, Update& update) {
   if (row.action) {
     auto* group = new QWidget;
-    auto* layout = new QHBoxLayout(group);
+    auto* layout = new FlowLayout(group);
     layout->setContentsMargins(0, 0, 0, 0);
     auto* state = makeLabel("", "caption");
     auto* button =
@@ -176,8 +176,7 @@ QWidget* SettingsPage::makeSlider(const PreferenceRow& row, Update& update) {
 }
 
 QWidget* SettingsPage::makeDropdown(const PreferenceRow& row, Update& update) {
-  auto* box = new QComboBox;
-  nameChoices(box, qt(row.label));
+  auto* box = makeChoices(qt(row.label));
   box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   box->setMinimumContentsLength(18);
   connect(box, &QComboBox::textActivated, this,
@@ -199,8 +198,7 @@ QWidget* SettingsPage::makeDropdown(const PreferenceRow& row, Update& update) {
 
 QWidget* SettingsPage::makeSegments(const PreferenceRow& row, Update& update) {
   auto* group = new QWidget;
-  auto* layout = new QHBoxLayout(group);
-  layout->setContentsMargins(0, 0, 0, 0);
+  auto* layout = new FlowLayout(group);
   layout->setSpacing(4);
   auto* buttons = new QButtonGroup(group);
   std::vector<QPushButton*> made;

@@ -41,7 +41,7 @@ TerminalPage::TerminalPage(TerminalView& view)
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(24, 20, 24, 16);
   column->setSpacing(10);
-  auto* head = new QHBoxLayout;
+  auto* head = new FlowLayout;
   auto* titles = new QVBoxLayout;
   titles->setSpacing(2);
   titles->addWidget(makeLabel(TerminalView::header, "title"));

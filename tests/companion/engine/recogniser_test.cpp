@@ -80,6 +80,26 @@ TEST_P(RecogniserTest, HearsNothingWhereNobodySpeaks) {
   EXPECT_EQ(hear({}), "");
 }
 
+// A microphone is never quite silent, and nobody begins at once.
+TEST_P(RecogniserTest, NoiseAndAPauseBeforeTheFirstWordCostNoRecording) {
+  const auto& sentences = synthesisedOnce();
+  if (sentences.empty()) GTEST_SKIP() << "no synthesiser is installed";
+  std::mt19937 random(2);
+  std::normal_distribution<float> noise(0, 1);
+  std::vector<SpeechSample> noisy;
+  for (const SpeechSample& sentence : sentences) {
+    for (const auto& [level, pause] : {std::pair(0.001f, 3), {0.001f, 1}, {0.005f, 2}}) {
+      SpeechSample sample{sentence.name, sentence.words,
+                          std::vector<float>(size_t(pause) * sampleRate / 2)};
+      sample.samples.insert(sample.samples.end(), sentence.samples.begin(), sentence.samples.end());
+      sample.samples.resize(sample.samples.size() + sampleRate / 2);
+      for (float& each : sample.samples) each += level * noise(random);
+      noisy.push_back(std::move(sample));
+    }
+  }
+  EXPECT_LT(errorRate(noisy), GetParam() == ModelSize::base ? 0.08 : 0.15);
+}
+
 TEST_P(RecogniserTest, LosesNothingOfALongRecording) {
   const auto& sentences = synthesisedOnce();
   if (sentences.empty()) GTEST_SKIP() << "no synthesiser is installed";
