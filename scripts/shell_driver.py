@@ -142,7 +142,9 @@ def nodes(node, depth=0):
 
 def click(node):
     box = node.get_extents(Atspi.CoordType.SCREEN)
-    quietly("xdotool", "mousemove", box.x + box.width // 2, box.y + box.height // 2, "click", 1)
+    # The toolkit tells the tree its own pixels, not those of the display.
+    scale = float(os.environ.get("QT_SCALE_FACTOR", 1))
+    quietly("xdotool", "mousemove", int((box.x + box.width / 2) * scale), int((box.y + box.height / 2) * scale), "click", 1)
 
 
 def nameless(window):

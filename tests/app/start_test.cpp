@@ -38,6 +38,20 @@ TEST(Start, TellsEachStepAndOpensWhenAllAnswer) {
   EXPECT_LT(desk.simulation->elapsed(), 100ms) << "the start waits for something of its own";
 }
 
+TEST(Start, WhoeverStartsItSeesItUnlessItWasToStayInTheTray) {
+  for (const bool staysInTray : {false, true}) {
+    Desk desk;
+    Application app(desk.platform, {.staysInTray = staysInTray});
+    int shown = 0;
+    app.onShow = [&] { ++shown; };
+    desk.onMain([&] { app.start(); });
+    EXPECT_TRUE(desk.simulation->runUntil([&] { return app.delegate().isAppReady; }, 30s));
+    EXPECT_EQ(shown, staysInTray ? 0 : 1);
+    desk.onMain([&] { app.stop(); });
+    desk.simulation->runFor(120s);
+  }
+}
+
 TEST(Start, RetriesAfterGrowingPausesAndOpensAllTheSame) {
   for (const char* missing :
        {"127.0.0.1:8001/", "127.0.0.1:8765/health", "127.0.0.1:8082/health"}) {

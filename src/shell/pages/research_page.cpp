@@ -12,7 +12,7 @@
 namespace kestrin {
 namespace {
 
-constexpr int sideWidth = 230, narrowSideWidth = 176;
+constexpr int sideWidth = 230, narrowSideWidth = 196;
 constexpr size_t titleLength = 60;
 
 /// Changes when anything of the message that is drawn changes.
