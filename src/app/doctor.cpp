@@ -63,9 +63,10 @@ Json Finding::toJson() const {
 
 std::vector<Finding> Doctor::examine() {
   const auto& at = options_.endpoints;
-  std::vector<Finding> findings{checkDisplay(),   checkOverlay(),       checkKey(),
-                                checkInput(),     checkAccessibility(), checkSound(),
-                                checkMicrophone()};
+  std::vector<Finding> findings{checkDisplay(),       checkKey(),   checkInput(),
+                                checkAccessibility(), checkSound(), checkMicrophone()};
+  // Without a display there is nothing to be above.
+  if (!options_.display.empty()) findings.insert(findings.begin() + 1, checkOverlay());
   findings.push_back(checkRecogniserAnswers());
   if (findings.back().state == State::ok) findings.push_back(checkRecognition());
   findings.push_back(checkService("Agent", at.agent + "/health", true));
