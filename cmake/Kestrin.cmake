@@ -53,3 +53,19 @@ function(kestrin_tests name)
     add_dependencies(headless_tests ${name})
   endif()
 endfunction()
+
+# Adds the client's side of a Wayland protocol, NAME-client-protocol.h and its tables, to a target.
+function(kestrin_wayland_protocol target file)
+  find_program(WAYLAND_SCANNER wayland-scanner REQUIRED)
+  get_filename_component(name ${file} NAME_WE)
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/wayland)
+  file(MAKE_DIRECTORY ${folder})
+  set(header ${folder}/${name}-client-protocol.h)
+  set(tables ${folder}/${name}-protocol.c)
+  add_custom_command(OUTPUT ${header} ${tables} DEPENDS ${file}
+    COMMAND ${WAYLAND_SCANNER} client-header ${file} ${header}
+    COMMAND ${WAYLAND_SCANNER} private-code ${file} ${tables})
+  target_sources(${target} PRIVATE ${header} ${tables})
+  # Generated: no warnings about it.
+  target_include_directories(${target} SYSTEM PRIVATE ${folder})
+endfunction()

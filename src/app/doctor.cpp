@@ -65,6 +65,8 @@ std::vector<Finding> Doctor::examine() {
   const auto& at = options_.endpoints;
   std::vector<Finding> findings{checkDisplay(),       checkKey(),   checkInput(),
                                 checkAccessibility(), checkSound(), checkMicrophone()};
+  // Without a display there is nothing to be above.
+  if (!options_.display.empty()) findings.insert(findings.begin() + 1, checkOverlay());
   findings.push_back(checkRecogniserAnswers());
   if (findings.back().state == State::ok) findings.push_back(checkRecognition());
   findings.push_back(checkService("Agent", at.agent + "/health", true));
@@ -81,6 +83,9 @@ bool Doctor::allThere(const std::vector<Finding>& findings) {
 
 Finding Doctor::checkDisplay() {
   const auto screen = platform_.workspace.screenSize();
+  if (options_.display == "Wayland" && !screen) {
+    return {State::ok, "Display", "Wayland, without XWayland", ""};
+  }
   if (options_.display.empty() || !screen) {
     return {State::missing, "Display",
             screen ? "no display in this session" : screen.error().description,
@@ -89,6 +94,12 @@ Finding Doctor::checkDisplay() {
   return {State::ok, "Display",
           options_.display + ", " + std::to_string(screen->x) + " × " + std::to_string(screen->y),
           ""};
+}
+
+Finding Doctor::checkOverlay() const {
+  if (options_.overlayLoss.empty()) return {State::ok, "Overlay", "above all windows", ""};
+  return {State::warning, "Overlay", options_.overlayLoss,
+          "a compositor with a layer shell, or an X11 session, shows it above all windows"};
 }
 
 Finding Doctor::checkKey() {

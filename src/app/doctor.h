@@ -43,6 +43,8 @@ class Doctor {
     std::string holdKey;
     /// "X11", "Wayland" or empty.
     std::string display;
+    /// What the overlay lacks in this session; empty: nothing.
+    std::string overlayLoss;
     KeyTrial keyTrial = KeyTrial::tries;
     std::string companionProgram = "kestrin-companion";
   };
@@ -62,6 +64,7 @@ class Doctor {
 
  private:
   Finding checkDisplay();
+  Finding checkOverlay() const;
   Finding checkInput();
   Finding checkSound();
   Finding checkMicrophone();

@@ -1,4 +1,6 @@
 #include <QApplication>
+#include <QDir>
+#include <QLibraryInfo>
 #include <QSocketNotifier>
 #include <algorithm>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include "app/application.h"
 #include "platform/linux/application_id.h"
 #include "platform/linux/control_bus.h"
+#include "platform/linux/layer_surface.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/call_windows.h"
 #include "shell/design/control_style.h"
@@ -27,17 +30,31 @@ namespace {
 
 void printLine(std::string_view line) { std::cerr << line << std::endl; }
 
+bool compositorAnswers() {
+  const auto layers = LayerSurface::offered(std::chrono::seconds(2));
+  return layers || layers.error().code == LayerSurface::noLayers;
+}
+
 /// The toolkit ends the process when it finds no display; the key binding, the session bus and the
 /// services work without one.
 void chooseToolkitPlatform(Platform& platform, Logger& logger) {
   if (std::getenv("QT_QPA_PLATFORM") != nullptr) return;
-  if (!platform.workspace.screenSize()) {
-    logger.print("⚠️ No display: running without overlay and tray");
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-  } else if (displaySession() == DisplaySession::wayland) {
-    // Only there can a window stay above all others at a place of its own.
-    setenv("QT_QPA_PLATFORM", "xcb", 1);
+  const bool wayland = displaySession() == DisplaySession::wayland;
+  if (platform.workspace.screenSize()) {
+    // Only there can a window come to the front when it is called, and stand at a place of its own.
+    if (wayland) setenv("QT_QPA_PLATFORM", "xcb", 1);
+    return;
   }
+  if (wayland && compositorAnswers()) {
+    const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) + "/platforms");
+    if (!platforms.entryList({"libqwayland*"}).isEmpty()) {
+      setenv("QT_QPA_PLATFORM", "wayland", 1);
+      return;
+    }
+    logger.print("⚠️ Wayland: the toolkit's plugin is not installed (qt6-wayland)");
+  }
+  logger.print("⚠️ No display: running without overlay and tray");
+  setenv("QT_QPA_PLATFORM", "offscreen", 1);
 }
 
 /// The hosted calls' library, installed beside the program or lying in the build's folder.
@@ -99,7 +116,7 @@ int runDesktop(int argc, char** argv) {
 
   int code = 0;
   {
-    OverlayWidget overlay(application.overlay());
+    OverlayWidget overlay(application.overlay(), application.core().logger);
     CallBanner callBanner(application.calls().banner());
     InCallPanel inCallPanel(application.calls(), application.core().behavioralProfile);
     std::optional<LiveFeedbackWidget> liveFeedback;

@@ -30,16 +30,19 @@ QFont fontOf(int pixels, bool bold) {
 
 }  // namespace
 
-OverlayWidget::OverlayWidget(OverlayWindow& overlay)
+OverlayWidget::OverlayWidget(OverlayWindow& overlay, Logger& logger)
     : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::WindowDoesNotAcceptFocus),
-      overlay_(overlay) {
+      overlay_(overlay),
+      layer_(
+          logger, [this](QPainter& painter) { draw(painter); },
+          [this](const QPointF& place) { press(place); }) {
   setAttribute(Qt::WA_ShowWithoutActivating);
   setAttribute(Qt::WA_TranslucentBackground);
   setFocusPolicy(Qt::NoFocus);
   setWindowTitle("Kestrin");
   pulseTimer_.setInterval(pulseFrameMs);
-  connect(&pulseTimer_, &QTimer::timeout, this, [this] { update(); });
+  connect(&pulseTimer_, &QTimer::timeout, this, [this] { redraw(); });
   overlay_.onChange = [this] { refresh(); };
 }
 
@@ -48,6 +51,7 @@ OverlayWidget::~OverlayWidget() { overlay_.onChange = nullptr; }
 void OverlayWidget::refresh() {
   if (!overlay_.isVisible()) {
     pulseTimer_.stop();
+    layer_.hide();
     return hide();
   }
   if (overlay_.isPulsing() && !pulseTimer_.isActive()) {
@@ -56,12 +60,25 @@ void OverlayWidget::refresh() {
   } else if (!overlay_.isPulsing()) {
     pulseTimer_.stop();
   }
+  const QSize size(static_cast<int>(overlay_.width()), static_cast<int>(overlay_.height()));
+  if (layer_.show(size, static_cast<int>(OverlayWindow::screenMargin))) return hide();
+  showWindow();
+}
+
+void OverlayWidget::showWindow() {
+  // Such a window would take the focus each time.
+  if (QGuiApplication::platformName().startsWith("wayland")) return;
   const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
   const auto place =
       overlay_.placeOn({static_cast<double>(area.x()), static_cast<double>(area.y()),
                         static_cast<double>(area.width()), static_cast<double>(area.height())});
   setGeometry(rectOf(place).toAlignedRect());
   if (!isVisible()) show();
+  update();
+}
+
+void OverlayWidget::redraw() {
+  layer_.update();
   update();
 }
 
@@ -76,6 +93,10 @@ double OverlayWidget::dotOpacity() const {
 
 void OverlayWidget::paintEvent(QPaintEvent*) {
   QPainter painter(this);
+  draw(painter);
+}
+
+void OverlayWidget::draw(QPainter& painter) const {
   painter.setRenderHint(QPainter::Antialiasing);
   if (overlay_.isRecordingActive()) drawPill(painter);
   const auto& rows = overlay_.rows();
@@ -157,11 +178,13 @@ QRectF OverlayWidget::buttonRect(const OverlayRow& row, const QRectF& rowRect) {
           buttonHeight};
 }
 
-void OverlayWidget::mousePressEvent(QMouseEvent* event) {
+void OverlayWidget::mousePressEvent(QMouseEvent* event) { press(event->position()); }
+
+void OverlayWidget::press(const QPointF& place) {
   const auto& rows = overlay_.rows();
   for (size_t i = 0; i < rows.size(); ++i) {
     const auto row = rows[i];
-    if (!buttonRect(row, rectOf(overlay_.rowRect(i))).contains(event->position())) continue;
+    if (!buttonRect(row, rectOf(overlay_.rowRect(i))).contains(place)) continue;
     if (row.button == OverlayRow::Button::stop) return overlay_.stopStreamingRequest(row.id);
     return overlay_.sendAgain();
   }

@@ -45,6 +45,14 @@ TEST(Doctor, FindsAHealthyMachineHealthyAndNamesTheMendOfEachFault) {
   EXPECT_EQ(find(findings, "Microphone").state, Finding::State::warning);
   EXPECT_TRUE(Doctor::allThere(findings));
 
+  // An overlay that may be covered hinders no dictation either.
+  auto covered = options;
+  covered.overlayLoss = "no layers; it may be covered";
+  findings = examine(desk, covered);
+  EXPECT_EQ(find(findings, "Overlay").state, Finding::State::warning);
+  EXPECT_EQ(find(findings, "Overlay").detail, covered.overlayLoss);
+  EXPECT_TRUE(Doctor::allThere(findings));
+
   desk.audio.setServerRunning(false);
   desk.http.on("GET", "127.0.0.1:8765/health", ScriptedReply::never());
   desk.http.on("POST", "127.0.0.1:8001/transcribe/pcm", ScriptedReply::body("nonsense", 500));
@@ -56,6 +64,7 @@ TEST(Doctor, FindsAHealthyMachineHealthyAndNamesTheMendOfEachFault) {
     EXPECT_FALSE(find(findings, check).mend.empty()) << check;
   }
   EXPECT_FALSE(Doctor::allThere(findings));
+  for (const auto& finding : findings) EXPECT_NE(finding.check, "Overlay") << "above nothing";
 }
 
 }  // namespace
