@@ -62,7 +62,8 @@ void Companion::addServices(const CompanionOptions& options) {
                                 model_, options.modelUrl);
   }
   if (options.agentPort) {
-    agent_ = std::make_unique<agent::LocalAgent>(session_, options.hostedModelUrl, log_);
+    agent_ = std::make_unique<agent::LocalAgent>(session_, dispatch_.clock(),
+                                                 options.hostedModelUrl, log_);
     server::Server& server = addServer(options, "agent", *options.agentPort, mostJsonBytes);
     home_ = std::make_unique<home::HomeService>(
         dispatch_, http_, options.ports.speech ? *options.ports.speech : speech_, options.home);

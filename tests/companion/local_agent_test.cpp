@@ -30,11 +30,9 @@ class LocalAgentTest : public testing::Test {
 
   Answer ask(const Json& request, CancelRef cancel = std::make_shared<CancelToken>(),
              Duration limit = 200s) {
-    LocalAgent agent(http.makeSession({}), hostedUrl,
-                     [&](const std::string& line) { log += line; });
     Answer out;
     const Duration began = engine->elapsed();
-    agent.process(
+    agent->process(
         request,
         [&](const Json& event) {
           if (event.has("chunk") && out.text.empty()) out.first = engine->elapsed() - began;
@@ -62,6 +60,12 @@ class LocalAgentTest : public testing::Test {
   SimulatedHttp http{*engine};
   std::string log;
   std::string hostedUrl = "http://hosted.test";
+  std::unique_ptr<LocalAgent> agent;
+  void restart() {
+    agent = std::make_unique<LocalAgent>(http.makeSession({}), engine->clock(), hostedUrl,
+                                         [this](const std::string& line) { log += line; });
+  }
+  void SetUp() override { restart(); }
 };
 
 TEST_F(LocalAgentTest, StreamsFromTheModelWithTheModesPrompt) {
@@ -117,6 +121,7 @@ TEST_F(LocalAgentTest, AModelThatFailsBeforeItsFirstWordCostsOnlyTheStyle) {
       ScriptedReply::events({{1ms, "data: {\"error\":{\"message\":\"full\"}}\n\n"}})};
   for (const auto& failure : failures) {
     log.clear();
+    restart();
     http.on("POST", "127.0.0.1:9/*", failure);
     const Answer answer = ask(body("Note to self, buy milk."));
     EXPECT_EQ(answer.text, "- Buy milk");
@@ -125,6 +130,28 @@ TEST_F(LocalAgentTest, AModelThatFailsBeforeItsFirstWordCostsOnlyTheStyle) {
     EXPECT_NE(answer.note.find("language model"), std::string::npos) << "the user is told";
     EXPECT_EQ(answer.note.find("no such model"), std::string::npos) << "not in a server's words";
   }
+}
+
+TEST_F(LocalAgentTest, AnOutageIsToldOnceUntilTheModelHasWorkedAgainOrAnHourHasPassed) {
+  const auto told = [&](const char* user = "ada") {
+    const Answer answer = ask(body("Note to self, buy milk.").set("user_id", user));
+    EXPECT_NE(answer.text, "");
+    return answer.actions;
+  };
+  http.on("POST", "127.0.0.1:9/*", ScriptedReply::refused());
+  EXPECT_EQ(told(), 1);
+  EXPECT_EQ(told(), 0);
+  EXPECT_EQ(told("ben"), 1) << "somebody else does not know yet";
+  engine->runFor(LocalAgent::toldAgainAfter - 800s);  // each answer above took 200 s of it
+  EXPECT_EQ(told(), 0) << "the hour is not over";
+  engine->runFor(100s);
+  EXPECT_EQ(told(), 1);
+  EXPECT_EQ(told(), 0);
+  http.on("POST", "127.0.0.1:9/*",
+          ScriptedReply::events({{1ms, event("- Milk") + "data: [DONE]\n\n"}}));
+  EXPECT_EQ(told(), 0);
+  http.on("POST", "127.0.0.1:9/*", ScriptedReply::refused());
+  EXPECT_EQ(told(), 1) << "it had worked in between";
 }
 
 TEST_F(LocalAgentTest, WhatMayPassIsAskedAgainBeforeTheFirstWordAndOnlyThen) {
@@ -170,6 +197,7 @@ TEST_F(LocalAgentTest, WhatMayPassIsAskedAgainBeforeTheFirstWordAndOnlyThen) {
       Json request = body("Note to self, buy milk.");
       request.erase("custom_llm_url");
       hostedUrl = "http://" + place;
+      restart();
       if (hosted) request.set("gemini_api_key", "k");
       if (!hosted) request.set("custom_llm_url", "http://" + place);
       const char* hi = "data: {\"candidates\":[{\"content\":{\"parts\":[{\"text\":\"Hi\"}]}}]}\n\n";

@@ -1,5 +1,6 @@
 #include "companion/agent/local_agent.h"
 
+#include <map>
 #include <utility>
 
 #include "companion/agent/prompts.h"
@@ -73,9 +74,32 @@ std::vector<std::string> pieces(const std::string& text, size_t size) {
   return out;
 }
 
-LocalAgent::LocalAgent(std::shared_ptr<HttpSession> session, std::string hostedBaseUrl,
-                       std::function<void(std::string)> log)
-    : model_(std::move(session)), hostedBaseUrl_(std::move(hostedBaseUrl)), log_(std::move(log)) {}
+/// Whom we told that which model is away. Used on the session's queue alone.
+class LocalAgent::Outages {
+ public:
+  explicit Outages(const Clock& clock) : clock_(clock) {}
+
+  /// Whether the user is to be told of this failure; that counts as done.
+  bool tell(const std::string& key) {
+    const SteadyTime now = clock_.steadyNow();
+    std::erase_if(told_, [&](const auto& each) { return now - each.second >= toldAgainAfter; });
+    // Who names a new model with every request must not fill the memory.
+    constexpr size_t most = 1000;
+    return told_.size() >= most || told_.emplace(key, now).second;
+  }
+  void worked(const std::string& key) { told_.erase(key); }
+
+ private:
+  const Clock& clock_;
+  std::map<std::string, SteadyTime> told_;
+};
+
+LocalAgent::LocalAgent(std::shared_ptr<HttpSession> session, const Clock& clock,
+                       std::string hostedBaseUrl, std::function<void(std::string)> log)
+    : model_(std::move(session)),
+      outages_(std::make_shared<Outages>(clock)),
+      hostedBaseUrl_(std::move(hostedBaseUrl)),
+      log_(std::move(log)) {}
 
 void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done,
                          CancelRef cancel) {
@@ -99,8 +123,10 @@ void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done
     *started = true;
     emit(Json::object({{"chunk", std::move(piece)}}));
   };
-  handlers.onEnd = [emit, done = std::move(done), started, cancel, body, detection,
-                    log = log_](const std::optional<Error>& error) {
+  handlers.onEnd = [emit, done = std::move(done), started, cancel, body, detection, log = log_,
+                    outages = outages_,
+                    key = body.stringAt("user_id", "") + "\n" +
+                          endpoint->baseUrl](const std::optional<Error>& error) {
     const bool cancelled = cancel && cancel->isCancelled();
     if (error && !cancelled) {
       if (log) log("language model: " + error->description);
@@ -109,8 +135,10 @@ void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done
       } else {
         // The user's words matter more than how well they are put.
         emitText(ownWords(detection, body), emit);
-        emit(writtenWithout(*error));
+        if (outages->tell(key)) emit(writtenWithout(*error));
       }
+    } else if (!error) {
+      outages->worked(key);
     }
     done();
   };

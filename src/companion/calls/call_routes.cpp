@@ -112,11 +112,7 @@ void history(CallStore& calls, const Request& request, Date now, const Responder
   const auto found = calls.history(request.rest, mostHistory);
   if (!found) return answerDone(responder, fail(found.error()));
   Json list = Json::array();
-  for (const StoredCall& call : *found) {
-    const auto note = calls.note(call.room, request.rest);
-    if (!note) return answerDone(responder, fail(note.error()));
-    list.push(recordOf(call, *note, request.rest, now));
-  }
+  for (const auto& [call, note] : *found) list.push(recordOf(call, note, request.rest, now));
   responder.json(200, Json::object({{"calls", std::move(list)}}));
 }
 

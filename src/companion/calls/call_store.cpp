@@ -29,6 +29,20 @@ StoredCall callIn(SQLite::Statement& row) {
           row.getColumn(9).getString()};
 }
 
+/// The user's note beside a call of the history; nothing where none was kept.
+std::optional<CallNote> noteIn(SQLite::Statement& row) {
+  constexpr int first = 10;
+  if (row.getColumn(first).isNull()) return {};
+  const auto textAt = [&](int at) { return row.getColumn(first + at).getString(); };
+  return CallNote{textAt(1),
+                  textAt(2),
+                  textAt(3),
+                  textAt(4),
+                  textAt(5),
+                  textAt(6),
+                  row.getColumn(first + 7).getInt64()};
+}
+
 template <class... Values>
 void bindAll(SQLite::Statement& statement, const Values&... values) {
   int at = 0;
@@ -111,14 +125,19 @@ Status CallStore::end(const std::string& room, const std::string& reason, Date n
   });
 }
 
-Result<std::vector<StoredCall>> CallStore::history(const std::string& user, int64_t limit) {
-  return guarded([&]() -> Result<std::vector<StoredCall>> {
-    SQLite::Statement select(*store_.database(), std::string(columns) +
-                                                     "WHERE caller_id = ?1 OR recipient_id = ?1 "
-                                                     "ORDER BY created DESC, rowid DESC LIMIT ?2");
+Result<std::vector<CallOfUser>> CallStore::history(const std::string& user, int64_t limit) {
+  return guarded([&]() -> Result<std::vector<CallOfUser>> {
+    SQLite::Statement select(
+        *store_.database(),
+        "SELECT call.room, caller_id, caller_name, recipient_id, caller_token, recipient_token, "
+        "created, answered, ended, reason, note.room, transcript, summary, user_mood, other_mood, "
+        "user_emotion, other_emotion, duration FROM call "
+        "LEFT JOIN call_note AS note ON note.room = call.room AND note.user_id = ?1 "
+        "WHERE caller_id = ?1 OR recipient_id = ?1 "
+        "ORDER BY created DESC, call.rowid DESC LIMIT ?2");
     bindAll(select, user, limit);
-    std::vector<StoredCall> calls;
-    while (select.executeStep()) calls.push_back(callIn(select));
+    std::vector<CallOfUser> calls;
+    while (select.executeStep()) calls.push_back({callIn(select), noteIn(select)});
     return calls;
   });
 }
@@ -133,20 +152,6 @@ Status CallStore::keepNote(const std::string& room, const std::string& user, con
             note.userEmotion, note.otherEmotion, note.duration);
     insert.exec();
     return {};
-  });
-}
-
-Result<std::optional<CallNote>> CallStore::note(const std::string& room, const std::string& user) {
-  return guarded([&]() -> Result<std::optional<CallNote>> {
-    SQLite::Statement row(*store_.database(),
-                          "SELECT transcript, summary, user_mood, other_mood, user_emotion, "
-                          "other_emotion, duration FROM call_note WHERE room = ? AND user_id = ?");
-    bindAll(row, room, user);
-    if (!row.executeStep()) return std::optional<CallNote>();
-    return std::optional(CallNote{row.getColumn(0).getString(), row.getColumn(1).getString(),
-                                  row.getColumn(2).getString(), row.getColumn(3).getString(),
-                                  row.getColumn(4).getString(), row.getColumn(5).getString(),
-                                  row.getColumn(6).getInt64()});
   });
 }
 

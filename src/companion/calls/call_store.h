@@ -30,6 +30,12 @@ struct CallNote {
   int64_t duration = 0;  ///< seconds
 };
 
+/// A call as one side sees it.
+struct CallOfUser {
+  StoredCall call;
+  std::optional<CallNote> note;
+};
+
 struct Presence {
   std::string deviceId, userName;
   Date lastSeen;
@@ -59,10 +65,9 @@ class CallStore {
   /// Without effect on a call that was answered or ended before.
   Status answer(const std::string& room, Date now);
   Status end(const std::string& room, const std::string& reason, Date now);
-  /// Newest first.
-  Result<std::vector<StoredCall>> history(const std::string& user, int64_t limit);
+  /// Newest first, each with the user's own note.
+  Result<std::vector<CallOfUser>> history(const std::string& user, int64_t limit);
   Status keepNote(const std::string& room, const std::string& user, const CallNote& note);
-  Result<std::optional<CallNote>> note(const std::string& room, const std::string& user);
 
   Status heartbeat(const std::string& device, const std::string& userName, Date now);
   Status offline(const std::string& device);

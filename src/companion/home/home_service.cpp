@@ -1,5 +1,6 @@
 #include "companion/home/home_service.h"
 
+#include "companion/backend/answers.h"
 #include "companion/home/weather.h"
 #include "platform/text/text.h"
 
@@ -70,6 +71,7 @@ void HomeService::triggers(const Request& request, const Responder& responder) {
   const auto body = Json::parse(request.body);
   if (!body || !body->isObject() || body->stringAt("user_id", "").empty())
     return refuse(responder, 400, "The body must be a JSON object with a user_id");
+  if (!backend::admits(body->stringAt("user_id", ""), request, responder)) return;
   const auto evaluate = [queue = queue_, rules = rules_, &clock = dispatch_.clock(), responder,
                          situation = situationIn(*body)](std::optional<Date> last) {
     queue->post([=, &clock] {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "companion/backend/answers.h"
 #include "platform/text/text.h"
 
 namespace kestrin::research {
@@ -109,6 +110,9 @@ std::optional<ResearchQuestion> ResearchService::questionIn(const Request& reque
   }
   question.context = text::suffix(body->stringAt("context", ""), longestContext);
   question.userId = body->stringAt("user_id", "");
+  // It names whose records are searched, and among whose the answer is kept.
+  if (!question.userId.empty() && !backend::admits(question.userId, request, responder))
+    return std::nullopt;
   question.maxSources =
       size_t(std::clamp(body->intAt("max_sources").value_or(5), int64_t(1), mostSources));
   question.searchUrl = text::trim(body->stringAt("search_url", options_.searchUrl));
