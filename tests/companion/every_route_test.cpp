@@ -67,7 +67,7 @@ Names documented() {
   std::string line, port, name;
   while (std::getline(file, line)) {
     RE2::FullMatch(line, heading, &port);
-    std::string_view rest = line;
+    re2::StringPiece rest = line;
     while (RE2::FindAndConsume(&rest, endpoint, &name)) out.emplace(services.at(port), name);
   }
   return out;
