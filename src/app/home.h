@@ -29,6 +29,7 @@ class Home {
   CalendarService& calendar() { return calendar_; }
   CalendarView& calendarView() { return calendarView_; }
   SpeechService& speech() { return speech_; }
+  TriggerService& triggers() { return triggers_; }
   ActivityTracker& activity() { return activity_; }
   GmailPanel& gmail() { return gmail_; }
   GoogleAccountView& googleAccount() { return googleAccount_; }

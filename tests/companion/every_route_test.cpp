@@ -1,9 +1,5 @@
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <re2/re2.h>
-#include <set>
-#include <sstream>
 
 #include "companion/companion.h"
 #include "companion/raw_client.h"
@@ -52,59 +48,6 @@ struct EveryService {
   Companion companion{*dispatch, *http, [](const std::string&) {}};
   std::map<std::string, uint16_t> ports;
 };
-
-/// "GET /history/*" of each service.
-using Names = std::set<std::pair<std::string, std::string>>;
-
-/// What stands between backticks in docs/services.md as a method and a path, by its heading's port.
-Names documented() {
-  const std::map<std::string, std::string> services{
-      {"8001", "asr"}, {"8082", "llm"}, {"8765", "agent"}, {"8780", "backend"}};
-  static const RE2 heading("## .*\\((\\d+)\\).*");
-  static const RE2 endpoint("`((?:GET|POST|PUT|DELETE) /[^` ?]*)[^`]*`");
-  std::ifstream file(KESTRIN_SOURCE_DIR "/docs/services.md");
-  Names out;
-  std::string line, port, name;
-  while (std::getline(file, line)) {
-    RE2::FullMatch(line, heading, &port);
-    re2::StringPiece rest = line;
-    while (RE2::FindAndConsume(&rest, endpoint, &name)) out.emplace(services.at(port), name);
-  }
-  return out;
-}
-
-/// "GET /a/<id>/b" is served by "GET /a/*".
-bool serves(const std::string& route, const std::string& name) {
-  return route.ends_with('*') ? name.starts_with(route.substr(0, route.size() - 1)) : route == name;
-}
-
-TEST(EveryRoute, IsDescribedAndNothingElseIs) {
-  EveryService world;
-  Names routes;
-  for (const auto& service : world.companion.services()) {
-    for (const auto& route : service.server->routes())
-      routes.emplace(service.name, route.method + " " + route.path);
-  }
-  ASSERT_GT(routes.size(), 50u);
-  const Names names = documented();
-  const auto has = [](const Names& all, auto&& fits) {
-    return std::any_of(all.begin(), all.end(), fits);
-  };
-  for (const auto& route : routes) {
-    EXPECT_TRUE(has(names,
-                    [&](const auto& name) {
-                      return name.first == route.first && serves(route.second, name.second);
-                    }))
-        << "docs/services.md lacks " << route.first << " " << route.second;
-  }
-  for (const auto& name : names) {
-    EXPECT_TRUE(has(routes,
-                    [&](const auto& route) {
-                      return name.first == route.first && serves(route.second, name.second);
-                    }))
-        << "docs/services.md describes what is not there: " << name.first << " " << name.second;
-  }
-}
 
 constexpr const char *ada = "device_1000000000000001", *ben = "device_2000000000000002",
                      *cleo = "device_3000000000000003";

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
@@ -45,7 +46,7 @@ class RunningBackend {
   ChildProcessRef child_;
 };
 
-TEST(Killed, AtAnyMomentNoAcknowledgedRecordIsLost) {
+TEST(CompanionProgram, LosesNothingAcknowledgedToAKillAtAnyMoment) {
   const auto dispatch = ThreadsDispatch::make();
   const auto processes = makePosixProcesses();
   ScratchFolder folder;
@@ -90,6 +91,45 @@ TEST(Killed, AtAnyMomentNoAcknowledgedRecordIsLost) {
     EXPECT_TRUE(kept.insert(entry->stringAt("transcript", "")).second) << "kept twice";
   ASSERT_GE(acknowledged.size(), 7u * rounds);
   for (const std::string& word : acknowledged) EXPECT_TRUE(kept.contains(word)) << word;
+}
+
+TEST(CompanionProgram, ItsDataCanBeTakenAlongAndRemoved) {
+  const auto dispatch = ThreadsDispatch::make();
+  const auto processes = makePosixProcesses();
+  ScratchFolder folder;
+  const std::string store = folder.file("store.sqlite"), copy = folder.file("copy.kestrin");
+  const auto maintain = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--store", store});
+    return processes
+        ->run({.program = KESTRIN_BINARY_DIR "/bin/kestrin-companion", .arguments = arguments},
+              std::chrono::seconds(60))
+        .value_or(ProcessOutput{.exitCode = -1})
+        .exitCode;
+  };
+  const auto log = [](uint16_t port, const char* word) {
+    const Json body =
+        Json::object({{"user_id", "u"}, {"transcript", word}, {"processed_text", word}});
+    EXPECT_TRUE(kestrin::testing::ask(port, "POST", "/log-transcription", body.dump())
+                    .starts_with("HTTP/1.1 200"));
+  };
+  const auto history = [&](const RunningBackend& backend) {
+    return kestrin::testing::ask(backend.port, "GET", "/history/u");
+  };
+  {
+    RunningBackend backend(*dispatch, *processes, store);
+    log(backend.port, "early");
+    EXPECT_EQ(maintain({"--export", copy}), 0) << "while it works";
+    log(backend.port, "late");
+    EXPECT_EQ(maintain({"--erase"}), 1) << "it is in use";
+    EXPECT_NE(history(backend).find("late"), std::string::npos);
+  }
+  EXPECT_EQ(maintain({"--erase"}), 0);
+  EXPECT_FALSE(std::filesystem::exists(store));
+  EXPECT_EQ(maintain({"--import", copy}), 0);
+  RunningBackend backend(*dispatch, *processes, store);
+  const std::string kept = history(backend);
+  EXPECT_NE(kept.find("early"), std::string::npos) << kept;
+  EXPECT_EQ(kept.find("late"), std::string::npos) << kept;
 }
 
 }  // namespace
