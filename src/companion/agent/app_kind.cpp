@@ -69,6 +69,7 @@ AppContext AppContext::fromBody(const Json& body) {
   out.windowTitle = parsed->stringAt("window_title", "");
   out.browserUrl = parsed->stringAt("browser_url", "");
   out.surroundingText = parsed->stringAt("surrounding_text", "");
+  out.selectedText = parsed->stringAt("selected_text", "");
   out.activeFileName = parsed->stringAt("active_file_name", "");
   out.kind = appKind(out.appName, out.browserUrl);
   return out;

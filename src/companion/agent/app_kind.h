@@ -15,6 +15,7 @@ struct AppContext {
   std::string windowTitle;
   std::string browserUrl;
   std::string surroundingText;
+  std::string selectedText;
   std::string activeFileName;
   AppKind kind = AppKind::other;
 
