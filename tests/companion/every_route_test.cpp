@@ -1,6 +1,12 @@
+#include <atomic>
 #include <gtest/gtest.h>
 #include <map>
 
+#include "companion/backend/database.h"
+#include "companion/backend/live_session_routes.h"
+#include "companion/backend/note_routes.h"
+#include "companion/backend/research_routes.h"
+#include "companion/calls/call_routes.h"
 #include "companion/companion.h"
 #include "companion/raw_client.h"
 #include "platform/dispatch/threads.h"
@@ -180,6 +186,65 @@ TEST(EveryRoute, GivesAndChangesNothingOfAnotherDevice) {
   EXPECT_GT(asked, 200u);
   EXPECT_GT(given, 40u) << "not everything was refused for another reason";
   EXPECT_EQ(records.hers(), before);
+}
+
+TEST(EveryRoute, SaysThatTheDiskIsFullAndKeepsWhatThereWas) {
+  ScratchFolder folder;
+  const auto dispatch = ThreadsDispatch::make();
+  LinuxRandom random;
+  auto store = backend::Store::open(folder.file("store.sqlite"));
+  ASSERT_TRUE(store);
+  backend::BackendService service(*dispatch, std::move(*store), "1");
+  server::Server server(*dispatch, {});
+  service.addRoutes(server);
+  backend::addLiveSessionRoutes(server, service, dispatch->clock(), random);
+  backend::addCallRoutes(server, service, dispatch->clock(), random);
+  backend::addNoteRoutes(server, service, dispatch->clock(), random);
+  backend::addResearchRoutes(server, service, dispatch->clock());
+  ASSERT_TRUE(server.start());
+  const auto post = [&](const std::string& path, const Json& body) {
+    return kestrin::testing::ask(server.port(), "POST", path, body.dump());
+  };
+  const auto valueIn = [](const std::string& answer, const char* key) {
+    return Json::parse(answer.substr(answer.find("\r\n\r\n") + 4))->stringAt(key, "");
+  };
+  const std::string session =
+      valueIn(post("/live-assist/session/start", Json::object({{"device_id", ada}})), "sessionId");
+  const std::string room = valueIn(
+      post("/calls/initiate", Json::object({{"callerId", ada}, {"recipientId", ben}})), "roomName");
+  ASSERT_TRUE(!session.empty() && !room.empty());
+  std::atomic<bool> full = false;
+  service.withStore([&](backend::Store& records) {
+    records.database()->exec("PRAGMA max_page_count = 1");  // of no more than there is
+    full = true;
+  });
+  ASSERT_TRUE(eventually([&] { return full.load(); }));
+
+  const std::string big(50'000, 'x');
+  const std::vector<std::pair<const char*, Json>> writes{
+      {"/log-transcription", Json::object({{"user_id", ada}, {"transcript", big}})},
+      {"/notes/save", Json::object({{"user_id", ada}, {"content", big}})},
+      {"/research/save", Json::object({{"id", "r"},
+                                       {"userId", ada},
+                                       {"query", "q"},
+                                       {"summary", big},
+                                       {"sources", Json::array()}})},
+      {"/live-assist/transcript",
+       Json::object(
+           {{"sessionId", session}, {"userId", ada}, {"channel", "system"}, {"text", big}})},
+      {"/live-assist/session/update",
+       Json::object({{"sessionId", session},
+                     {"feedbackSnapshot", Json::object({{"feedbackSummary", big}})}})},
+      {"/calls/transcript",
+       Json::object({{"userId", ada}, {"roomName", room}, {"transcript", big}})}};
+  for (const auto& [path, body] : writes) {
+    const std::string answer = post(path, body);
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 507")) << path << ": " << answer;
+    EXPECT_NE(answer.find("no room left"), std::string::npos) << path;
+  }
+  const std::string history =
+      kestrin::testing::ask(server.port(), "GET", std::string("/calls/history/") + ada);
+  EXPECT_NE(history.find(room), std::string::npos) << "what was kept before: " << history;
 }
 
 }  // namespace

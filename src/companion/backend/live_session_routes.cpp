@@ -52,7 +52,7 @@ bool admitsSession(LiveSessions& sessions, const std::string& id, const Request&
                    const std::string& claimed, const Responder& responder) {
   const auto device = sessions.deviceOf(id);
   if (!device) {
-    answerFailed(responder, 500, device.error().description);
+    answerDone(responder, fail(device.error()));
     return false;
   }
   const std::string header = request.header("x-device-id");
@@ -88,7 +88,7 @@ void addLine(Store& store, const Request& request, Date now, const Responder& re
     return answerFailed(responder, 413, "The line is too long");
   }
   const auto added = sessions.addLine(body->stringAt("sessionId", ""), line);
-  if (!added) return answerFailed(responder, 500, added.error().description);
+  if (!added) return answerDone(responder, fail(added.error()));
   if (!*added) return answerFailed(responder, 413, "The session has too many lines");
   answerDone(responder, {});
 }
@@ -155,13 +155,13 @@ void answerSession(Store& store, const Request& request, const Responder& respon
   if (!admitsSession(sessions, id, request, "", responder)) return;
   if (what.empty()) {
     const auto session = sessions.find(id);
-    if (!session) return answerFailed(responder, 500, session.error().description);
+    if (!session) return answerDone(responder, fail(session.error()));
     if (!*session) return answerFailed(responder, 404, noSession);
     return responder.json(200,
                           Json::object({{"success", true}, {"session", sessionJson(**session)}}));
   }
   const auto lines = sessions.lines(id);
-  if (!lines) return answerFailed(responder, 500, lines.error().description);
+  if (!lines) return answerDone(responder, fail(lines.error()));
   Json list = Json::array();
   for (const LiveLine& line : *lines) list.push(lineJson(line));
   responder.json(200, Json::object({{"success", true}, {"transcripts", list}}));
@@ -170,7 +170,7 @@ void answerSession(Store& store, const Request& request, const Responder& respon
 void answerSessions(Store& store, const Request& request, const Responder& responder) {
   if (!admits(request.rest, request, responder)) return;
   const auto found = LiveSessions(store).ofDevice(request.rest, mostSessions);
-  if (!found) return answerFailed(responder, 500, found.error().description);
+  if (!found) return answerDone(responder, fail(found.error()));
   Json list = Json::array();
   for (const LiveSession& session : *found) list.push(sessionJson(session));
   responder.json(200, Json::object({{"success", true}, {"sessions", list}}));

@@ -93,7 +93,7 @@ void liveContext(Store& store, const Request& request, assist::ModelFeedback& mo
   const auto isOn = [&](const char* name) { return filters && filters->boolAt(name) == true; };
   if (isOn("memories") || isOn("history")) {
     auto known = memoryOf(store, device, body->stringAt("contact_email", ""));
-    if (!known) return answerFailed(responder, 500, known.error().description);
+    if (!known) return answerDone(responder, fail(known.error()));
     memory = std::move(*known);
   }
   Json answer = contextAnswer(*body, sentences, findings, memory);
@@ -112,7 +112,7 @@ void contactContext(Store& store, const Request& request, const Responder& respo
   const std::string email = request.queryValue("email"), name = request.queryValue("name");
   if (!admits(device, request, responder)) return;
   const auto memory = memoryOf(store, device, email);
-  if (!memory) return answerFailed(responder, 500, memory.error().description);
+  if (!memory) return answerDone(responder, fail(memory.error()));
   Json answer =
       Json::object({{"success", true},
                     {"contact", Json::object({{"email", email}, {"name", name}})},
