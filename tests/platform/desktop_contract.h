@@ -187,6 +187,8 @@ inline void windowsComeToTheFront(DesktopWorld& world) {
 inline void pasteChordPastesAndGivesHeldKeysBack(DesktopWorld& world) {
   world.openPrograms();
   ASSERT_TRUE(world.workspace().activateApplication(world.editorPid()));
+  // The window manager takes its time; until then the other program would get the keys.
+  ASSERT_TRUE(world.becomesActive(world.windowOf(world.editorPid())));
   const auto paste = [&](const std::string& text) {
     ASSERT_TRUE(world.pasteboard().setString(text));
     ASSERT_TRUE(world.input().chord({"control"}, "v"));
