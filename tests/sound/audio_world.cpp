@@ -80,10 +80,12 @@ class RealAudioWorld final : public AudioWorld {
   void suspendMicrophone() override { control("pactl suspend-source mic 1"); }
   void stopServer() override { kill(restarted_ > 0 ? restarted_ : serverPid_, SIGKILL); }
   void startServer() override {
-    restarted_ = spawn("rm -f " + folder_ + "/socket; cd " + folder_ +
-                       "; PULSE_RUNTIME_PATH=. PULSE_STATE_PATH=. PULSE_COOKIE=./cookie exec "
-                       "pulseaudio -n -F private.pa --daemonize=no --use-pid-file=no "
-                       "--exit-idle-time=-1 --high-priority=no --realtime=no 2>log2");
+    // It goes to "/" and gives its own folder a private mode: the folder must be named whole.
+    restarted_ =
+        spawn("rm -f " + folder_ + "/socket; cd " + folder_ +
+              "; PULSE_RUNTIME_PATH=$PWD PULSE_STATE_PATH=$PWD PULSE_COOKIE=$PWD/cookie exec "
+              "pulseaudio -n -F private.pa --daemonize=no --use-pid-file=no "
+              "--exit-idle-time=-1 --high-priority=no --realtime=no 2>log2");
     EXPECT_TRUE(waitUntil([&] { return audio_->inputFormat("mic").sampleRate > 0; }));
   }
   bool waitUntil(const std::function<bool()>& done) override {
