@@ -16,6 +16,7 @@
 #include "platform/linux/layer_surface.h"
 #include "platform/linux/linux_platform.h"
 #include "shell/call_windows.h"
+#include "shell/design/accessible_scroll.h"
 #include "shell/design/control_style.h"
 #include "shell/live_feedback_widget.h"
 #include "shell/loop_watch.h"
@@ -103,6 +104,7 @@ int runDesktop(int argc, char** argv) {
   chooseToolkitPlatform(platform, application.core().logger);
   QApplication toolkit(argc, argv);
   QApplication::setStyle(new ControlStyle);
+  installAccessibleScrollAreas();
   QApplication::setApplicationName("Kestrin");
   QApplication::setDesktopFileName(desktopApplicationId);
   QApplication::setQuitOnLastWindowClosed(false);
