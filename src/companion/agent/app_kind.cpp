@@ -71,6 +71,8 @@ AppContext AppContext::fromBody(const Json& body) {
   out.surroundingText = parsed->stringAt("surrounding_text", "");
   out.selectedText = parsed->stringAt("selected_text", "");
   out.activeFileName = parsed->stringAt("active_file_name", "");
+  out.documentContent = parsed->stringAt("document_content", "");
+  out.pageContent = parsed->stringAt("browser_page_content", "");
   out.kind = appKind(out.appName, out.browserUrl);
   return out;
 }

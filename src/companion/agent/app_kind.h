@@ -17,6 +17,8 @@ struct AppContext {
   std::string surroundingText;
   std::string selectedText;
   std::string activeFileName;
+  std::string documentContent;
+  std::string pageContent;
   AppKind kind = AppKind::other;
 
   /// Anything missing or of another type stays empty.

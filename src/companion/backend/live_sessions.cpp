@@ -150,20 +150,24 @@ Result<std::vector<LiveSession>> LiveSessions::ofDevice(const std::string& devic
   });
 }
 
-/// Made when somebody looks, and kept until more lines have come.
+/// Made when somebody looks, and kept until more lines have come; where it cannot be kept, as on a
+/// full disk, it is made again next time.
 Status LiveSessions::describe(LiveSession& session) {
   const auto said = transcript(session.id);
   if (!said) return fail(said.error());
   const auto sentences = assist::sentencesOf(assist::turnsOf(*said));
   session.title = assist::titleOf(sentences);
   session.summary = text::join(assist::summary(sentences, 2), " ");
-  SQLite::Statement update(
-      *database_, "UPDATE live_session SET title = ?, summary = ?, described = ? WHERE id = ?");
-  update.bind(1, session.title);
-  update.bind(2, session.summary);
-  update.bind(3, session.microphoneCount + session.systemAudioCount);
-  update.bind(4, session.id);
-  update.exec();
+  (void)guarded([&]() -> Status {
+    SQLite::Statement update(
+        *database_, "UPDATE live_session SET title = ?, summary = ?, described = ? WHERE id = ?");
+    update.bind(1, session.title);
+    update.bind(2, session.summary);
+    update.bind(3, session.microphoneCount + session.systemAudioCount);
+    update.bind(4, session.id);
+    update.exec();
+    return {};
+  });
   return {};
 }
 
