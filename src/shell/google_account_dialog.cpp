@@ -1,6 +1,7 @@
 #include "shell/google_account_dialog.h"
 
 #include <QSignalBlocker>
+#include <algorithm>
 
 namespace kestrin {
 
@@ -75,6 +76,9 @@ void GoogleAccountDialog::refresh() {
   apply_->setEnabled(!busy && account_.hasNewScopes());
   unlink_->setVisible(linked);
   unlink_->setEnabled(!busy);
+  // A reason of several lines needs more room than there was.
+  layout()->activate();
+  resize(width(), std::max(height(), layout()->totalHeightForWidth(width())));
 }
 
 void GoogleAccountDialog::askToUnlink() {
