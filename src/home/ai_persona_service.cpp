@@ -114,7 +114,7 @@ std::string AIPersonaService::greeting(const std::string& userName, int hour) {
 }
 
 std::string AIPersonaService::greetingNow(const std::string& userName) {
-  return greeting(userName, std::stoi(dates::format(clock_.wallNow(), "H")));
+  return greeting(userName, dates::field(clock_.wallNow(), "H"));
 }
 
 std::string AIPersonaService::generateDailyBriefing(

@@ -9,9 +9,7 @@ constexpr int minutesOfDay = 24 * 60;
 constexpr int latestFirstHour = 8;
 
 /// By the clock on the wall, so that a day of 23 or 25 hours keeps its lines.
-int minuteOf(Date date) {
-  return std::stoi(dates::format(date, "H")) * 60 + std::stoi(dates::format(date, "m"));
-}
+int minuteOf(Date date) { return dates::field(date, "H") * 60 + dates::field(date, "m"); }
 
 bool overlaps(const CalendarEvent& event, const DayRange& day) {
   return event.startDate < day.to && (event.endDate > day.from || event.startDate >= day.from);
@@ -69,7 +67,7 @@ std::vector<DayRange> CalendarView::ranges() const {
   const Date noon = dayOf(anchor_).from + std::chrono::hours(12);
   if (!isWeek_) return {dayOf(noon)};
   // "e" counts from Sunday; weeks begin on Monday.
-  const int weekday = (std::stoi(dates::format(noon, "e")) + 5) % 7;
+  const int weekday = (dates::field(noon, "e") + 5) % 7;
   std::vector<DayRange> week;
   for (int i = 0; i < 7; ++i) week.push_back(dayOf(noonAfter(noon, i - weekday)));
   return week;

@@ -40,9 +40,9 @@ void HomeView::load() {
 }
 
 std::string HomeView::salutation() const {
-  const auto greeting = services_.persona.greeting(
-      services_.settings.string(UserPreferences::userNameKey),
-      std::stoi(dates::format(services_.dispatch.clock().wallNow(), "H")));
+  const auto greeting =
+      services_.persona.greeting(services_.settings.string(UserPreferences::userNameKey),
+                                 dates::field(services_.dispatch.clock().wallNow(), "H"));
   return greeting.substr(0, greeting.find(". "));
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <memory>
 #include <unicode/calendar.h>
 #include <unicode/reldatefmt.h>
@@ -100,6 +101,13 @@ std::optional<Date> parseIso8601(std::string_view text) {
     if (auto date = parse(plain, pattern, "UTC")) return *date + fraction;
   }
   return std::nullopt;
+}
+
+int field(Date date, std::string_view pattern) {
+  const std::string digits = format(date, pattern);
+  int number = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  return number;
 }
 
 std::string relative(Date date, Date now) {

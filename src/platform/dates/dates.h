@@ -16,6 +16,8 @@ namespace dates {
 /// Formats by an ICU pattern ("HH:mm:ss.SSS", "yyyy-MM-dd") in the given zone; an empty zone is the
 /// system's. English names; U+202F before AM/PM becomes a plain blank. Thread-safe.
 std::string format(Date date, std::string_view pattern, std::string_view zone = {});
+/// One field that is a number, in the system's zone: "H" the hour, "m" the minute, "e" the weekday.
+int field(Date date, std::string_view pattern);
 /// Parses by the same kind of pattern; nothing when it does not match whole, or for a time before
 /// 1802 or after 2261.
 std::optional<Date> parse(std::string_view text, std::string_view pattern,
