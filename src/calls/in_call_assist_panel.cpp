@@ -25,7 +25,7 @@ void InCallAssistPanel::show(const std::string& callerName) {
     changed();
   });
   logger_.log(source, LogLevel::info, "Panel shown for call with " + callerName);
-  refreshBehavioralProfile();
+  changed();
 }
 
 void InCallAssistPanel::dismissPanel() {
@@ -39,12 +39,6 @@ void InCallAssistPanel::addTranscriptLine(const std::string& label, const std::s
   const bool fits = text::characterCount(text) <= longestLine;
   lines_.push_back({label, fits ? text : text::prefix(text, cutLine) + "..."});
   if (lines_.size() > mostLines) lines_.pop_front();
-  changed();
-}
-
-void InCallAssistPanel::refreshBehavioralProfile() {
-  const auto user = profiles_.userProfile(), other = profiles_.systemProfile();
-  moods_ = user.moodTag() + " · " + other.moodTag();
   changed();
 }
 

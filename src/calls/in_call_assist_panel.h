@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "diagnostics/logger.h"
-#include "liveassist/behavioral_profile_manager.h"
 #include "liveassist/live_assist_service.h"
 
 namespace kestrin {
@@ -25,13 +24,11 @@ class InCallAssistPanel final : public LiveAssistServiceDelegate {
   struct Line {
     std::string label, text;
   };
-  InCallAssistPanel(Dispatch& dispatch, Logger& logger, BehavioralProfileManager& profiles)
-      : dispatch_(dispatch), logger_(logger), profiles_(profiles) {}
+  InCallAssistPanel(Dispatch& dispatch, Logger& logger) : dispatch_(dispatch), logger_(logger) {}
 
   void show(const std::string& callerName);
   void dismissPanel();
   void addTranscriptLine(const std::string& label, const std::string& text);
-  void refreshBehavioralProfile();
   void didReceiveFeedback(LiveAssistService& service, const Json& answer) override;
   void didFail(LiveAssistService& service, const std::string& description) override;
 
@@ -49,8 +46,6 @@ class InCallAssistPanel final : public LiveAssistServiceDelegate {
   const std::vector<std::string>& suggestions() const { return suggestions_; }
   /// Why the last feedback did not come; empty when it did.
   const std::string& problem() const { return problem_; }
-  /// "Engaged · Calm": the user's mood and the other's.
-  const std::string& moods() const { return moods_; }
   /// "● now", "● 12s"; empty before the first feedback.
   const std::string& timestampLabel() const { return timestampLabel_; }
 
@@ -65,9 +60,8 @@ class InCallAssistPanel final : public LiveAssistServiceDelegate {
 
   Dispatch& dispatch_;
   Logger& logger_;
-  BehavioralProfileManager& profiles_;
   bool isVisible_ = false;
-  std::string callerName_, summary_, problem_, moods_, timestampLabel_;
+  std::string callerName_, summary_, problem_, timestampLabel_;
   std::deque<Line> lines_;
   std::map<std::string, bool> contextFilters_;
   std::vector<std::string> suggestions_;

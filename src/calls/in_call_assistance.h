@@ -32,13 +32,11 @@ class InCallAssistance {
     LiveAssistService& assist = liveAssist_();
     if (!assist.isRunning()) assist.start();
     assist.delegate = panel_;
-    profileUpdates_ = profiles_.observe([this] { panel_->refreshBehavioralProfile(); });
   }
   void listen() { capture_.startInCallAudioCapture(); }
   /// Forgets the conversation: read it before.
   void end() {
     capture_.stopInCallAudioCapture();
-    profileUpdates_.reset();
     panel_->dismissPanel();
     LiveAssistService& assist = liveAssist_();
     assist.delegate.reset();
@@ -51,7 +49,6 @@ class InCallAssistance {
   const std::function<LiveAssistService&()> liveAssist_;
   BehavioralProfileManager& profiles_;
   InCallCapture capture_;
-  SubscriptionHandle profileUpdates_;
 };
 
 }  // namespace kestrin

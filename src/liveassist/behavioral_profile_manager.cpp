@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/observers.h"
 #include "platform/text/text.h"
 
 namespace kestrin {
@@ -47,9 +48,7 @@ struct BehavioralProfileManager::State {
   BehavioralProfile system = BehavioralProfile::empty();
   bool changed = false;  ///< the user's profile, since it was saved
 
-  // Main queue:
-  uint64_t lastObserver = 0;
-  std::map<uint64_t, std::function<void()>> observers;
+  Observers<> observers;  ///< on the main queue
 };
 
 BehavioralProfileManager::BehavioralProfileManager(Dispatch& dispatch, SettingsStore& settings)
@@ -73,24 +72,14 @@ BehavioralProfile BehavioralProfileManager::profile(LAAudioChannel channel) cons
 }
 
 SubscriptionHandle BehavioralProfileManager::observe(std::function<void()> onProfileUpdate) {
-  const uint64_t id = ++state_->lastObserver;
-  state_->observers.emplace(id, std::move(onProfileUpdate));
-  return onUnsubscribe([weak = std::weak_ptr(state_), id] {
-    if (const auto state = weak.lock()) state->observers.erase(id);
-  });
+  return state_->observers.add(std::move(onProfileUpdate));
 }
 
 void BehavioralProfileManager::post(std::function<bool(State&)> change) {
   profileQueue_->post([state = state_, change = std::move(change), main = dispatch_.mainQueue()] {
     if (!change(*state)) return;
     main->post([weak = std::weak_ptr(state)] {
-      const auto alive = weak.lock();
-      if (!alive) return;
-      // One may end the subscription of another.
-      const auto observers = alive->observers;
-      for (const auto& [id, tell] : observers) {
-        if (alive->observers.contains(id)) tell();
-      }
+      if (const auto alive = weak.lock()) alive->observers.notify();
     });
   });
 }

@@ -22,7 +22,7 @@ GoogleAccountDialog::GoogleAccountDialog(GoogleAccountView& account, QWidget* pa
   column->addWidget(makeParagraph(
       "The backend reads calendar and mail for you; this computer never holds Google's keys.",
       "caption"));
-  column->addLayout(makeChoices());
+  column->addLayout(makeBoxes());
   column->addWidget(busy_);
   column->addWidget(problem_);
   auto* buttons = new QHBoxLayout;
@@ -43,7 +43,7 @@ GoogleAccountDialog::GoogleAccountDialog(GoogleAccountView& account, QWidget* pa
 
 GoogleAccountDialog::~GoogleAccountDialog() { account_.onChange = nullptr; }
 
-QLayout* GoogleAccountDialog::makeChoices() {
+QLayout* GoogleAccountDialog::makeBoxes() {
   auto* column = new QVBoxLayout;
   column->setSpacing(6);
   for (const auto& choice : GoogleAccountView::choices()) {

@@ -17,7 +17,7 @@ class GoogleAccountDialog final : public QDialog {
   ~GoogleAccountDialog() override;
 
  private:
-  QLayout* makeChoices();
+  QLayout* makeBoxes();
   void refresh();
   void askToUnlink();
 

@@ -7,6 +7,8 @@
 #include <QScreen>
 #include <cmath>
 
+#include "shell/design/floating_window.h"
+
 namespace kestrin {
 namespace {
 
@@ -31,8 +33,7 @@ QFont fontOf(int pixels, bool bold) {
 }  // namespace
 
 OverlayWidget::OverlayWidget(OverlayWindow& overlay, Logger& logger)
-    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                           Qt::WindowDoesNotAcceptFocus),
+    : QWidget(nullptr, floatingFlags),
       overlay_(overlay),
       layer_(
           logger, [this](QPainter& painter) { draw(painter); },

@@ -9,7 +9,7 @@ constexpr int askEveryMs = 20'000;
 
 ServiceStrip::ServiceStrip(ServiceWatch& watch)
     : watch_(watch), text_(makeParagraph("")), again_(makeButton("Try again", [this] { ask(); })) {
-  setProperty("role", "strip");
+  setRole(this, "strip");
   setAccessibleName("Services");
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(16, 8, 16, 8);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <future>
 #include <gtest/gtest.h>
 
@@ -37,11 +38,14 @@ struct ContractWorld {
     options.ports.engine = [] {
       return Result<std::unique_ptr<recogniser::Engine>>(std::make_unique<SentenceEngine>());
     };
-    const auto listening = companion.start(options, {});
+    std::atomic<bool> isLoaded = false;
+    const auto listening = companion.start(options, [&](const Status&) { isLoaded = true; });
     std::map<std::string, std::string> at;
     for (const auto& each : *listening)
       at[each.service] = "http://127.0.0.1:" + std::to_string(each.port);
     endpoints = {at["asr"], at["llm"], at["agent"], at["backend"]};
+    // The recogniser says that it is loading before.
+    until([&] { return isLoaded.load(); });
     settings.set("nibo_user_name", Json("Ada"));
     core.emplace(platform, endpoints, AuthEndpoint{"http://127.0.0.1:9", "key"});
     core->deviceId.deviceId();

@@ -3,7 +3,7 @@
 #include "home/activity_tracker.h"
 #include "home_world.h"
 #include "identity/google/google_account.h"
-#include "zone_here.h"
+#include "support/worlds.h"
 
 namespace kestrin::test {
 namespace {
@@ -58,7 +58,7 @@ struct Day : HomeWorld {
 };
 
 TEST(HomeDay, FollowsTheClocksOfThePlaceThroughSummerTimeAndTravel) {
-  ZoneHere zone("America/New_York");
+  const Variable zone("TZ", "America/New_York");
   Day day;
   // Before the clocks go forward at 02:00 (07:00 UTC) of Sunday.
   day.until("2026-03-08T05:00:00Z");
@@ -88,7 +88,7 @@ TEST(HomeDay, FollowsTheClocksOfThePlaceThroughSummerTimeAndTravel) {
       << "every ten minutes of 23 and a quarter hours";
   EXPECT_EQ(day.asked("/triggers/evaluate") - heardBefore, 23u * 60 + 15);
 
-  ZoneHere::set("Asia/Tokyo");
+  const Variable journey("TZ", "Asia/Tokyo");
   day.until("2026-03-09T04:45:00Z");
   EXPECT_EQ(day.said(), "Good afternoon: You've finished all 3 events today.")
       << "where it is 13:45, all three were between midnight and now";
@@ -98,7 +98,7 @@ TEST(HomeDay, FollowsTheClocksOfThePlaceThroughSummerTimeAndTravel) {
 }
 
 TEST(HomeDay, AnyEndpointThatFailsLeavesThePageAsItWas) {
-  const ZoneHere zone("UTC");
+  const Variable zone("TZ", "UTC");
   // A text that is no event of the agent's is an answer without news.
   const std::vector<ScriptedReply> faults{ScriptedReply::refused(), ScriptedReply::lost(),
                                           ScriptedReply::body("<p>", 503)};

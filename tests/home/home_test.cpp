@@ -3,7 +3,7 @@
 #include "home/calendar_view.h"
 #include "home_world.h"
 #include "identity/google/google_account.h"
-#include "zone_here.h"
+#include "support/worlds.h"
 
 namespace kestrin::test {
 namespace {
@@ -241,7 +241,7 @@ TEST(CalendarView, PacksWhatOverlapsIntoTheFewestColumns) {
 }
 
 TEST(CalendarView, KeepsToWholeDaysWhenTheClocksChange) {
-  const ZoneHere paris("Europe/Paris");
+  const Variable paris("TZ", "Europe/Paris");
   HomeWorld world;
   const Date lunch = *dates::parseIso8601("2026-03-29T10:30:00Z");
   world.calendars.records =

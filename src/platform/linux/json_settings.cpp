@@ -98,7 +98,7 @@ void JsonSettings::change(std::string_view key, std::optional<Json> value) {
     }
     changed_.signal();
   }
-  observers_.notify({name});
+  observers_.notify(name);
 }
 
 Status JsonSettings::save() {
@@ -126,7 +126,7 @@ Status JsonSettings::save() {
     }
     altered = adopt(content);
   }
-  observers_.notify(altered);
+  for (const std::string& key : altered) observers_.notify(key);
   return {};
 }
 
@@ -211,7 +211,7 @@ void JsonSettings::reload() {
     // A person may be in the middle of an edit: a broken file is left alone here.
     if (const auto file = load(Broken::leave)) altered = adopt(*file);
   }
-  observers_.notify(altered);
+  for (const std::string& key : altered) observers_.notify(key);
 }
 
 void JsonSettings::work() {

@@ -7,8 +7,8 @@
 
 #include "platform/dispatch/dispatch.h"
 #include "platform/linux/descriptor.h"
+#include "platform/observers.h"
 #include "platform/settings.h"
-#include "platform/settings_observers.h"
 
 namespace kestrin {
 
@@ -58,7 +58,7 @@ class JsonSettings final : public SettingsStore {
   Clock& clock_;
   const std::string path_;
   const std::function<void(std::string)> warn_;
-  SettingsObservers observers_;
+  Observers<const std::string&> observers_;
 
   std::mutex writeMutex_;  ///< held while the file is read or written and its values are taken over
   std::string lastWarning_;

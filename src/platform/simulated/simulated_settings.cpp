@@ -43,7 +43,7 @@ void SimulatedSettings::change(std::string_view key, std::optional<Json> value) 
     if (!lost) saved_ = values_;
     if (before == value) return;
   }
-  observers_.notify({name});
+  observers_.notify(name);
 }
 
 }  // namespace kestrin

@@ -3,8 +3,8 @@
 #include <map>
 #include <mutex>
 
+#include "platform/observers.h"
 #include "platform/settings.h"
-#include "platform/settings_observers.h"
 #include "platform/simulated/fault_plan.h"
 
 namespace kestrin {
@@ -32,7 +32,7 @@ class SimulatedSettings final : public SettingsStore {
   void change(std::string_view key, std::optional<Json> value);
 
   FaultPlan* const faults_;
-  SettingsObservers observers_;
+  Observers<const std::string&> observers_;
   mutable std::mutex mutex_;
   std::map<std::string, Json, std::less<>> values_, saved_;
 };

@@ -13,8 +13,7 @@ constexpr int fadeMs = 200;
 }  // namespace
 
 FloatingWindow::FloatingWindow(const char* title) : fading_(this, "windowOpacity") {
-  setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                 Qt::WindowDoesNotAcceptFocus);
+  setWindowFlags(floatingFlags);
   setAttribute(Qt::WA_ShowWithoutActivating);
   setWindowTitle(title);
   auto* outer = new QVBoxLayout(this);

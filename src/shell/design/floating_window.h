@@ -6,6 +6,10 @@
 
 namespace kestrin {
 
+/// A window without a frame, above all others, that never takes the focus.
+inline constexpr Qt::WindowFlags floatingFlags =
+    Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus;
+
 /// A small window without a frame, above all others, that never takes the focus: what must be seen
 /// whichever application is in front. It holds one card, stands at the top right of the screen and
 /// fades when it goes.

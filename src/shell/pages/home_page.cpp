@@ -8,9 +8,7 @@ namespace kestrin {
 HomePage::HomePage(HomeView& view, GmailPanel& gmail, Calls& calls,
                    std::function<void(const std::string&)> openURL,
                    std::function<void()> connectAccount)
-    : view_(view),
-      openURL_(std::move(openURL)),
-      mail_(new MailCard(gmail, std::move(connectAccount))) {
+    : view_(view), openURL_(std::move(openURL)) {
   auto* whole = new QVBoxLayout(this);
   whole->setContentsMargins(0, 0, 0, 0);
   auto* page = new Column;
@@ -34,7 +32,7 @@ HomePage::HomePage(HomeView& view, GmailPanel& gmail, Calls& calls,
   makePanel();
   page->column()->addWidget(panel_);
   page->column()->addWidget(makeSchedule());
-  page->column()->addWidget(mail_);
+  page->column()->addWidget(new MailCard(gmail, std::move(connectAccount)));
   view_.onChange = [this] {
     if (isVisible()) refresh();
   };
@@ -122,7 +120,6 @@ void HomePage::refresh() {
   preparing_->setVisible(caches.isLatestBriefingLoading());
   showSchedule();
   showPanel();
-  mail_->refresh();
 }
 
 void HomePage::showSchedule() {

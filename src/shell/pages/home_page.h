@@ -37,7 +37,6 @@ class HomePage final : public Page {
 
   HomeView& view_;
   const std::function<void(const std::string&)> openURL_;
-  MailCard* const mail_;
   QLabel* greeting_ = nullptr;
   QLabel* date_ = nullptr;
   QLabel* banner_ = nullptr;

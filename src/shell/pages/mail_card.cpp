@@ -25,6 +25,7 @@ MailCard::MailCard(GmailPanel& gmail, std::function<void()> connectAccount)
   mails_->setSpacing(10);
   column()->addLayout(mails_);
   gmail_.onChange = [this] { refresh(); };
+  refresh();
 }
 
 MailCard::~MailCard() { gmail_.onChange = nullptr; }

@@ -16,9 +16,9 @@ class MailCard final : public Card {
   /// `connectAccount`: where mail is linked.
   MailCard(GmailPanel& gmail, std::function<void()> connectAccount);
   ~MailCard() override;
-  void refresh();
 
  private:
+  void refresh();
   QLayout* makeHead();
   void showMails();
   void addMail(const Email& email);

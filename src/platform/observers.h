@@ -5,17 +5,19 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "platform/lifetime.h"
 
 namespace kestrin {
 
-/// The observers of a settings store. Thread-safe; a subscription may outlive the store.
-class SettingsObservers {
+/// Those who want to hear of something. Thread-safe; a subscription may outlive this.
+template <class... Told>
+class Observers {
  public:
-  SubscriptionHandle add(std::function<void(const std::string& key)> observer) {
+  using Observer = std::function<void(Told...)>;
+
+  SubscriptionHandle add(Observer observer) {
     const std::lock_guard lock(state_->mutex);
     const uint64_t id = ++state_->lastId;
     state_->observers.emplace(id, std::make_shared<const Observer>(std::move(observer)));
@@ -27,17 +29,15 @@ class SettingsObservers {
     });
   }
 
-  /// Calls everybody for each key, without a lock: an observer may read, write and unsubscribe.
-  void notify(const std::vector<std::string>& keys) const {
-    for (const std::string& key : keys) {
-      for (const uint64_t id : ids()) {
-        if (const auto observer = find(id)) (*observer)(key);
-      }
+  /// Calls everybody, without a lock: an observer may come back here and unsubscribe, itself or
+  /// others.
+  void notify(Told... told) const {
+    for (const uint64_t id : ids()) {
+      if (const auto observer = find(id)) (*observer)(told...);
     }
   }
 
  private:
-  using Observer = std::function<void(const std::string&)>;
   struct State {
     std::mutex mutex;
     uint64_t lastId = 0;
