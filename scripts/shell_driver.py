@@ -3,6 +3,7 @@
 The application and its services run for real, with records that are stored first. Everything here belongs inside
 scripts/desktop-session and scripts/private-sound. KESTRIN_BIN names the programs' folder.
 """
+import functools
 import json
 import os
 import pathlib
@@ -14,8 +15,9 @@ import urllib.request
 
 import gi
 gi.require_version("Atspi", "2.0")
-from gi.repository import Atspi  # noqa: E402
+from gi.repository import Atspi, GLib  # noqa: E402
 
+Atspi.set_timeout(30_000, 60_000)  # ms for an answer, and for one at the start of a program: a busy machine is no failure
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BIN = pathlib.Path(os.environ.get("KESTRIN_BIN", ROOT / "build" / "bin"))
 DEVICE = "device_0123456789abcdef"
@@ -57,6 +59,21 @@ def wait_for(what, probe, seconds=30, pause=0.05):
             return value
         time.sleep(pause)
     raise SystemExit(f"{pathlib.Path(sys.argv[0]).name}: no {what} within {seconds} s")
+
+
+def steady(read):
+    """A reader of the accessibility tree that begins again when something goes while it is read."""
+    @functools.wraps(read)
+    def again(*arguments):
+        deadline = time.monotonic() + 30
+        while True:
+            try:
+                return read(*arguments)
+            except GLib.GError:
+                if time.monotonic() > deadline:
+                    raise
+                time.sleep(0.05)
+    return again
 
 
 def quietly(*command):
@@ -147,6 +164,7 @@ def click(node):
     quietly("xdotool", "mousemove", int((box.x + box.width / 2) * scale), int((box.y + box.height / 2) * scale), "click", 1)
 
 
+@steady
 def nameless(window):
     """The controls in it that an assistive program could not announce. A combo box is named by what is chosen in it;
     what it is for is its description."""
@@ -219,6 +237,7 @@ class Shell:
         quietly(BIN / "kestrin", "quit")
         self.application.wait(30)
 
+    @steady
     def windows(self):
         """Of the application, as the accessibility tree has them."""
         desktop = Atspi.get_desktop(0)
@@ -246,6 +265,7 @@ class Shell:
         quietly("xdotool", "windowactivate", "--sync", window, "key", "--clearmodifiers", "alt+F4")
         wait_for("closed window", lambda: not has(self.frame(), Atspi.StateType.VISIBLE))
 
+    @steady
     def page_buttons(self):
         """Of the side bar, by title."""
         bar = next((node for node in nodes(self.frame()) if node.get_name() == "Pages"), None)
@@ -255,6 +275,7 @@ class Shell:
         self.page_buttons()[title].do_action(0)
         wait_for(f"page {title}", lambda: has(self.page_buttons()[title], Atspi.StateType.CHECKED))
 
+    @steady
     def setting_pages(self):
         """The rows of the list beside the settings, while that page is open."""
         listed = next(node for node in nodes(self.frame()) if node.get_name() == "Settings pages")

@@ -32,17 +32,24 @@ ServiceWatch::ServiceWatch(Dispatch& dispatch, Http& http, const Endpoints& endp
 void ServiceWatch::check() {
   if (isChecking()) return;
   asked_ = states_.size();
-  for (State& state : states_) {
-    const std::function<void(const Result<HttpResponse>&)> take =
-        [this, &state](const Result<HttpResponse>& answer) {
-          state.failure = failureOf(answer);
-          --asked_;
-          changed();
-        };
-    session_->data({.url = state.address + state.probe, .timeout = probeTimeout},
-                   onMain(dispatch_, lifetime_, take));
-  }
+  for (State& state : states_) ask(state, state.failure.empty());
   changed();
+}
+
+void ServiceWatch::ask(State& state, bool mayMiss) {
+  const std::function<void(const Result<HttpResponse>&)> take =
+      [this, &state, mayMiss](const Result<HttpResponse>& answer) {
+        const std::string failure = failureOf(answer);
+        if (mayMiss && !failure.empty()) {
+          ask(state, false);
+          return;
+        }
+        state.failure = failure;
+        --asked_;
+        changed();
+      };
+  session_->data({.url = state.address + state.probe, .timeout = probeTimeout},
+                 onMain(dispatch_, lifetime_, take));
 }
 
 bool ServiceWatch::isDown(Service service) const {

@@ -22,7 +22,8 @@ class ServiceWatch {
 
   ServiceWatch(Dispatch& dispatch, Http& http, const Endpoints& endpoints);
 
-  /// Asks all of them at once; without effect while they are being asked.
+  /// Asks all of them at once; without effect while they are being asked. One that was up is asked
+  /// again before it counts as down: a busy machine may miss one answer.
   void check();
   bool isChecking() const { return asked_ > 0; }
   /// As last seen; one that was never asked counts as up.
@@ -42,6 +43,7 @@ class ServiceWatch {
     std::string address, probe;
     std::string failure;  ///< why it is down; empty while it is up
   };
+  void ask(State& state, bool mayMiss);
   void changed() const {
     if (onChange) onChange();
   }

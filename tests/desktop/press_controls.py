@@ -16,13 +16,13 @@ import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent.parent / "scripts"))
-from shell_driver import Atspi, Shell, click, has, nameless, quietly, wait_for  # noqa: E402
+from shell_driver import Atspi, Shell, click, has, nameless, quietly, steady, wait_for  # noqa: E402
 
 Role, State = Atspi.Role, Atspi.StateType
 BOXES = {Role.TOGGLE_BUTTON, Role.RADIO_BUTTON, Role.CHECK_BOX}
 USED = BOXES | {Role.PUSH_BUTTON, Role.PUSH_BUTTON_MENU, Role.COMBO_BOX, Role.SLIDER}
 ALIKE = 2  # controls of the same name on one page: so many of them are used
-PATIENCE = 3  # seconds for an effect to show
+PATIENCE = 30  # seconds for an effect to show; only a control that has none waits so long
 # Of which nothing is seen at once, and why.
 LEFT_OUT = {
     **{f"Live Assist: check-box {source}": "counts for the next answer of the session"
@@ -45,6 +45,7 @@ class Part(collections.namedtuple("Part", "node path role name words checked")):
         return f"{self.role.value_nick} {self.words[2] if self.role == Role.COMBO_BOX else self.name}"
 
 
+@steady
 def parts(windows):
     """Everything in them that is on screen, with its place in the tree."""
     found = []
@@ -60,7 +61,7 @@ def parts(windows):
             child = node.get_child_at_index(i)
             if child is not None and has(child, State.VISIBLE):
                 add(child, path + (i,))
-    for i, window in enumerate(windows):
+    for i, window in enumerate(windows()):
         window.clear_cache()
         add(window, (i,))
     return found
@@ -81,6 +82,11 @@ def seen_besides(control, tree):
     return out
 
 
+def press(node):
+    if not node.do_action(0):
+        raise SystemExit(f"press_controls.py: {node.get_role_name()} {node.get_name()!r} cannot be pressed")
+
+
 def copied():
     return quietly("xclip", "-out", "-selection", "clipboard").stdout
 
@@ -97,6 +103,7 @@ class Walk:
         self.opened = opened  # the file that tells what other programs were asked to open
         self.failures, self.used = [], 0
 
+    @steady
     def windows(self):
         return [window for window in self.shell.windows() if has(window, State.VISIBLE)]
 
@@ -108,10 +115,10 @@ class Walk:
     def tree(self):
         """When it has come to rest, as far as it does."""
         deadline = time.monotonic() + 2
-        tree = parts(self.windows())
+        tree = parts(self.windows)
         while True:
             time.sleep(0.05)
-            again = parts(self.windows())
+            again = parts(self.windows)
             if [part[1:] for part in again] == [part[1:] for part in tree] or time.monotonic() > deadline:
                 return again
             tree = again
@@ -126,18 +133,18 @@ class Walk:
             for key in ("End", "Home"):
                 if control.node.get_name() == control.name:
                     control.node.do_action(1)  # opens it
-                    time.sleep(0.2)
+                    wait_for("opened box", lambda: has(control.node, State.EXPANDED))
                     quietly("xdotool", "key", key, "Return")
-                    time.sleep(0.1)
+                    wait_for("closed box", lambda: not has(control.node, State.EXPANDED))
         else:
-            control.node.do_action(0)
+            press(control.node)
 
     def has_effect(self, control, tree, files):
         before = seen_besides(control, tree)
         deadline = time.monotonic() + PATIENCE
         while time.monotonic() < deadline:
             time.sleep(0.05)
-            if self.files() != files or seen_besides(control, parts(self.windows())) != before:
+            if self.files() != files or seen_besides(control, parts(self.windows)) != before:
                 return True
         return False
 
@@ -150,7 +157,7 @@ class Walk:
             self.failures += [f"{page}: {role} without a name in {window.get_name()!r}"
                               for window in others if window.get_name() not in TOOLKITS_OWN for role in nameless(window)]
             if others[0].get_name() in CLOSED_BY:
-                next(part for part in parts(others[:1]) if part.name == CLOSED_BY[others[0].get_name()]).node.do_action(0)
+                next(part for part in parts(lambda: others[:1]) if part.name == CLOSED_BY[others[0].get_name()]).node.do_action(0)
             else:
                 quietly("xdotool", "key", "Escape")
             time.sleep(0.2)
@@ -186,7 +193,7 @@ class Walk:
         self.go(page)
         if page in TYPED:
             name, text, keys = TYPED[page]
-            click(next(part.node for part in parts(self.windows()) if part.name == name))
+            click(next(part.node for part in parts(self.windows) if part.name == name))
             quietly("xdotool", "type", text)
             quietly("xdotool", "key", *keys)
         time.sleep(0.5)  # what it fetches
