@@ -32,13 +32,13 @@ inline TerminalServices terminalServices(CoreServices& core, Home& home) {
           .http = platform.http,
           .processes = platform.processes,
           .settings = platform.settings,
-          .logger = core.logger,
           .deviceId = core.deviceId,
           .auth = core.auth,
           .preferences = core.preferences,
           .endpoints = core.endpoints,
           .version = KESTRIN_VERSION,
           .documentsFolder = platform.files.dataFolder(),
+          .log = [&logger = core.logger] { return logger.getEntries(); },
           .calendar = nextAppointments(core, home),
           .isGoogleConnected = [&home] { return home.calendar().hasGoogleCalendar(); }};
 }

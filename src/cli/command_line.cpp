@@ -200,7 +200,9 @@ void addHome(CLI::App& app, Chosen& chosen) {
 void addTerminal(CLI::App& app, Chosen& chosen) {
   auto line = std::make_shared<std::string>();
   auto* command = app.add_subcommand(
-      "terminal", "The diagnostic terminal: logs, history, services; \"help\" lists its commands");
+      "terminal",
+      "The diagnostic terminal: the running application's log, history, services; "
+      "\"help\" lists its commands");
   auto* option = command->add_option("-c,--command", *line, "Runs one line and prints its output")
                      ->type_name("LINE");
   command->callback([&chosen, line, option] {

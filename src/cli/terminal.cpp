@@ -1,4 +1,5 @@
 #include <iostream>
+#include <optional>
 #include <unistd.h>
 
 #include "app/terminal_services.h"
@@ -8,6 +9,7 @@
 #include "cli/live_printer.h"
 #include "cli/printable.h"
 #include "diagnostics/terminal/terminal_view.h"
+#include "platform/linux/control_bus.h"
 #include "platform/linux/linux_platform.h"
 
 namespace kestrin::cli {
@@ -43,7 +45,7 @@ class Session {
   Session(LinuxPlatform& backends, CoreServices& core)
       : backends_(backends),
         home_(core, nullptr, "the hold key", {}),
-        view_(terminalServices(core, home_)),
+        view_(servicesWithTheApplicationsLog(core)),
         colored_(isatty(STDOUT_FILENO) != 0),
         interrupt_(core.platform.dispatch, [this] { view_.stopProcess(); }) {
     shown_ = view_.output().size();
@@ -56,6 +58,9 @@ class Session {
   }
   /// Returns when the line's output is whole; whether it holds no error.
   bool run(const std::string& line) {
+    // Before the line, since asking waits: until the application answers or 2 s.
+    const auto log = LinuxControlBus().log();
+    log_ = log ? std::optional(*log) : std::nullopt;
     const auto main = backends_.platform().dispatch.mainQueue();
     main->post([this, line] {
       view_.processCommand(line);
@@ -68,6 +73,14 @@ class Session {
   }
 
  private:
+  /// Those of this process, with the running application's log in place of its own.
+  TerminalServices servicesWithTheApplicationsLog(CoreServices& core) {
+    TerminalServices services = terminalServices(core, home_);
+    services.log = [this, own = std::move(services.log)] {
+      return log_ ? logFromJson(Json::parse(*log_).value_or(Json())) : own();
+    };
+    return services;
+  }
   void show() {
     if (view_.clearings() != clearings_) {
       clearings_ = view_.clearings();
@@ -85,6 +98,7 @@ class Session {
   }
 
   LinuxPlatform& backends_;
+  std::optional<std::string> log_;  ///< the running application's; nothing without one
   Home home_;
   TerminalView view_;
   const bool colored_;

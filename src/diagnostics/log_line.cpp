@@ -24,6 +24,13 @@ LogLevel levelOf(std::string_view line, bool isStandardError) {
   return isStandardError ? LogLevel::error : LogLevel::info;
 }
 
+LogLevel levelNamed(std::string_view name) {
+  for (const auto level : {LogLevel::debug, LogLevel::warning, LogLevel::error}) {
+    if (name == logLevelText(level)) return level;
+  }
+  return LogLevel::info;
+}
+
 size_t endOf(std::string_view line, const re2::StringPiece& match) {
   return static_cast<size_t>(match.data() - line.data()) + match.size();
 }
@@ -47,6 +54,29 @@ std::string_view logLevelText(LogLevel level) {
 std::string LogEntry::formatted() const {
   return "[" + dates::format(timestamp, "HH:mm:ss.SSS") + "] [" + std::string(logLevelText(level)) +
          "] [" + source + "] " + message;
+}
+
+Json logToJson(const std::vector<LogEntry>& entries) {
+  Json::Array out;
+  for (const LogEntry& entry : entries) {
+    out.push_back(Json::object({{"timestamp", dates::iso8601(entry.timestamp, true)},
+                                {"level", std::string(logLevelText(entry.level))},
+                                {"source", entry.source},
+                                {"message", entry.message}}));
+  }
+  return out;
+}
+
+std::vector<LogEntry> logFromJson(const Json& entries) {
+  std::vector<LogEntry> out;
+  for (const Json& entry : entries.items()) {
+    const auto timestamp = dates::parseIso8601(entry.stringAt("timestamp", ""));
+    const auto message = entry.stringAt("message");
+    if (!timestamp || !message) continue;
+    out.push_back({*timestamp, levelNamed(entry.stringAt("level", "")),
+                   entry.stringAt("source", ""), *message});
+  }
+  return out;
 }
 
 ParsedLogLine parseLogMessage(std::string_view line, bool isStandardError) {

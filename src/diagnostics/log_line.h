@@ -2,8 +2,10 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/dates/dates.h"
+#include "platform/json/json.h"
 
 namespace kestrin {
 
@@ -21,6 +23,11 @@ struct LogEntry {
   /// "[HH:mm:ss.SSS] [LEVEL] [source] message", in the system's time zone.
   std::string formatted() const;
 };
+
+/// Entries as another process reads them; to the millisecond.
+Json logToJson(const std::vector<LogEntry>& entries);
+/// What is no entry is left out.
+std::vector<LogEntry> logFromJson(const Json& entries);
 
 struct ParsedLogLine {
   LogLevel level = LogLevel::info;

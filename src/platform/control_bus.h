@@ -22,8 +22,8 @@ enum ControlError {
 
 /// The running application's place on the session bus: name "com.kestrin.Kestrin", object
 /// "/com/kestrin/Kestrin", interface "com.kestrin.Control" with the methods Press, Release, Toggle,
-/// Cancel, Show, Quit, Retry, Elevate, Lower, Call with one text, and Status, which returns a JSON
-/// object as text.
+/// Cancel, Show, Quit, Retry, Elevate, Lower, Call with one text, Status, which returns a JSON
+/// object as text, and Log, which returns a JSON array.
 /// Errors: domain "ControlBus", codes `ControlError`.
 class ControlBus {
  public:
@@ -36,6 +36,8 @@ class ControlBus {
     std::function<std::string()> status;
     /// Any thread; must not wait. "answer", "hangup", or whom to call.
     std::function<void(const std::string&)> onCall;
+    /// Any thread; must not wait. The JSON text for `Log`.
+    std::function<std::string()> log;
   };
   /// Becomes the one running application until `stop` (or destruction), after which no handler
   /// runs. `controlAlreadyRunning` when there is one.
@@ -47,6 +49,7 @@ class ControlBus {
   /// queue.
   virtual Status send(ControlCommand command) = 0;
   virtual Result<std::string> status() = 0;
+  virtual Result<std::string> log() = 0;
   /// As `Handlers::onCall`.
   virtual Status call(const std::string& what) = 0;
 };

@@ -80,16 +80,17 @@ int runDesktop(int argc, char** argv) {
   Application application(platform, {.companionProgram = siblingProgram("kestrin-companion"),
                                      .mediaLibrary = mediaLibrary(),
                                      .staysInTray = staysInTray(argc, argv)});
-  const auto serving =
-      bus.serve({.onCommand =
-                     [main, &application](ControlCommand command) {
-                       main->post([&application, command] { application.obey(command); });
-                     },
-                 .status = [&application] { return application.statusJson(); },
-                 .onCall =
-                     [main, &application](const std::string& what) {
-                       main->post([&application, what] { application.obeyCall(what); });
-                     }});
+  const auto serving = bus.serve(
+      {.onCommand =
+           [main, &application](ControlCommand command) {
+             main->post([&application, command] { application.obey(command); });
+           },
+       .status = [&application] { return application.statusJson(); },
+       .onCall =
+           [main, &application](const std::string& what) {
+             main->post([&application, what] { application.obeyCall(what); });
+           },
+       .log = [&application] { return logToJson(application.core().logger.getEntries()).dump(); }});
   if (!serving && serving.error().code == controlAlreadyRunning) {
     printLine("Kestrin is running already");
     const auto shown = bus.send(ControlCommand::show);

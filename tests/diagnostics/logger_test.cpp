@@ -71,6 +71,12 @@ TEST(Logger, FiltersByLevelAndByEitherFieldInAnyCase) {
   EXPECT_EQ(desk.logger.getEntries("bad")[0].formatted(),
             "[" + dates::format(desk.dispatch.clock().wallNow(), "HH:mm:ss.SSS") +
                 "] [ERROR] [Net] bad \uFFFD byte");
+  const auto entries = desk.logger.getEntries();
+  const auto read = logFromJson(Json::parse(logToJson(entries).dump()).value());
+  ASSERT_EQ(read.size(), entries.size());
+  for (size_t i = 0; i < read.size(); ++i) EXPECT_EQ(read[i].formatted(), entries[i].formatted());
+  EXPECT_TRUE(
+      logFromJson(Json::parse(R"([{}, 7, {"timestamp": "x", "message": "y"}])").value()).empty());
 }
 
 TEST(Logger, ClearTakesWhatWasLoggedBeforeAndNothingElse) {

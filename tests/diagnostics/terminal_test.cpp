@@ -30,7 +30,6 @@ struct TerminalWorld : SimulatedWorld {
                                     http,
                                     processes,
                                     settings,
-                                    logger,
                                     deviceId,
                                     auth,
                                     preferences,
@@ -38,6 +37,7 @@ struct TerminalWorld : SimulatedWorld {
                                      "http://127.0.0.1:8765", "http://127.0.0.1:8780"},
                                     "0.1.0",
                                     "/data",
+                                    [this] { return logger.getEntries(); },
                                     {},
                                     {}});
       view->clearTerminal();

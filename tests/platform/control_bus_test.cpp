@@ -24,13 +24,15 @@ void runningApplicationObeysAndAnswers(ControlBus& server, ControlBus& client) {
                             [&](const std::string& what) {
                               const std::lock_guard lock(mutex);
                               called = what;
-                            }}));
+                            },
+                            [] { return std::string("[{}]"); }}));
   const std::vector<ControlCommand> all = {ControlCommand::press,  ControlCommand::release,
                                            ControlCommand::toggle, ControlCommand::cancel,
                                            ControlCommand::show,   ControlCommand::quit,
                                            ControlCommand::retry};
   for (const auto command : all) EXPECT_TRUE(client.send(command));
   EXPECT_EQ(client.status().value(), "{\"ready\":true}");
+  EXPECT_EQ(client.log().value(), "[{}]");
   EXPECT_TRUE(client.call("Ada Ünal"));
   server.stop();
   EXPECT_EQ(called, "Ada Ünal");

@@ -1,6 +1,7 @@
 // Commands that look at the application's own state.
 #include <algorithm>
 
+#include "diagnostics/logger.h"
 #include "diagnostics/terminal/later.h"
 #include "platform/text/text.h"
 
@@ -56,7 +57,7 @@ void TerminalView::handleLogsCommand(const Tokens& tokens) {
   if (word != "all") shown.push_back("(filter: " + word + ")");
   if (flags.verbose) shown.push_back("[verbose]");
   Report report("APPLICATION LOGS", shown);
-  const auto all = services_.logger.getEntries();
+  const auto all = services_.log();
   if (all.empty()) {
     report.add("No logs found", TerminalColor::warning)
         .line(" - logs are captured during app usage", TerminalColor::muted)
@@ -167,8 +168,8 @@ void TerminalView::handleConfigCommand(const Tokens& tokens) {
       .row("ASR Port:", "8001");
   if (full) {
     report.row("Max History:", "50")
-        .row("Log Buffer:", std::to_string(services_.logger.getEntries().size()) + " of " +
-                                std::to_string(Logger::maxEntries))
+        .row("Log Buffer:",
+             std::to_string(services_.log().size()) + " of " + std::to_string(Logger::maxEntries))
         .row("Documents:", services_.documentsFolder);
   }
   report.section("🔐 Auth Status");
@@ -193,7 +194,7 @@ void TerminalView::handleStatsCommand(const Tokens& tokens) {
       .row("Notes Created:", count("totalNotes"))
       .row("Research:", count("totalResearchSessions"))
       .row("Calls:", count("totalCalls"))
-      .row("Log Buffer:", std::to_string(services_.logger.getEntries().size()))
+      .row("Log Buffer:", std::to_string(services_.log().size()))
       .row("Command History:", std::to_string(commandHistory_.size()))
       .row("Started:", timeOf(started_));
   if (flags.verbose || flags.all) {

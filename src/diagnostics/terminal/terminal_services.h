@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "diagnostics/logger.h"
+#include "diagnostics/log_line.h"
 #include "identity/device_id_manager.h"
 #include "identity/firebase_auth_service.h"
 #include "platform/http.h"
@@ -31,13 +31,14 @@ struct TerminalServices {
   Http& http;
   Processes& processes;
   SettingsStore& settings;
-  Logger& logger;
   DeviceIdManager& deviceId;
   FirebaseAuthService& auth;
   UserPreferences& preferences;
   Endpoints endpoints;
   std::string version;
   std::string documentsFolder;
+  /// The application's log, oldest first.
+  std::function<std::vector<LogEntry>()> log;
   /// The next appointments, on the main queue. Empty: there is no calendar to look at.
   std::function<void(int count, std::function<void(const Result<std::vector<TerminalEvent>>&)>)>
       calendar;

@@ -59,6 +59,8 @@ Status LinuxControlBus::serve(Handlers handlers) {
     }
     exported.registerMethod("Status").onInterface(interface).implementedAs(
         [shared] { return shared->status(); });
+    exported.registerMethod("Log").onInterface(interface).implementedAs(
+        [shared] { return shared->log ? shared->log() : std::string("[]"); });
     exported.registerMethod("Call").onInterface(interface).implementedAs(
         [shared](const std::string& what) {
           if (shared->onCall) shared->onCall(what);
@@ -101,6 +103,8 @@ Status LinuxControlBus::send(ControlCommand command) {
 }
 
 Result<std::string> LinuxControlBus::status() { return ask<std::string>("Status"); }
+
+Result<std::string> LinuxControlBus::log() { return ask<std::string>("Log"); }
 
 Status LinuxControlBus::call(const std::string& what) { return ask<void>("Call", what); }
 

@@ -20,6 +20,7 @@ class LinuxControlBus final : public ControlBus {
   void stop() override;
   Status send(ControlCommand command) override;
   Result<std::string> status() override;
+  Result<std::string> log() override;
   Status call(const std::string& what) override;
 
  private:

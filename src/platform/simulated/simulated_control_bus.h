@@ -8,7 +8,7 @@
 namespace kestrin {
 
 /// A session bus with at most one application on it: what is sent reaches this object's own
-/// `serve`. Sites: "control.serve", "control.send", "control.status".
+/// `serve`. Sites: "control.serve", "control.send", "control.status", "control.log".
 class SimulatedControlBus final : public ControlBus {
  public:
   explicit SimulatedControlBus(FaultPlan* faults = nullptr) : faults_(faults) {}
@@ -34,6 +34,10 @@ class SimulatedControlBus final : public ControlBus {
   Result<std::string> status() override {
     if (auto reachable = reach("control.status"); !reachable) return fail(reachable.error());
     return handlers_->status();
+  }
+  Result<std::string> log() override {
+    if (auto reachable = reach("control.log"); !reachable) return fail(reachable.error());
+    return handlers_->log ? handlers_->log() : std::string("[]");
   }
   Status call(const std::string& what) override {
     if (auto reachable = reach("control.send"); !reachable) return reachable;
