@@ -43,6 +43,7 @@ AgentReply parseAgentReply(std::string_view body) {
     if (text::base64Decode(event->stringAt("audio", ""), audio) && !audio.empty())
       reply.audio = std::move(audio);
     addNews(*event, reply.news);
+    reply.error = event->stringAt("error", reply.error);
   }
   return reply;
 }
@@ -76,7 +77,9 @@ void HomeAgent::ask(const std::string& transcript, const std::string& mode,
         return done(
             fail(domain, 1, "The agent answered with status " + std::to_string(response->status)));
       }
-      done(parseAgentReply(response->body));
+      AgentReply reply = parseAgentReply(response->body);
+      if (!reply.error.empty()) return done(fail(domain, 1, reply.error));
+      done(std::move(reply));
     });
   });
 }
@@ -87,7 +90,7 @@ void HomeAgent::post(const std::string& path, Json body, std::chrono::seconds ti
       [this, path, timeout, body = std::move(body),
        done =
            onMain<Result<Json>>(services_.dispatch, lifetime_, std::move(completion))]() mutable {
-        body.set("user_id", userId());
+        body.set("user_id", userId()).set("device_id", services_.deviceId.deviceId());
         HttpRequest request = jsonPost(services_.endpoints.agent + path, body.dump());
         request.timeout = timeout;
         session_->data(std::move(request),

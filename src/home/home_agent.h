@@ -31,6 +31,7 @@ struct AgentReply {
   std::string text;
   Bytes audio;
   std::vector<DynamicPanelItem> news;
+  std::string error;  ///< why it is no whole answer; empty when it is one
 };
 /// From the lines of the event stream; what is no event is left out.
 AgentReply parseAgentReply(std::string_view body);
@@ -53,7 +54,7 @@ class HomeAgent {
 
   void ask(const std::string& transcript, const std::string& mode, std::chrono::seconds timeout,
            std::function<void(const Result<AgentReply>&)> completion);
-  /// Fires a request whose body gets `user_id`; the answer as an object.
+  /// Fires a request whose body gets `user_id` and `device_id`; the answer as an object.
   void post(const std::string& path, Json body, std::chrono::seconds timeout,
             std::function<void(const Result<Json>&)> completion);
   void get(const std::string& pathAndQuery, std::chrono::seconds timeout,

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "companion/home/home_requests.h"
 #include "platform/dispatch/simulation.h"
 #include "platform/simulated/simulated_http.h"
+#include "platform/simulated/simulated_speech.h"
 
 namespace kestrin::agent {
 namespace {
@@ -32,7 +34,8 @@ class LocalAgentTest : public testing::Test {
              Duration limit = 200s) {
     Answer out;
     const Duration began = engine->elapsed();
-    agent->process(
+    Agent& asked = page ? *page : static_cast<Agent&>(*agent);
+    asked.process(
         request,
         [&](const Json& event) {
           if (event.has("chunk") && out.text.empty()) out.first = engine->elapsed() - began;
@@ -61,6 +64,7 @@ class LocalAgentTest : public testing::Test {
   std::string log;
   std::string hostedUrl = "http://hosted.test";
   std::unique_ptr<LocalAgent> agent;
+  Agent* page = nullptr;  ///< is asked instead of `agent` when there is one
   void restart() {
     agent = std::make_unique<LocalAgent>(http.makeSession({}), engine->clock(), hostedUrl,
                                          [this](const std::string& line) { log += line; });
@@ -170,6 +174,34 @@ TEST_F(LocalAgentTest, AModelThatFailsBeforeItsFirstWordCostsOnlyTheStyle) {
     EXPECT_NE(answer.note.find("language model"), std::string::npos) << "the user is told";
     EXPECT_EQ(answer.note.find("no such model"), std::string::npos) << "not in a server's words";
   }
+}
+
+TEST_F(LocalAgentTest, AQuestionFromTheHomePageIsAnsweredAndNeverEchoed) {
+  SimulatedSpeech voice;
+  home::HomeService service(*engine, http, voice, {});
+  home::HomeRequests requests(*agent, service);
+  page = &requests;
+  const std::string question = "Give me one useful tip for today",
+                    notes = "Summarize these notes in short:\n- # Plan";
+  Json without = body(question), dictated = body(question);
+  without.erase("custom_llm_url");
+  dictated.set("app_context", "{}").erase("custom_llm_url");
+  EXPECT_NE(ask(without).text.find("language model is needed"), std::string::npos);
+  EXPECT_EQ(ask(dictated).text, question + ".") << "into an application it is a sentence";
+
+  http.on("POST", "127.0.0.1:9/*", ScriptedReply::refused());
+  EXPECT_EQ(ask(body(question)).text, "The language model could not be reached.");
+  const Answer summary = ask(body(notes, "plain"));
+  EXPECT_EQ(summary.text, "") << "a request is no summary";
+  EXPECT_NE(summary.error, "") << "whoever keeps an earlier one goes on keeping it";
+
+  http.on("POST", "127.0.0.1:9/*",
+          ScriptedReply::events({{1ms, event("Rest.") + "data: [DONE]\n\n"}}));
+  EXPECT_EQ(ask(body(question)).text, "Rest.");
+  const auto sent = Json::parse(http.requests("*/chat/completions").back().request.body);
+  EXPECT_TRUE(sent->objectsAt("messages")[0]->stringAt("content")->starts_with(
+      "Answer in plain sentences"));
+  EXPECT_EQ(ask(body("Note to self, buy milk.")).mode, "notes") << "other modes stay what they are";
 }
 
 TEST_F(LocalAgentTest, AnOutageIsToldOnceUntilTheModelHasWorkedAgainOrAnHourHasPassed) {

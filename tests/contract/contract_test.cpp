@@ -134,6 +134,11 @@ TEST(Contract, TheHomePageHasItsBriefingItsTriggersAndHonestMail) {
   world.until([&] { return !world.userNotifications.shown.empty(); });
   EXPECT_NE(world.userNotifications.shown[0].first.body.find("Stand-up"), std::string::npos);
 
+  home.view().handleQuickAction("Give me one useful tip for today");
+  world.until([&] { return !home.view().panel().isLoading; });
+  EXPECT_NE(home.view().panel().text.find("language model is needed"), std::string::npos)
+      << "the question is no answer to itself: " << home.view().panel().text;
+
   world.until([&] { return !home.gmail().isLoading(); });
   EXPECT_EQ(home.gmail().prompt(), GmailPanel::connectPrompt);
   EXPECT_EQ(home.gmail().problem(), "");

@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "companion/home/home_requests.h"
+#include "companion/home/home_service.h"
 #include "companion/home/news.h"
 #include "companion/home/triggers.h"
 #include "companion/home/weather.h"
+#include "companion/http/in_process.h"
+#include "platform/dispatch/simulation.h"
+#include "platform/simulated/simulated_http.h"
+#include "platform/simulated/simulated_speech.h"
 #include "platform/text/text.h"
 
 namespace kestrin::test {
@@ -111,7 +116,7 @@ TEST(Icalendar, WhatIsBrokenIsLeftOut) {
 TEST(CompanionHome, TriggersFireOnceForTheirCause) {
   home::Triggers rules;
   home::Situation day{
-      "u", "Europe/Paris", {{"Lunch", at("2026-04-01T10:00:00Z")}}, 3, at("2026-04-01T07:00:00Z")};
+      "u", "Europe/Paris", {{"Lunch", at("2026-04-01T10:00:00Z")}}, 2, at("2026-04-01T07:00:00Z")};
   const auto fired = [&](const char* now) {
     std::string out;
     const Json triggers = rules.evaluate(day, at(now));
@@ -122,14 +127,35 @@ TEST(CompanionHome, TriggersFireOnceForTheirCause) {
   EXPECT_EQ(fired("2026-04-01T09:49:59Z"), "");
   EXPECT_EQ(fired("2026-04-01T09:51:30Z"), "Starting soon: Lunch starts in 9 minutes.");
   EXPECT_EQ(fired("2026-04-01T09:55:00Z"), "");
-  day.unreadMail = 12;
-  EXPECT_EQ(fired("2026-04-01T10:30:00Z"), "Unread mail: You have 12 unread emails.");
+  day.unreadMail = 3;
+  EXPECT_EQ(fired("2026-04-01T10:30:00Z"), "Unread mail: You have 3 unread emails.");
   EXPECT_EQ(fired("2026-04-01T10:59:00Z"), "");
   EXPECT_EQ(fired("2026-04-01T11:00:00Z"),
             "Still here: It has been quiet for a while. Is there anything I can do?");
   EXPECT_EQ(fired("2026-04-01T17:00:00Z"), "");
-  EXPECT_EQ(fired("2026-04-02T07:00:00Z"), "Unread mail: You have 12 unread emails.")
+  EXPECT_EQ(fired("2026-04-02T07:00:00Z"), "Unread mail: You have 3 unread emails.")
       << "a new day; of yesterday's silence nothing is said";
+}
+
+TEST(CompanionHome, ASilenceIsThatOfTheDeviceWhoeverIsSignedIn) {
+  const auto engine = Simulation::make(1);
+  SimulatedHttp http{*engine};
+  SimulatedSpeech voice;
+  std::string lookedUp;
+  home::HomeService service(*engine, http, voice, {});
+  server::Server server(*engine, {});
+  service.addRoutes(server);
+  service.useHistory([&](const std::string& id, const auto& completion) {
+    lookedUp += id + " ";
+    completion(std::nullopt);
+  });
+  for (const char* body : {R"({"user_id":"local","device_id":"device_1"})",
+                           R"({"user_id":"device_2"})", R"({"user_id":"u","device_id":"../x"})"}) {
+    server::InProcessRequest request(
+        server, {.method = "POST", .path = "/triggers/evaluate", .body = body});
+    engine->runFor(1s);
+  }
+  EXPECT_EQ(lookedUp, "device_1 device_2 ");
 }
 
 TEST(CompanionHome, WeatherNewsAndNotesAreReadFromWhatPeopleHave) {

@@ -31,6 +31,9 @@ std::string ownWords(const Detection& detection, const Json& body) {
   return text;
 }
 
+/// What was said is no answer to itself: only a model can give one.
+bool needsModel(const Detection& detection) { return detection.mode == answerMode; }
+
 /// Without the server's own words, which may say anything.
 std::string whyWithout(const Error& error) {
   if (error.domain != "LanguageModel") {
@@ -109,6 +112,13 @@ void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done
   emit(Json::object({{"mode", detection.mode}, {"auto_detected", autoDetected}}));
 
   const auto endpoint = endpointFor(body, hostedBaseUrl_);
+  if (!endpoint && needsModel(detection)) {
+    emit(Json::object({{"error",
+                        "A language model is needed to answer this, and none is set up. Choose one "
+                        "in the settings."}}));
+    done();
+    return;
+  }
   if (detection.mode == "command" || !endpoint || text::trim(detection.content).empty()) {
     emitText(ownWords(detection, body), emit);
     done();
@@ -132,6 +142,8 @@ void LocalAgent::process(const Json& body, Emit emit, std::function<void()> done
       if (log) log("language model: " + error->description);
       if (*started) {
         emit(Json::object({{"error", error->description}}));
+      } else if (needsModel(detection)) {
+        emit(Json::object({{"error", "The language model " + whyWithout(*error) + "."}}));
       } else {
         // The user's words matter more than how well they are put.
         emitText(ownWords(detection, body), emit);

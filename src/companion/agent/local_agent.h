@@ -16,7 +16,8 @@ namespace kestrin::agent {
 /// model fails before its first word; the user is told of that by an action that shows a
 /// notification, but of the same model not again before it has worked or an hour has gone by. A
 /// model that fails later ends the answer with an error: half a text must not pass
-/// for a whole one. Commands never go to a model.
+/// for a whole one. In the mode `answerMode` there is only the model's answer or an error. Commands
+/// never go to a model.
 class LocalAgent final : public Agent {
  public:
   static constexpr std::chrono::hours toldAgainAfter{1};

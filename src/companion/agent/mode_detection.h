@@ -9,6 +9,9 @@
 
 namespace kestrin::agent {
 
+/// The mode of a question that is to be answered instead of written down.
+constexpr const char* answerMode = "answer";
+
 /// What a spoken request is for, and what remains of it when the words that said so are taken off.
 struct Detection {
   std::string mode = "dictation";

@@ -38,7 +38,7 @@ ModelPrompt promptFor(const Json& body, const Detection& detection, const AppCon
   const std::string& mode = detection.mode;
   ModelPrompt out;
   const Json* prompts = body.objectAt("custom_prompts");
-  const char* fallback = mode == "plain" ? plainPrompt : fallbackPrompt;
+  const char* fallback = mode == "plain" || mode == answerMode ? plainPrompt : fallbackPrompt;
   out.system = prompts ? prompts->stringAt(mode, fallback) : fallback;
   out.system += std::string("\n") + outputRule;
   add(out.system, "User's name", body.stringAt("user_name", ""), 100);

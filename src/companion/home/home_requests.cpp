@@ -1,6 +1,7 @@
 #include "companion/home/home_requests.h"
 
 #include "companion/agent/language_model.h"
+#include "companion/agent/mode_detection.h"
 #include "companion/agent/spoken_text.h"
 #include "companion/agent/words.h"
 #include "platform/text/markdown.h"
@@ -15,6 +16,21 @@ constexpr size_t summarisedNotes = 3;
 bool isHomeRequest(const Json& body) {
   const std::string mode = body.stringAt("mode", "auto");
   return !body.has("app_context") && (mode == "auto" || mode == "plain");
+}
+
+bool asksForSummary(const Json& body) {
+  return isHomeRequest(body) && body.stringAt("transcript", "").starts_with(notesRequest);
+}
+
+/// The page shows why there is no answer where the answer would stand; an error would break the
+/// stream off. Half an answer stays a failure.
+agent::Agent::Emit withReasonAsText(agent::Agent::Emit emit) {
+  return [emit = std::move(emit), began = std::make_shared<bool>(false)](const Json& event) {
+    *began = *began || event.has("chunk");
+    const auto why = event.stringAt("error");
+    if (!why || *began) return emit(event);
+    emit(Json::object({{"chunk", *why}}));
+  };
 }
 
 Json newsEvent(const std::vector<NewsItem>& items) {
@@ -32,9 +48,15 @@ bool asksForNews(const Json& body) {
          said.size() < 60;
 }
 
+bool asksQuestion(const Json& body) {
+  const std::string asked = text::trim(body.stringAt("transcript", ""));
+  return isHomeRequest(body) && body.stringAt("mode", "auto") == "auto" && !asked.empty() &&
+         agent::detectMode(asked, {}).mode == "dictation";
+}
+
 std::string summaryOfNotes(const Json& body) {
+  if (!asksForSummary(body)) return {};
   const std::string asked = body.stringAt("transcript", "");
-  if (!isHomeRequest(body) || !asked.starts_with(notesRequest)) return {};
   std::vector<std::string> titles;
   for (const auto& line : text::split(asked, "\n")) {
     if (!line.starts_with("- ") || titles.size() == summarisedNotes) continue;
@@ -66,7 +88,13 @@ void HomeRequests::process(const Json& body, Emit emit, std::function<void()> do
     emit(Json::object({{"chunk", summary}}));
     return done();
   }
-  agent_.process(body, std::move(emit), std::move(done), std::move(cancel));
+  const bool question = asksQuestion(body);
+  if (!question && !asksForSummary(body))
+    return agent_.process(body, std::move(emit), std::move(done), std::move(cancel));
+  Json asked = body;
+  asked.set("mode", agent::answerMode);
+  agent_.process(asked, question ? withReasonAsText(std::move(emit)) : std::move(emit),
+                 std::move(done), std::move(cancel));
 }
 
 }  // namespace kestrin::home

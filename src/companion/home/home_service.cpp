@@ -71,7 +71,12 @@ void HomeService::triggers(const Request& request, const Responder& responder) {
   const auto body = Json::parse(request.body);
   if (!body || !body->isObject() || body->stringAt("user_id", "").empty())
     return refuse(responder, 400, "The body must be a JSON object with a user_id");
-  if (!backend::admits(body->stringAt("user_id", ""), request, responder)) return;
+  // Dictations are kept by device, whoever is signed in there.
+  const std::string user = body->stringAt("user_id", ""),
+                    device = body->stringAt("device_id", user);
+  for (const std::string& id : {user, device}) {
+    if (!backend::admits(id, request, responder)) return;
+  }
   const auto evaluate = [queue = queue_, rules = rules_, &clock = dispatch_.clock(), responder,
                          situation = situationIn(*body)](std::optional<Date> last) {
     queue->post([=, &clock] {
@@ -81,7 +86,7 @@ void HomeService::triggers(const Request& request, const Responder& responder) {
     });
   };
   if (!lastDictation_) return evaluate(std::nullopt);
-  lastDictation_(body->stringAt("user_id", ""), evaluate);
+  lastDictation_(device, evaluate);
 }
 
 void HomeService::news(std::function<void(Result<std::vector<NewsItem>>)> completion) {

@@ -21,9 +21,9 @@ class HomeService {
     std::string weatherUrl;             ///< where the weather is asked; empty: it is not
     std::vector<std::string> newsUrls;  ///< of RSS or Atom feeds
   };
-  /// When a user last dictated; answers once, from any thread.
+  /// When there was last a dictation at a device; answers once, from any thread.
   using LastDictation =
-      std::function<void(const std::string& userId, std::function<void(std::optional<Date>)>)>;
+      std::function<void(const std::string& deviceId, std::function<void(std::optional<Date>)>)>;
 
   /// All of these must outlive this.
   HomeService(Dispatch& dispatch, Http& http, SystemSpeech& speech, Options options);

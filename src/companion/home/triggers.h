@@ -27,7 +27,8 @@ Situation situationIn(const Json& body);
 class Triggers {
  public:
   static constexpr std::chrono::minutes soon{10};
-  static constexpr int64_t muchMail = 10;
+  /// As much as the application counts: it knows the newest few alone.
+  static constexpr int64_t muchMail = 3;
   static constexpr std::chrono::hours longSilence{4};
   static constexpr int workBegins = 9, workEnds = 18;  ///< hours
 
