@@ -12,7 +12,7 @@ AppDelegate::AppDelegate(DictationServices services, KeyMonitor& keyMonitor,
       capturer_(services_.dispatch, std::move(context), std::move(workspace), services_.manager),
       results_(services_),
       sender_(services_, results_),
-      holdKey_(services_.dispatch, {.pressed = [this] { startRecording(); },
+      holdKey_(services_.dispatch, {.pressed = [this] { pressed(); },
                                     .confirmed = [this] { pressConfirmed(); },
                                     .discarded = [this] { discardRecording(); },
                                     .released = [this] { stopRecordingAndTranscribe(); }}) {
@@ -45,6 +45,11 @@ void AppDelegate::cancel() {
   for (const auto& request : services_.manager->getActiveRequests()) {
     services_.manager->cancelRequest(request->id());
   }
+}
+
+void AppDelegate::pressed() {
+  if (onPress) onPress();
+  startRecording();
 }
 
 void AppDelegate::startRecording() {

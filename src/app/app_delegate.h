@@ -53,11 +53,14 @@ class AppDelegate {
   bool isAppReady = false;
   /// After a change of the icon or of what runs.
   std::function<void()> onChange;
+  /// At each press, whatever comes of it.
+  std::function<void()> onPress;
 
  private:
   static constexpr std::chrono::milliseconds pauseAfterReplyStopped{80};
   static constexpr std::chrono::milliseconds pauseAfterEngineReset{150};
 
+  void pressed();
   void beginStart(bool replyWasStopped);
   void deferredStart(int start, bool replyWasStopped);
   void retryStart(int start);

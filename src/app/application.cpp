@@ -75,10 +75,8 @@ void Application::observe() {
       lifetime_.guard([this](const UserNotification& notification, const Json& userInfo) {
         notices_.show(notification, userInfo);
       });
-  recorder_.onPreRollChanged = lifetime_.guard([this] {
-    userWasActive();
-    changed();
-  });
+  delegate_.onPress = lifetime_.guard([this] { userWasActive(); });
+  recorder_.onPreRollChanged = tellChange;
   startSequence_.onChange = tellChange;
   setup_.onChange = tellChange;
   setup_.onTell = lifetime_.guard([this] { showSetup(); });

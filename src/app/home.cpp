@@ -7,7 +7,8 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
     : agent_({core.platform.dispatch, core.platform.http, core.platform.settings, core.deviceId,
               core.geminiKey, core.auth, core.endpoints}),
       persona_(core.platform.dispatch.clock(), core.platform.random),
-      speech_(agent_, core.player, persona_, core.logger),
+      speech_(agent_, core.player, persona_, core.logger,
+              "Hold " + holdKeyName + " to ask anything"),
       calendar_(core.platform.dispatch, core.platform.http, core.platform.calendars,
                 core.platform.settings, core.logger, core.deviceId, core.endpoints),
       googleAuth_(
@@ -40,10 +41,15 @@ Home::Home(CoreServices& core, MainWindowController* window, std::string holdKey
                    for (const Email& email : gmail_.cachedEmails())
                      if (email.isUnread) ids.insert(email.id);
                    return ids;
-                 }}) {
+                 },
+                 [this] { return calendar_.today(); }}) {
   activity_.onReturn = [this](const std::string& message) { view_.showBanner(message); };
-  const auto status = [window](const std::string& text, bool failed) {
-    if (window) window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
+  const auto status = [this, window](const std::string& text, bool failed) {
+    if (!window) return;
+    // What somebody else has said meanwhile stands until they are done.
+    if (text == speech_.restingText() && window->status().text != lastStatus_) return;
+    lastStatus_ = text;
+    window->updateStatus(text, failed ? StatusColor::red : StatusColor::primary);
   };
   speech_.onStatus = status;
   caches_.onStatus = status;

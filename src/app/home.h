@@ -35,6 +35,7 @@ class Home {
   GoogleAccountView& googleAccount() { return googleAccount_; }
 
  private:
+  std::string lastStatus_;  ///< that the home put into the window
   HomeAgent agent_;
   AIPersonaService persona_;
   SpeechService speech_;

@@ -26,6 +26,7 @@ void ActivityTracker::startTracking() {
 void ActivityTracker::look() {
   if (isAway_ || sources_.dispatch.clock().steadyNow() - lastActiveTime_ < awayThreshold) return;
   isAway_ = true;
+  knownDay_ = sources_.calendarDay();
   knownEvents_ = sources_.calendarEvents();
   knownMessages_ = sources_.messages();
   newCalendarEvents_ = newMessages_ = missedCalls_ = 0;
@@ -36,7 +37,8 @@ void ActivityTracker::userWasActive() {
   lastActiveTime_ = sources_.dispatch.clock().steadyNow();
   if (!isAway_) return;
   isAway_ = false;
-  newCalendarEvents_ = countNew(sources_.calendarEvents(), knownEvents_);
+  newCalendarEvents_ =
+      sources_.calendarDay() == knownDay_ ? countNew(sources_.calendarEvents(), knownEvents_) : 0;
   newMessages_ = countNew(sources_.messages(), knownMessages_);
   if (const std::string said = message(); !said.empty() && onReturn) onReturn(said);
 }

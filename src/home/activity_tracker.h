@@ -17,8 +17,10 @@ class ActivityTracker {
 
   struct Sources {
     Dispatch& dispatch;
-    /// Identifiers of what is known now: today's appointments, the unread messages.
+    /// Identifiers of what is known now: a day's appointments, the unread messages.
     std::function<std::set<std::string>()> calendarEvents, messages;
+    /// Which day's appointments they are: those of another day are not new.
+    std::function<Date()> calendarDay;
   };
   explicit ActivityTracker(Sources sources) : sources_(std::move(sources)) {}
 
@@ -43,6 +45,7 @@ class ActivityTracker {
 
   const Sources sources_;
   SteadyTime lastActiveTime_;
+  Date knownDay_;
   bool isTracking_ = false, isAway_ = false;
   std::set<std::string> knownEvents_, knownMessages_;
   int newCalendarEvents_ = 0, newMessages_ = 0, missedCalls_ = 0;

@@ -8,10 +8,12 @@
 namespace kestrin {
 namespace {
 
+std::string shownTitle(const std::string& title) { return title.empty() ? "Untitled" : title; }
+
 CalendarEvent fromRecord(const CalendarRecord& record) {
   CalendarEvent event;
   event.id = record.id;
-  event.title = record.title.empty() ? "Untitled" : record.title;
+  event.title = shownTitle(record.title);
   event.startDate = record.start;
   event.endDate = record.end;
   event.isAllDay = record.allDay;
@@ -50,7 +52,8 @@ std::vector<EventAttendee> attendeesOf(const Json& event) {
 
 std::optional<Date> parseGoogleDate(const std::string& text) {
   if (text.empty()) return std::nullopt;
-  if (text.size() > 10) {
+  // A time without an offset could be meant for any zone.
+  if (text.find_first_of("Z+-", std::string_view("yyyy-MM-ddT").size()) != std::string::npos) {
     if (const auto date = dates::parseIso8601(text)) return date;
   }
   for (const char* pattern :
@@ -70,7 +73,7 @@ std::vector<CalendarEvent> parseGoogleEvents(const Json& answer,
       print("⚠️ Event missing id");
       continue;
     }
-    event.title = entry->stringAt("summary", "Untitled");
+    event.title = shownTitle(entry->stringAt("summary", ""));
     const GoogleTime start = timeAt(*entry, "start"), end = timeAt(*entry, "end");
     const auto from = parseGoogleDate(start.text), to = parseGoogleDate(end.text);
     if (!from || !to) {
@@ -134,8 +137,10 @@ bool CalendarService::hasGoogleCalendar() const {
 void CalendarService::fetchEvents(Completion completion) {
   const DayRange today = dayOf(dispatch_.clock().wallNow());
   fetchEvents(today.from, today.to,
-              [this, completion = std::move(completion)](const std::vector<CalendarEvent>& events) {
+              [this, day = today.from,
+               completion = std::move(completion)](const std::vector<CalendarEvent>& events) {
                 todayEvents_ = events;
+                today_ = day;
                 completion(events);
               });
 }
@@ -162,6 +167,10 @@ void CalendarService::fetchLocalEvents(const std::shared_ptr<Gathering>& gatheri
       },
       [this, gathering](const Result<std::vector<CalendarRecord>>& records) {
         std::vector<CalendarEvent> events;
+        if (!std::exchange(hasCheckedAccess_, true)) {
+          logger_.print(records ? "📅 Calendar access: granted"
+                                : "❌ Calendar access error: " + records.error().description);
+        }
         if (records) {
           for (const CalendarRecord& record : *records) events.push_back(fromRecord(record));
         } else {

@@ -35,6 +35,8 @@ class CalendarService {
   bool hasGoogleCalendar() const;
   /// The last list of today.
   const std::vector<CalendarEvent>& todayEvents() const { return todayEvents_; }
+  /// The day that it is of, by its first moment.
+  Date today() const { return today_; }
 
  private:
   struct Gathering;
@@ -49,6 +51,8 @@ class CalendarService {
   const std::string backend_;
   const std::shared_ptr<HttpSession> session_;
   std::vector<CalendarEvent> todayEvents_;
+  Date today_;
+  bool hasCheckedAccess_ = false;  ///< whether the calendars can be read is told once
   Lifetime lifetime_;
 };
 

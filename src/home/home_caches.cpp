@@ -151,9 +151,7 @@ void HomeCaches::compose(const std::vector<CalendarEvent>& events,
 void HomeCaches::speakPrepared() {
   if (!briefingAudio_.empty()) {
     status("🔊 Here's your latest...");
-    return services_.speech.play(briefingAudio_, lifetime_.guard([this] {
-      status("Hold " + services_.holdKeyName + " to ask anything");
-    }));
+    return services_.speech.play(briefingAudio_);
   }
   status("🔊 Speaking your latest...");
   services_.speech.speakText(briefingText_, lifetime_.guard([this](bool spoken) {

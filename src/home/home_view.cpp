@@ -57,9 +57,15 @@ void HomeView::open(Panel panel) {
 }
 
 void HomeView::closePanel() {
+  abandonQuestion();
+  open({});
+}
+
+/// What is still under way is not shown any more, and the status that tells of it goes.
+void HomeView::abandonQuestion() {
   ++questions_;
   newsPoll_.reset();
-  open({});
+  if (panel_.isLoading) status(services_.speech.restingText());
 }
 
 void HomeView::handleQuickAction(const std::string& query) {
@@ -75,7 +81,7 @@ void HomeView::handleQuickAction(const std::string& query) {
 }
 
 void HomeView::showRecentNotes() {
-  ++questions_;
+  abandonQuestion();
   if (services_.caches.cachedNotesSummary().empty()) services_.caches.refreshNotesSummaryCache();
   showNotesSummary();
   changed();
@@ -134,7 +140,7 @@ void HomeView::newsArrived() {
   status("📰 " + std::to_string(items.size()) + " headlines");
   if (services_.caches.cachedNewsAudioData().empty()) return;
   status("🔊 Speaking news...");
-  services_.speech.play(services_.caches.cachedNewsAudioData(), {});
+  services_.speech.play(services_.caches.cachedNewsAudioData());
 }
 
 void HomeView::showGmailPopup() {
@@ -165,21 +171,28 @@ void HomeView::processQuickAction(const std::string& query) {
   services_.agent.ask(
       query, "auto", quickActionTimeout,
       lifetime_.guard([this, query, question = ++questions_](const Result<AgentReply>& reply) {
-        if (question != questions_) return;
-        if (!reply) {
-          services_.logger.print("❌ Quick action failed: " + reply.error().description);
-          open({});
-          return status("❌ Failed: " + reply.error().description, true);
-        }
-        const bool news = text::contains(text::lower(query), "news");
-        open({.title = news ? "Latest update" : "Results",
-              .text = reply->text,
-              .items = reply->news});
-        status("✅ Got response");
-        if (reply->audio.empty()) return;
-        status("🔊 Speaking...");
-        services_.speech.play(reply->audio, {});
+        if (question == questions_) quickActionAnswered(query, reply);
       }));
+}
+
+void HomeView::quickActionAnswered(const std::string& query, const Result<AgentReply>& reply) {
+  const bool isShown = reply && (!reply->text.empty() || !reply->news.empty());
+  if (!isShown && (!reply || reply->audio.empty())) {
+    const std::string why = reply ? "The agent gave no answer" : reply.error().description;
+    services_.logger.print("❌ Quick action failed: " + why);
+    open({});
+    return status("❌ Failed: " + why, true);
+  }
+  if (isShown) {
+    const bool news = text::contains(text::lower(query), "news");
+    open({.title = news ? "Latest update" : "Results", .text = reply->text, .items = reply->news});
+    status("✅ Got response");
+  } else {
+    open({});
+  }
+  if (reply->audio.empty()) return;
+  status("🔊 Speaking...");
+  services_.speech.play(reply->audio);
 }
 
 }  // namespace kestrin

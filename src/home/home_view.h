@@ -72,6 +72,8 @@ class HomeView {
 
  private:
   void processQuickAction(const std::string& query);
+  void quickActionAnswered(const std::string& query, const Result<AgentReply>& reply);
+  void abandonQuestion();
   void open(Panel panel);
   void pollNews(int attempts);
   void newsArrived();

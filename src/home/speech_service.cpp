@@ -30,6 +30,13 @@ void SpeechService::ttsToData(const std::string& text, std::function<void(Bytes)
   });
 }
 
+void SpeechService::play(Bytes audio, std::function<void()> completion) {
+  player_.play(std::move(audio), lifetime_.guard([this, completion = std::move(completion)] {
+    status(restingText_);
+    if (completion) completion();
+  }));
+}
+
 void SpeechService::speakText(const std::string& text, std::function<void(bool)> completion) {
   logger_.print("🔊 Sending TTS request to: " + agent_.baseUrl() +
                 "/tts with text: " + text::prefix(text, shownText) + "...");
@@ -55,7 +62,7 @@ void SpeechService::speakText(const std::string& text, std::function<void(bool)>
     }
     logger_.print("🔊 Received TTS audio: " + std::to_string(audio.size()) + " bytes");
     status("🔊 Speaking...");
-    player_.play(std::move(audio), [completion] {
+    play(std::move(audio), [completion] {
       if (completion) completion(true);
     });
   });

@@ -10,23 +10,29 @@
 
 namespace kestrin {
 
-/// Speaks texts with the voice of the persona, which the agent makes. Main queue only.
+/// Speaks texts with the voice of the persona, which the agent makes. When a sound has come to its
+/// end the status returns to its resting text. Main queue only; must be destroyed there.
 class SpeechService {
  public:
   static constexpr std::chrono::seconds timeout{90};
   static constexpr const char* failedStatus = "❌ TTS failed - is Docker running?";
 
+  /// `restingText`: what the status says while nothing goes on.
   SpeechService(HomeAgent& agent, AudioPlayerService& player, const AIPersonaService& personas,
-                Logger& logger)
-      : agent_(agent), player_(player), personas_(personas), logger_(logger) {}
+                Logger& logger, std::string restingText)
+      : agent_(agent),
+        player_(player),
+        personas_(personas),
+        logger_(logger),
+        restingText_(std::move(restingText)) {}
 
   /// Bytes of sound, or none.
   void ttsToData(const std::string& text, std::function<void(Bytes)> completion);
   /// `completion` (may be empty) gets whether it was spoken to its end.
   void speakText(const std::string& text, std::function<void(bool)> completion = {});
-  void play(Bytes audio, std::function<void()> completion) {
-    player_.play(std::move(audio), std::move(completion));
-  }
+  /// `completion` may be empty.
+  void play(Bytes audio, std::function<void()> completion = {});
+  const std::string& restingText() const { return restingText_; }
 
   /// A line for the status; `failed`: in red.
   std::function<void(const std::string& text, bool failed)> onStatus;
@@ -41,6 +47,8 @@ class SpeechService {
   AudioPlayerService& player_;
   const AIPersonaService& personas_;
   Logger& logger_;
+  const std::string restingText_;
+  Lifetime lifetime_;
 };
 
 }  // namespace kestrin

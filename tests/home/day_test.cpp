@@ -141,7 +141,9 @@ TEST(HomeDay, AnyEndpointThatFailsLeavesThePageAsItWas) {
 TEST(ActivityTracker, TellsWhatCameInAnAbsenceAndOnlyThat) {
   SimulatedWorld world;
   std::set<std::string> events{"a"}, messages{"m"};
-  ActivityTracker tracker({world.dispatch, [&] { return events; }, [&] { return messages; }});
+  Date day = *dates::parseIso8601("2026-03-02T00:00:00Z");
+  ActivityTracker tracker(
+      {world.dispatch, [&] { return events; }, [&] { return messages; }, [&] { return day; }});
   std::vector<std::string> told;
   tracker.onReturn = [&](const std::string& message) { told.push_back(message); };
   const auto back = [&](Duration after, const std::function<void()>& meanwhile) {
@@ -167,6 +169,11 @@ TEST(ActivityTracker, TellsWhatCameInAnAbsenceAndOnlyThat) {
   EXPECT_EQ(back(1s, comes), std::vector<std::string>{});
   EXPECT_EQ(back(3600s, [&] { tracker.callWasMissed(); }),
             std::vector<std::string>{"While you were away: 1 missed call."});
+  const auto night = [&] {
+    events = {"x", "y"};
+    day += 24h;
+  };
+  EXPECT_EQ(back(8h, night), std::vector<std::string>{}) << "the next day's list is no news";
 }
 
 }  // namespace

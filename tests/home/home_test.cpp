@@ -140,6 +140,7 @@ TEST(Triggers, BecomeNotificationsAndSpeech) {
   world.main([&] { world.triggers->startTriggerPolling(); }, 70s);
   const auto sent = Json::parse(world.http.requests("*/triggers/evaluate").at(0).request.body);
   EXPECT_EQ(sent->objectsAt("calendar_events").size(), 10u);
+  EXPECT_EQ(sent->stringAt("device_id"), world.deviceId.deviceId());
   const auto& shown = world.userNotifications.shown;
   ASSERT_EQ(shown.size(), 4u) << "after 10 s and at the minute, two each";
   EXPECT_TRUE(shown[0].first.sound);
@@ -180,6 +181,50 @@ TEST(HomeView, ChipsDoWhatTheySay) {
   EXPECT_NE(world.statuses.find("!❌ Failed: "), std::string::npos);
 }
 
+TEST(HomeView, TheStatusRestsWhenASoundEndsOrAQuestionIsGivenUp) {
+  const std::string rest = "Hold Right Ctrl to ask anything|";
+  HomeWorld world;
+  const auto said = [&](const std::function<void()>& what) {
+    world.statuses.clear();
+    world.main(what);
+    return world.statuses;
+  };
+  const std::string spoken = Json::object({{"audio", text::base64Encode(world.sound)}}).dump();
+  EXPECT_EQ(said([&] { world.view->handleQuickAction("schedule"); }),
+            "📅 Checking your schedule...|🔊 Speaking...|" + rest);
+  EXPECT_EQ(said([&] {
+              world.triggers->handleFiredTrigger(Json::object({{"body", "Hi"}, {"audio", true}}));
+            }),
+            "🔊 Speaking...|" + rest);
+  world.answer("POST", "/process/stream", "data: {\"chunk\":\"Tea.\"}\ndata: " + spoken + "\n");
+  EXPECT_EQ(said([&] { world.view->handleQuickAction("What now?"); }),
+            "🔄 Processing: What now?|✅ Got response|🔊 Speaking...|" + rest);
+  for (const char* query : {"What now?", "schedule", "gmail"}) {
+    const auto given = said([&] {
+      world.view->handleQuickAction(query);
+      world.view->closePanel();
+    });
+    EXPECT_TRUE(given.ends_with("|" + rest)) << given;
+    EXPECT_EQ(std::count(given.begin(), given.end(), '|'), 2) << given;
+  }
+  EXPECT_EQ(said([&] { world.view->closePanel(); }), "") << "what others say stays";
+}
+
+TEST(HomeView, AnAnswerThatSaysNothingIsAFailure) {
+  HomeWorld world;
+  const auto ask = [&](const char* body) {
+    world.answer("POST", "/process/stream", body);
+    world.statuses.clear();
+    world.main([&] { world.view->handleQuickAction("What now?"); });
+    EXPECT_FALSE(world.view->panel().isOpen());
+    return world.statuses.substr(world.statuses.find('|') + 1);
+  };
+  EXPECT_EQ(ask("data: {\"mode\":\"plain\"}\n\ndata: [DONE]\n"),
+            "!❌ Failed: The agent gave no answer|");
+  EXPECT_EQ(ask("data: {\"chunk\":\"Half\"}\n\ndata: {\"error\":\"out of tea\"}\n"),
+            "!❌ Failed: out of tea|");
+}
+
 TEST(CalendarService, MergesWhatThereIsAndSkipsWhatCannotBeRead) {
   HomeWorld world;
   const auto read = [](const char* events) {
@@ -189,12 +234,15 @@ TEST(CalendarService, MergesWhatThereIsAndSkipsWhatCannotBeRead) {
     {"id":"a","summary":"Day","start":{"date":"2026-03-01"},"end":{"date":"2026-03-02"}},
     {"id":"b","start":"2026-03-01T10:00:00.250Z","end":{"dateTime":"2026-03-01T12:00:00+01:00"},
      "attendees":[{"email":"x"}]},
-    {"summary":"no id"},{"id":"c","start":"2026-03-01T10:00:00Z","end":"soon"},{"id":"d"}]})");
-  ASSERT_EQ(google.size(), 2u);
+    {"summary":"no id"},{"id":"c","start":"2026-03-01T10:00:00Z","end":"soon"},{"id":"d"},
+    {"id":"e","start":"2026-03-01T10:00:00","end":"2026-03-01T11:00:00Z"},
+    {"id":"f","summary":"","start":"2026-03-01T10:00:00+0100","end":"2026-03-01T11:00:00.5-05:00"}]})");
+  ASSERT_EQ(google.size(), 3u) << "a time without an offset cannot be read";
   EXPECT_TRUE(google[0].isAllDay);
   EXPECT_EQ(google[1].title, "Untitled");
   EXPECT_EQ(google[1].attendees.at(0).status, "needsAction");
   EXPECT_EQ(google[1].durationString(), "59 min");
+  EXPECT_EQ(google[2].title, "Untitled");
   std::vector<CalendarEvent> found;
   const auto fetch = [&] {
     found.assign(3, {});

@@ -34,7 +34,7 @@ struct HomeWorld : SimulatedWorld {
           HomeAgent::Services{dispatch, http, settings, deviceId, geminiKey, auth, endpoints});
       persona.emplace(dispatch.clock(), random);
       player.emplace(dispatch, audio, settings, logger);
-      speech.emplace(*agent, *player, *persona, logger);
+      speech.emplace(*agent, *player, *persona, logger, "Hold Right Ctrl to ask anything");
       calendar.emplace(dispatch, http, calendars, settings, logger, deviceId, endpoints);
       gmail.emplace(GmailPanel::Services{dispatch, http, settings, logger, deviceId, *speech,
                                          workspace, endpoints.backend});
