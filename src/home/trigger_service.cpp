@@ -37,7 +37,7 @@ void TriggerService::handleFiredTrigger(const Json& trigger) {
   // The notification server is waited for elsewhere.
   services_.dispatch.globalQueue()->post(
       [&notifications = services_.notifications, &logger = services_.logger, notification] {
-        const auto shown = notifications.show(notification, [](const std::string&) {});
+        const auto shown = notifications.show(notification, {});
         if (!shown) logger.print("⚠️ Trigger not shown: " + shown.error().description);
       });
   if (trigger.boolAt("audio").value_or(false)) services_.speech.speakText(body);

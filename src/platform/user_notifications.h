@@ -22,8 +22,8 @@ struct UserNotification {
 class UserNotifications {
  public:
   virtual ~UserNotifications() = default;
-  /// `onAction` gets the action's key ("default" for a click on the body), on any thread. Returns
-  /// an id.
+  /// `onAction` gets the action's key ("default" for a click on the body), on any thread; may be
+  /// empty: a click does nothing. Returns an id.
   virtual Result<uint32_t> show(const UserNotification& notification,
                                 std::function<void(const std::string&)> onAction) = 0;
   virtual void withdraw(uint32_t id) = 0;

@@ -160,29 +160,34 @@ TEST_F(Controls, AScreenshotComesFromThePortalElseFromATool) {
 struct NotificationServer {
   NotificationServer(PrivateBus& bus, std::vector<std::string> capabilities) : bus_(bus.connect()) {
     using Hints = std::map<std::string, sdbus::Variant>;
-    object_ =
-        bus_->exportObject(path,
-                           [&](sdbus::IObject& object) {
-                             object.registerMethod("GetCapabilities")
-                                 .onInterface(name)
-                                 .implementedAs([capabilities] { return capabilities; });
-                             object.registerMethod("Notify").onInterface(name).implementedAs(
-                                 [this](const std::string&, uint32_t, const std::string&,
-                                        const std::string&, const std::string& body,
-                                        const std::vector<std::string>&, const Hints&, int32_t) {
-                                   bodies.push_back(body);
-                                   return static_cast<uint32_t>(bodies.size());
-                                 });
-                           })
-            .value();
+    object_ = bus_->exportObject(
+                      path,
+                      [&](sdbus::IObject& object) {
+                        object.registerMethod("GetCapabilities")
+                            .onInterface(name)
+                            .implementedAs([capabilities] { return capabilities; });
+                        object.registerMethod("Notify").onInterface(name).implementedAs(
+                            [this](const std::string&, uint32_t, const std::string&,
+                                   const std::string&, const std::string& body,
+                                   const std::vector<std::string>& actions, const Hints&, int32_t) {
+                              bodies.push_back(body);
+                              offered.push_back(actions);
+                              return static_cast<uint32_t>(bodies.size());
+                            });
+                      })
+                  .value();
     EXPECT_TRUE(bus_->requestName(name));
   }
+  /// As a user can: on what was offered.
   void click(uint32_t id, const std::string& action) {
+    const auto& known = offered.at(id - 1);
+    if (std::find(known.begin(), known.end(), action) == known.end()) return;
     EXPECT_TRUE(bus_->emit(path, name, "ActionInvoked", id, action));
   }
   static inline const std::string path = "/org/freedesktop/Notifications";
   static inline const std::string name = "org.freedesktop.Notifications";
   std::vector<std::string> bodies;
+  std::vector<std::vector<std::string>> offered;  ///< key, label, key, label, ...
   std::unique_ptr<dbus::Connection> bus_;
   SubscriptionHandle object_;
 };

@@ -16,14 +16,10 @@ RadarChartWidget::RadarChartWidget(const QString& name, QWidget* parent)
   setAccessibleName(name);
 }
 
-void RadarChartWidget::setValues(std::vector<std::string> labels, std::vector<double> values) {
+void RadarChartWidget::setValues(std::vector<std::string> labels, std::vector<double> values,
+                                 const QString& description) {
   labels_ = std::move(labels);
   values_ = std::move(values);
-  QString description;
-  for (size_t i = 0; i < labels_.size(); ++i) {
-    description +=
-        QString::fromStdString(labels_[i]) + " " + QString::number(int(values_[i] * 100)) + " %, ";
-  }
   setAccessibleDescription(description);
   update();
 }

@@ -11,8 +11,9 @@ namespace kestrin {
 class RadarChartWidget final : public QWidget {
  public:
   explicit RadarChartWidget(const QString& name, QWidget* parent = nullptr);
-  /// `values`: one for each label, 0 to 1.
-  void setValues(std::vector<std::string> labels, std::vector<double> values);
+  /// `values`: one for each label, 0 to 1. `description` says them to those who do not see them.
+  void setValues(std::vector<std::string> labels, std::vector<double> values,
+                 const QString& description);
   QSize sizeHint() const override { return {230, 210}; }
   QSize minimumSizeHint() const override { return sizeHint(); }
 

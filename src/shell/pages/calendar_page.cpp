@@ -14,6 +14,10 @@ std::string describe(const CalendarEvent& event) {
   return event.title + ", " + event.timeString() + ", " + event.durationString();
 }
 
+std::string describeWithPlace(const CalendarEvent& event) {
+  return describe(event) + (event.location ? ", " + *event.location : "");
+}
+
 /// There is room for the time below the title.
 bool isTall(const PlacedEvent& placed) { return placed.endMinute - placed.startMinute >= 50; }
 
@@ -40,8 +44,7 @@ class CalendarPage::Grid final : public QWidget {
         label->setParent(this);
         label->setAlignment(Qt::AlignTop | Qt::AlignLeft);
         label->setAccessibleName(qt(describe(placed.event)));
-        label->setToolTip(qt(describe(placed.event) +
-                             (placed.event.location ? ", " + *placed.event.location : "")));
+        label->setToolTip(qt(describeWithPlace(placed.event)));
         label->show();
         labels_.push_back(label);
         texts_.push_back({qt(placed.event.title), qt(placed.event.timeString()), isTall(placed)});
@@ -151,9 +154,9 @@ void CalendarPage::refresh() {
   showChosen(view_.isWeek() ? week_ : day_);
   std::string wanted = view_.title();
   for (const CalendarDay& day : view_.days()) {
-    wanted += day.title;
-    for (const CalendarEvent& event : day.allDay) wanted += event.title;
-    for (const PlacedEvent& placed : day.placed) wanted += describe(placed.event);
+    wanted += "\n" + day.title + (day.isToday ? "*" : "");
+    for (const CalendarEvent& event : day.allDay) wanted += "\n" + describeWithPlace(event);
+    for (const PlacedEvent& placed : day.placed) wanted += "\n" + describeWithPlace(placed.event);
   }
   if (wanted == shown_) return;
   shown_ = wanted;
@@ -167,7 +170,7 @@ void CalendarPage::refresh() {
     head->addWidget(label, 0, Qt::AlignHCenter);
     for (const CalendarEvent& event : day.allDay) {
       auto* whole = makeLabel(qt(event.title), "caption");
-      whole->setToolTip(qt(describe(event)));
+      whole->setToolTip(qt(describeWithPlace(event)));
       head->addWidget(whole, 0, Qt::AlignHCenter);
     }
     head->addStretch(1);

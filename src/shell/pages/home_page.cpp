@@ -125,7 +125,8 @@ void HomePage::refresh() {
 void HomePage::showSchedule() {
   std::string wanted = "x";
   for (const CalendarEvent& event : view_.todayEvents())
-    wanted += event.id + event.title + event.timeString();
+    wanted += "\n" + event.id + "\n" + event.title + "\n" + event.timeString() + "\n" +
+              event.durationString() + "\n" + event.calendarName;
   if (wanted == shownSchedule_) return;
   shownSchedule_ = wanted;
   clearLayout(schedule_);
@@ -149,8 +150,9 @@ void HomePage::showPanel() {
   if (!panel.isOpen()) return;
   panelTitle_->setText(qt(panel.title));
   panelLoading_->setVisible(panel.isLoading);
-  std::string wanted = panel.title + panel.text;
-  for (const auto& item : panel.items) wanted += item.title + item.url;
+  std::string wanted = panel.title + "\n" + panel.text;
+  for (const auto& item : panel.items)
+    wanted += "\n" + item.title + "\n" + item.source + "\n" + item.url;
   if (wanted == shownPanel_) return;
   shownPanel_ = wanted;
   panelText_->setVisible(!panel.text.empty());

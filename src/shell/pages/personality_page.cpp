@@ -106,20 +106,16 @@ void PersonalityPage::showProfile() {
                                           view_.archetype()->stylePrompt)
                                      : "");
   voice_->setText(qt(view_.voiceText()));
-  std::string wanted = "x";
-  for (const auto& chart : view_.charts()) {
-    wanted += chart.title;
-    for (const double value : chart.values) wanted += text::fixed(value, 2) + " ";
-  }
-  if (wanted == shownCharts_) return;
-  shownCharts_ = wanted;
+  auto charts = view_.charts();
+  if (charts == shownCharts_) return;
   clearLayout(charts_);
-  for (const auto& chart : view_.charts()) {
+  for (const auto& chart : charts) {
     auto* widget = new RadarChartWidget(qt(chart.title));
-    widget->setValues(chart.axisLabels, chart.values);
+    widget->setValues(chart.axisLabels, chart.values, qt(chart.description));
     charts_->addWidget(widget);
   }
   charts_->addStretch(1);
+  shownCharts_ = std::move(charts);
 }
 
 void PersonalityPage::showTest() {

@@ -39,7 +39,7 @@ class PersonalityPage final : public Page {
          *notice_ = nullptr;
   QProgressBar* level_ = nullptr;
   QPushButton *record_ = nullptr, *skip_ = nullptr;
-  std::string shownCharts_;
+  std::optional<std::vector<RadarChart>> shownCharts_;
 };
 
 }  // namespace kestrin

@@ -87,11 +87,15 @@ std::vector<RadarChart> radarCharts(const VoiceProfile& profile) {
     double largest = 0;
     for (const auto& point : *points) largest = std::max(largest, point.value);
     if (largest <= 0) continue;
-    RadarChart chart{title, {}, {}};
+    RadarChart chart{title, {}, {}, {}};
+    std::vector<std::string> shares;
     for (const auto& point : *points) {
+      const double value = std::max(point.value, 0.0);
       chart.axisLabels.push_back(plainLabel(point.label));
-      chart.values.push_back(std::max(point.value, 0.0) / largest);
+      chart.values.push_back(value / largest);
+      shares.push_back(chart.axisLabels.back() + " " + text::fixed(value * 100, 0) + " %");
     }
+    chart.description = text::join(shares, ", ");
     charts.push_back(std::move(chart));
   }
   return charts;

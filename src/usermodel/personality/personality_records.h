@@ -59,6 +59,8 @@ struct RadarChart {
   std::string title;
   std::vector<std::string> axisLabels;
   std::vector<double> values;
+  std::string description;  ///< "Happy 50 %, Neutral 25 %": the values before they were scaled
+  bool operator==(const RadarChart&) const = default;
 };
 /// Those with something to show, in a fixed order; each scaled to its largest value.
 std::vector<RadarChart> radarCharts(const VoiceProfile& profile);
