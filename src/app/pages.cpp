@@ -66,7 +66,8 @@ LiveAssist& Pages::liveAssist() {
 std::unique_ptr<AudioRecorder> Pages::makeRecorder() const {
   Platform& platform = core_.platform;
   return std::make_unique<AudioRecorder>(platform.dispatch, platform.audio, platform.files,
-                                         platform.settings, core_.logger);
+                                         platform.settings, core_.logger,
+                                         AudioRecorder::PreRoll::never);
 }
 
 NotesView& Pages::notes() {

@@ -71,12 +71,13 @@ void resetAndTell(RecorderEngine& engine, Logger& logger, std::optional<uint64_t
 }  // namespace
 
 AudioRecorder::AudioRecorder(Dispatch& dispatch, Audio& audio, Files& files,
-                             SettingsStore& settings, Logger& logger)
+                             SettingsStore& settings, Logger& logger, PreRoll preRoll)
     : dispatch_(dispatch),
       audio_(audio),
       files_(files),
       settings_(settings),
       logger_(logger),
+      preRoll_(preRoll),
       engineQueue_(dispatch.makeQueue("com.kestrin.audiorecorder.engine")),
       engine_(std::make_shared<RecorderEngine>(dispatch)) {
   auto changed = lifetime_.guard([this] {
@@ -96,6 +97,16 @@ AudioRecorder::~AudioRecorder() {
   engine_->close();
   // What still runs there uses the ports.
   engineQueue_->sync([] {});
+}
+
+void AudioRecorder::retire(std::unique_ptr<AudioRecorder> recorder) {
+  if (!recorder) return;
+  // What fires on the main queue must end here.
+  recorder->lifetime_.end();
+  recorder->preRollTimer_.reset();
+  recorder->settingsObserver_.reset();
+  const auto global = recorder->dispatch_.globalQueue();
+  global->post([retired = std::shared_ptr<AudioRecorder>(std::move(recorder))] {});
 }
 
 void AudioRecorder::applyPreferences(const SettingsStore& settings) {
@@ -265,8 +276,12 @@ void AudioRecorder::captureStopped(uint64_t generation, AudioStop why) {
   preRollTried(false);
 }
 
+bool AudioRecorder::wantsPreRoll() const {
+  return preRoll_ == PreRoll::bySetting && settings_.boolean("pref_preRoll");
+}
+
 void AudioRecorder::refreshPreRoll() {
-  if (isRecording() || engine_->hasPreRoll() || !settings_.boolean("pref_preRoll")) return;
+  if (isRecording() || engine_->hasPreRoll() || !wantsPreRoll()) return;
   auto tried = lifetime_.guard([this](bool opened) { preRollTried(opened); });
   engineQueue_->post([tried, engine = engine_, main = dispatch_.mainQueue(),
                       callbacks = callbacks(), &audio = audio_, &settings = settings_,
@@ -278,7 +293,7 @@ void AudioRecorder::refreshPreRoll() {
 }
 
 void AudioRecorder::preRollTried(bool opened) {
-  const bool wanted = settings_.boolean("pref_preRoll");
+  const bool wanted = wantsPreRoll();
   if (!wanted && engine_->hasPreRoll() && !isRecording()) engine_->close();
   setPreRollActive(engine_->hasPreRoll());
   if (wanted && !opened)

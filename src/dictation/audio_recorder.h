@@ -19,14 +19,18 @@ namespace kestrin {
 /// a change of devices between recordings needs no observer; empty recordings are counted, and
 /// after the second in a row the engine is reset.
 ///
-/// With the setting "pref_preRoll" the microphone stays open between recordings and a recording
-/// begins up to 0.45 s before its key was pressed; that sound lies in memory only.
+/// With the setting "pref_preRoll" the microphone stays open between recordings (not that of a
+/// recorder which is made for a single one) and a recording begins up to 0.45 s before its key was
+/// pressed; that sound lies in memory only.
 ///
 /// Main queue, except `resetEngine`, which any queue may call.
 class AudioRecorder {
  public:
   static constexpr int maxConsecutiveFailures = 2;
   static constexpr std::chrono::milliseconds preRollLength{450};
+
+  /// Whether the microphone may stay open between recordings.
+  enum class PreRoll { bySetting, never };
 
   struct Recording {
     std::optional<std::string> url;  ///< only outside PCM-only mode
@@ -35,8 +39,12 @@ class AudioRecorder {
 
   /// Begins to prepare at once. `logger` outlives the dispatch's jobs.
   AudioRecorder(Dispatch& dispatch, Audio& audio, Files& files, SettingsStore& settings,
-                Logger& logger);
+                Logger& logger, PreRoll preRoll = PreRoll::bySetting);
+  /// Waits for what still runs at the sound server.
   ~AudioRecorder();
+  /// For a recorder that is not needed any more (none: nothing happens): it does nothing from now
+  /// on, and is destroyed on a global queue. May be called from within its own callbacks.
+  static void retire(std::unique_ptr<AudioRecorder> recorder);
 
   /// Looks at the microphone in the background, so that the first press finds it ready.
   void prepareEngine();
@@ -87,6 +95,7 @@ class AudioRecorder {
   void formatFound(const AudioFormat& format);
   void captureStopped(uint64_t generation, AudioStop why);
   Bytes endRecording();
+  bool wantsPreRoll() const;
   void refreshPreRoll();
   void preRollTried(bool opened);
   void setPreRollActive(bool active);
@@ -97,6 +106,7 @@ class AudioRecorder {
   Files& files_;
   SettingsStore& settings_;
   Logger& logger_;
+  const PreRoll preRoll_;
   const QueueRef engineQueue_;
   const std::shared_ptr<RecorderEngine> engine_;
   std::function<void(float)> onLevel_;

@@ -34,9 +34,7 @@ void NotesView::startNoteRecording() {
       lifetime_.guard([this](const Status& started) {
         if (started || !recorder_) return;
         services_.logger.print("❌ Failed to start note recording: " + started.error().description);
-        // Not from within its own callback.
-        services_.dispatch.mainQueue()->post(
-            [recorder = std::shared_ptr<AudioRecorder>(std::move(recorder_))] {});
+        AudioRecorder::retire(std::move(recorder_));
         showAlert("Failed to Start Recording", started.error().description);
       }));
   updateNotesView();
@@ -45,7 +43,7 @@ void NotesView::startNoteRecording() {
 void NotesView::stopNoteRecording() {
   if (!recorder_) return;
   Bytes pcm = recorder_->stopRecordingWithPCM().pcmData;
-  recorder_.reset();
+  AudioRecorder::retire(std::move(recorder_));
   if (pcm.empty()) {
     return showAlert("No Audio Recorded", "Please try again and speak into the microphone.");
   }

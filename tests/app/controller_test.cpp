@@ -44,6 +44,28 @@ TEST(Controller, APressBeforeTheServicesAnswerIsRefusedWithAWord) {
   EXPECT_TRUE(desk.showed("⚠️ Some services may be slow"));
 }
 
+TEST(Controller, APressEndsAnAbsenceAndTheHomesRestLeavesADictationsStatusAlone) {
+  Desk desk;
+  auto& app = desk.startReady();
+  Home& home = app.pages().home();
+  desk.onMain([&] { home.activity().startTracking(); });
+  desk.simulation->runFor(700s);
+  EXPECT_TRUE(home.activity().isAway());
+  desk.dictateWhole();
+  EXPECT_FALSE(home.activity().isAway()) << "with a microphone that opens anew for each press";
+
+  const auto giveUp = [&](const std::string& meanwhile) {
+    desk.onMain([&] {
+      home.view().handleQuickAction("What now?");
+      if (!meanwhile.empty()) app.mainWindow().updateStatus(meanwhile, StatusColor::red);
+      home.view().closePanel();
+    });
+    return app.mainWindow().status().text;
+  };
+  EXPECT_EQ(giveUp(""), "Hold Right Ctrl to ask anything");
+  EXPECT_EQ(giveUp("🔴 Recording..."), "🔴 Recording...");
+}
+
 TEST(Controller, ATapOrAChordRecordsNothing) {
   Desk desk;
   auto& app = desk.startReady();

@@ -1,5 +1,7 @@
 #include "usermodel/personality/personality_service.h"
 
+#include <algorithm>
+
 #include "platform/dispatch/background.h"
 
 namespace kestrin {
@@ -14,9 +16,21 @@ void addField(Bytes& body, const std::string& boundary, const std::string& name,
           value + "\r\n";
 }
 
-std::string questionsText() {
+/// Those with an answer that can be heard first, in the order of the answers: the backend takes the
+/// number of an audio part for that of its question.
+std::string questionsText(const std::vector<PersonalityAnswer>& answers) {
+  std::vector<PersonalityQuestion> ordered;
+  auto open = std::vector(personalityQuestions().begin(), personalityQuestions().end());
+  for (const PersonalityAnswer& answer : answers) {
+    const auto question = std::find_if(
+        open.begin(), open.end(), [&](const auto& each) { return each.id == answer.questionId; });
+    if (answer.audio.empty() || question == open.end()) continue;
+    ordered.push_back(*question);
+    open.erase(question);
+  }
+  ordered.insert(ordered.end(), open.begin(), open.end());
   Json list = Json::array();
-  for (const auto& question : personalityQuestions())
+  for (const auto& question : ordered)
     list.push(Json::object({{"question", question.question}, {"hint", question.hint}}));
   return list.dump();
 }
@@ -26,7 +40,7 @@ Bytes testForm(const std::string& boundary, const std::string& userId, const std
   Bytes body;
   addField(body, boundary, "user_id", userId);
   if (!userName.empty()) addField(body, boundary, "user_name", userName);
-  addField(body, boundary, "questions", questionsText());
+  addField(body, boundary, "questions", questionsText(answers));
   int count = 0;
   for (const PersonalityAnswer& answer : answers) {
     if (answer.audio.empty()) continue;
@@ -40,6 +54,9 @@ Bytes testForm(const std::string& boundary, const std::string& userId, const std
   body += "--" + boundary + "--\r\n";
   return body;
 }
+
+/// There was an answer, but nothing that can be read.
+bool isUnreadable(const Error& error) { return error.domain != "HTTP"; }
 
 /// The text under `key` of an answer that says it succeeded.
 Result<std::string> textIn(const Result<Json>& answer, const char* key) {
@@ -55,12 +72,15 @@ PersonalityService::PersonalityService(Services services)
 
 void PersonalityService::request(const char* method, const std::string& path,
                                  std::function<void(Json&)> fill, std::chrono::seconds timeout,
-                                 Completion<Result<Json>> completion) {
+                                 Completion<Result<Json>> completion,
+                                 const std::string& announcement) {
   const auto told = onMain(services_.dispatch, lifetime_, std::move(completion));
-  services_.dispatch.globalQueue()->post([&id = services_.deviceId, session = session_, method,
+  services_.dispatch.globalQueue()->post([&id = services_.deviceId, &logger = services_.logger,
+                                          session = session_, method, announcement,
                                           base = services_.endpoints.backend + path,
                                           fill = std::move(fill), timeout, told] {
     const std::string device = id.deviceId();
+    if (!announcement.empty()) logger.print(announcement + device);
     Json body = Json::object({{"user_id", device}});
     if (fill) fill(body);
     HttpRequest request = jsonPost(base + urlEncode(device), fill ? body.dump() : "");
@@ -83,7 +103,8 @@ void PersonalityService::processPersonalityTest(std::vector<PersonalityAnswer> a
   const auto told = onMain<Result<Json>>(
       services_.dispatch, lifetime_,
       [this, completion = std::move(completion)](const Result<Json>& answer) {
-        const auto personality = textIn(answer, "personality");
+        auto personality = textIn(answer, "personality");
+        if (personality && personality->empty()) personality = fail(domain, 3, "Invalid response");
         if (personality) {
           services_.settings.set(UserPreferences::userAboutMeTranscriptKey,
                                  Json(answer->stringAt("qa_transcript", "")));
@@ -144,9 +165,12 @@ void PersonalityService::getArchetype(Completion<Archetype> completion) {
                                      : nullptr;
             const auto archetype = record ? Archetype::fromJson(*record) : std::nullopt;
             if (!archetype) {
-              services_.logger.print(
-                  answer ? std::string("❌ Failed to parse archetype: no archetype in the answer")
-                         : "❌ Failed to fetch archetype: " + answer.error().description);
+              const std::string why =
+                  answer ? "no archetype in the answer" : answer.error().description;
+              services_.logger.print((answer || isUnreadable(answer.error())
+                                          ? "❌ Failed to parse archetype: "
+                                          : "❌ Failed to fetch archetype: ") +
+                                     why);
               isDefault_ = true;
               if (!cachedArchetype_ && !services_.preferences.userArchetype())
                 setStylePrompt(Archetype::defaultArchetype().stylePrompt);
@@ -173,8 +197,9 @@ void PersonalityService::classifyArchetype(Completion<Result<Archetype>> complet
         if (!archetype) {
           const std::string why = answer ? answer->stringAt("error", "Classification failed")
                                          : answer.error().description;
-          services_.logger.print((answer ? "❌ Failed to parse classification result: "
-                                         : "❌ Failed to classify archetype: ") +
+          services_.logger.print((answer || isUnreadable(answer.error())
+                                      ? "❌ Failed to parse classification result: "
+                                      : "❌ Failed to classify archetype: ") +
                                  why);
           return completion(fail("ArchetypeService", 1, why));
         }
@@ -201,30 +226,37 @@ void PersonalityService::setStylePrompt(std::string stylePrompt) {
 void PersonalityService::fetchProfile(bool force,
                                       Completion<std::optional<VoiceProfile>> completion) {
   if (!force && profile_ && isFresh(lastFetch_)) return completion(profile_);
-  request("GET", "/voice-profile/", {}, usualTimeout,
-          [this, completion = std::move(completion)](const Result<Json>& answer) {
-            if (!answer) {
-              services_.logger.print((answer.error().domain == "HTTP"
-                                          ? "❌ Voice profile fetch error: "
-                                          : "❌ Voice profile parse error: ") +
-                                     answer.error().description);
-              return completion(std::nullopt);
-            }
-            const Json* record =
-                answer->boolAt("success").value_or(false) ? answer->objectAt("profile") : nullptr;
-            if (!record) {
-              services_.logger.print("📊 No voice profile found");
-              return completion(std::nullopt);
-            }
-            profile_ = VoiceProfile::fromJson(*record);
-            lastFetch_ = services_.dispatch.clock().steadyNow();
-            services_.logger.print(
-                "✅ Voice profile loaded: " + std::to_string(profile_->sampleCount) + " samples");
-            completion(profile_);
-          });
+  request(
+      "GET", "/voice-profile/", {}, usualTimeout,
+      [this, forgotten = forgotten_,
+       completion = std::move(completion)](const Result<Json>& answer) {
+        if (!answer) {
+          services_.logger.print((isUnreadable(answer.error()) ? "❌ Voice profile parse error: "
+                                                               : "❌ Voice profile fetch error: ") +
+                                 answer.error().description);
+          return completion(std::nullopt);
+        }
+        const Json* record =
+            answer->boolAt("success").value_or(false) ? answer->objectAt("profile") : nullptr;
+        if (!record) {
+          services_.logger.print("📊 No voice profile found");
+          return completion(std::nullopt);
+        }
+        const auto profile = VoiceProfile::fromJson(*record);
+        // A dictation since then is not in it: the next reader asks again.
+        if (forgotten == forgotten_) {
+          profile_ = profile;
+          lastFetch_ = services_.dispatch.clock().steadyNow();
+        }
+        services_.logger.print("✅ Voice profile loaded: " + std::to_string(profile.sampleCount) +
+                               " samples");
+        completion(profile);
+      },
+      "📊 Fetching voice profile for ");
 }
 
 void PersonalityService::forgetVoiceProfile() {
+  ++forgotten_;
   profile_.reset();
   lastFetch_.reset();
 }

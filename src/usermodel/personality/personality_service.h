@@ -63,8 +63,10 @@ class PersonalityService {
   void forgetVoiceProfile();
 
  private:
+  /// `announcement` is printed with the id behind it.
   void request(const char* method, const std::string& path, std::function<void(Json&)> fill,
-               std::chrono::seconds timeout, Completion<Result<Json>> completion);
+               std::chrono::seconds timeout, Completion<Result<Json>> completion,
+               const std::string& announcement = {});
   bool isFresh(const std::optional<SteadyTime>& time) const;
   void setStylePrompt(std::string stylePrompt);
 
@@ -77,6 +79,7 @@ class PersonalityService {
   std::optional<std::string> stylePrompt_;  ///< under mutex_
   std::optional<VoiceProfile> profile_;
   std::optional<SteadyTime> lastFetch_;
+  int forgotten_ = 0;  ///< what was asked for before the last time is not kept
   Lifetime lifetime_;
 };
 

@@ -28,7 +28,16 @@ void PersonalityView::load() {
   changed();
 }
 
+/// The recorder is not waited for.
+void PersonalityView::endRecording() {
+  AudioRecorder::retire(std::move(recorder_));
+  recordingTimer_.reset();
+}
+
 void PersonalityView::startTest() {
+  endRecording();
+  pause_.reset();
+  ++test_;
   answers_.clear();
   currentQuestionIndex_ = 0;
   notice_.clear();
@@ -38,8 +47,7 @@ void PersonalityView::startTest() {
 }
 
 void PersonalityView::leaveTest() {
-  recorder_.reset();
-  recordingTimer_.reset();
+  endRecording();
   pause_.reset();
   state_ = State::profile;
   changed();
@@ -72,10 +80,7 @@ void PersonalityView::startRecording() {
       },
       lifetime_.guard([this](const Status& started) {
         if (started || !recorder_) return;
-        // Not from within its own callback.
-        services_.dispatch.mainQueue()->post(
-            [recorder = std::shared_ptr<AudioRecorder>(std::move(recorder_))] {});
-        recordingTimer_.reset();
+        endRecording();
         notice_ = started.error().description;
         changed();
       }));
@@ -92,10 +97,9 @@ void PersonalityView::tick() {
 
 void PersonalityView::stopRecording() {
   if (!recorder_) return;
-  recordingTimer_.reset();
   const Bytes pcm = recorder_->stopRecordingWithPCM().pcmData;
   const int duration = recorder_->audioDurationMs();
-  recorder_.reset();
+  endRecording();
   if (pcm.empty()) {
     notice_ = "No audio recorded";
     recordingSeconds_ = 0;
@@ -110,8 +114,7 @@ void PersonalityView::stopRecording() {
 
 void PersonalityView::skip() {
   if (state_ != State::question || pause_) return;
-  recorder_.reset();
-  recordingTimer_.reset();
+  endRecording();
   next();
 }
 
@@ -128,13 +131,17 @@ void PersonalityView::personalityTestDidComplete() {
   state_ = State::processing;
   changed();
   services_.personality.processPersonalityTest(
-      std::exchange(answers_, {}), lifetime_.guard([this](const Result<std::string>& personality) {
+      std::exchange(answers_, {}),
+      lifetime_.guard([this, test = test_](const Result<std::string>& personality) {
+        // What came of an earlier test does not get into the way of the one that was begun since.
+        const bool isLatest = test == test_;
         if (!personality) {
+          if (!isLatest) return;
           state_ = State::failed;
           failure_ = personality.error().description;
           return changed();
         }
-        state_ = State::profile;
+        if (isLatest) state_ = State::profile;
         archetype_.reset();
         changed();
         // From what was just said, too.

@@ -68,6 +68,7 @@ class PersonalityView {
  private:
   int secondsLeft() const { return maxRecordingSeconds - recordingSeconds_; }
   void startRecording();
+  void endRecording();
   void stopRecording();
   void tick();
   void next();
@@ -78,6 +79,7 @@ class PersonalityView {
 
   const Services services_;
   State state_ = State::profile;
+  int test_ = 0;  ///< counts the tests that were begun
   size_t currentQuestionIndex_ = 0;
   std::vector<PersonalityAnswer> answers_;
   std::unique_ptr<AudioRecorder> recorder_;
