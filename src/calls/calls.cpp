@@ -162,6 +162,7 @@ void Calls::showVideoCallOverlay(const std::string& token, const std::string& ro
         handleCallEnded(audioURL, duration);
       });
   embedded_->startCall(token, roomName, callerName);
+  sources_.settings.countUp("totalCalls");
   assistance_.listen();
   changed();
 }

@@ -17,6 +17,7 @@ void CallsView::joinVideoRoom(const std::string& roomName) {
   callTimeoutTimer_.reset();
   isPlacing_ = false;
   isInCall_ = true;
+  services_.settings.countUp("totalCalls");
   isMuted_ = false;
   isCameraOff_ = isAudioOnly_;
   roomName_ = roomName;
@@ -45,14 +46,8 @@ void CallsView::pageFailed(const std::string& why) {
 
 void CallsView::activateLiveAssistForCall() {
   services_.logger.log(source, LogLevel::info, "Live Assist activated for in-call assistance");
-  InCallAssistance& assistance = services_.assistance;
-  const auto takeSources = [&assistance] {
-    assistance.liveAssist().contextFilters = assistance.panel().contextFilters();
-  };
-  takeSources();
-  assistance.panel().onSourcesChanged = takeSources;
-  assistance.show(services_.calls.currentCallerName().value_or(""));
-  assistance.listen();
+  services_.assistance.show(services_.calls.currentCallerName().value_or(""));
+  services_.assistance.listen();
   services_.center.post("CallStartedWithLiveAssist");
   changed();
 }

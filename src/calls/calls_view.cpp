@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* source = "Calls";
 constexpr const char* nobody = "⚠️ Enter a contact to call";
-constexpr std::chrono::seconds pauseAfterDecline{2}, pauseAfterTimeout{3};
+constexpr std::chrono::seconds pauseAfterDecline{2}, pauseAfterTimeout{3}, pauseAfterFailure{3};
 
 }  // namespace
 
@@ -84,7 +84,7 @@ void CallsView::place(bool audioOnly) {
 }
 
 void CallsView::startCall() {
-  if (isInCall_) {
+  if (isInCall_ || services_.calls.currentCall()) {
     return services_.logger.log(source, LogLevel::warning, "Already in a call, ignoring startCall");
   }
   if (isPlacing_) return;
@@ -103,7 +103,6 @@ void CallsView::startCall() {
   services_.calls.initiateCall(recipient, callerName,
                                lifetime_.guard([this](const Result<std::string>& roomName) {
                                  if (!roomName) {
-                                   callTimeoutTimer_.reset();
                                    show("❌ Call failed: " + roomName.error().description);
                                    return resetCallUI();
                                  }
@@ -206,6 +205,7 @@ std::string CallsView::bannerText() const {
 }
 
 void CallsView::resetCallUI() {
+  callTimeoutTimer_.reset();
   isPlacing_ = false;
   changed();
 }
@@ -235,8 +235,16 @@ void CallsView::handleCallStatusChange(CallStatus status) {
       show("❌ Call failed");
       leave();
       services_.assistance.panel().dismissPanel();
+      leaveFailure();
       return resetCallUI();
   }
+}
+
+/// Nobody can ring before the failed call is over.
+void CallsView::leaveFailure() {
+  services_.dispatch.mainQueue()->postAfter(pauseAfterFailure, lifetime_.guard([this] {
+    if (services_.calls.callStatus() == CallStatus::failed) services_.calls.endCall("ended");
+  }));
 }
 
 void CallsView::showIncomingCall(const IncomingCall& call) {

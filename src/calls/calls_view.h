@@ -89,7 +89,8 @@ class CallsView {
   bool isAudioOnly() const { return isAudioOnly_; }
   bool isMuted() const { return isMuted_; }
   bool isCameraOff() const { return isCameraOff_; }
-  bool canCall() const { return !isInCall_ && !isPlacing_; }
+  /// Neither on this page nor anywhere else is there a call.
+  bool canCall() const { return !isInCall_ && !isPlacing_ && !services_.calls.currentCall(); }
   /// "01:05" while in a call.
   std::string timerLabel() const;
   const std::optional<IncomingCall>& currentIncomingCall() const { return currentIncomingCall_; }
@@ -119,6 +120,7 @@ class CallsView {
   void handleCallStatusChange(CallStatus status);
   void showIncomingCall(const IncomingCall& call);
   void hideBanner();
+  void leaveFailure();
   void leaveVideoRoom();
   void pageFailed(const std::string& why);
   void activateLiveAssistForCall();

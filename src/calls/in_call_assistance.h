@@ -26,11 +26,18 @@ class InCallAssistance {
   InCallAssistPanel& panel() { return *panel_; }
   LiveAssistService& liveAssist() { return liveAssist_(); }
 
-  /// Shows the panel and lets it hear of feedback.
+  /// Shows the panel and lets it hear of feedback. Nothing of an earlier conversation comes along.
   void show(const std::string& callerName) {
     panel_->show(callerName);
     LiveAssistService& assist = liveAssist_();
-    if (!assist.isRunning()) assist.start();
+    if (!assist.isRunning()) {
+      assist.reset();
+      assist.useCase = LALiveAssistUseCase::meeting;
+      assist.start();
+    }
+    const auto takeSources = [this] { liveAssist_().contextFilters = panel_->contextFilters(); };
+    takeSources();
+    panel_->onSourcesChanged = takeSources;
     assist.delegate = panel_;
   }
   void listen() { capture_.startInCallAudioCapture(); }

@@ -94,6 +94,7 @@ void LiveAssistSessionManager::sessionStarted(const Result<HttpResponse>& respon
   if (!id) return logger_.log(source, LogLevel::error, "Invalid session start response");
   currentSessionId_ = *id;
   logger_.log(source, LogLevel::info, "Session started: " + *id);
+  if (onSessionStarted) onSessionStarted();
 }
 
 void LiveAssistSessionManager::endSession() {

@@ -44,6 +44,8 @@ class LiveAssistSessionManager {
   std::weak_ptr<LASessionManagerDelegate> delegate;
   /// Tells the history view, if there is one, that `cachedSessions` is new.
   std::function<void()> onHistoryLoaded;
+  /// The session has its id from now on.
+  std::function<void()> onSessionStarted;
   LALiveAssistUseCase useCase = LALiveAssistUseCase::salesCall;
 
   /// The session exists once the answer has come; what is logged before is not stored.

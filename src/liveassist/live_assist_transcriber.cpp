@@ -94,9 +94,4 @@ int LiveAssistTranscriber::speakerNumber(LAAudioChannel channel) const {
   return channel == LAAudioChannel::microphone ? micSpeaker_.number() : systemSpeaker_.number();
 }
 
-void LiveAssistTranscriber::resetSpeakers() {
-  const std::lock_guard lock(mutex_);
-  micSpeaker_ = systemSpeaker_ = {};
-}
-
 }  // namespace kestrin

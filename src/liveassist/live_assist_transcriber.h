@@ -31,7 +31,8 @@ class LATranscriberDelegate {
 };
 
 /// Turns segments of PCM into cleaned lines with a speaker number and labels, through the local
-/// recogniser, and feeds the behavioral profile. Make it with `std::make_shared`. Thread-safe.
+/// recogniser, and feeds the behavioral profile. One for each session: both channels begin with
+/// speaker 1. Make it with `std::make_shared`. Thread-safe.
 class LiveAssistTranscriber : public std::enable_shared_from_this<LiveAssistTranscriber> {
  public:
   LiveAssistTranscriber(Dispatch& dispatch, Http& http, Random& random, Logger& logger,
@@ -44,8 +45,6 @@ class LiveAssistTranscriber : public std::enable_shared_from_this<LiveAssistTran
   void transcribe(const Bytes& data, LAAudioChannel channel);
 
   int speakerNumber(LAAudioChannel channel) const;
-  /// For a new session: both channels begin with speaker 1.
-  void resetSpeakers();
 
  private:
   void handle(const Result<HttpResponse>& response, LAAudioChannel channel, size_t bytes);

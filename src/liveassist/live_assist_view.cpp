@@ -57,9 +57,6 @@ LiveAssistView::LiveAssistView(LiveAssistServices services)
     : services_(std::move(services)),
       logger_(services_.logger),
       audioEngine_(services_.dispatch, services_.audio, services_.logger),
-      transcriber_(std::make_shared<LiveAssistTranscriber>(
-          services_.dispatch, services_.http, services_.random, services_.logger,
-          services_.profiles, services_.endpoints)),
       sessions_(services_.dispatch, services_.http, services_.files, services_.logger,
                 services_.deviceId, services_.endpoints.backend),
       drive_(services_.dispatch, services_.http, services_.deviceId, services_.endpoints.backend),
@@ -90,10 +87,25 @@ LiveAssistView::~LiveAssistView() {
   if (isCapturing_) stopCapture();
 }
 
-void LiveAssistView::connect() {
-  audioEngine_.delegate = events_;
+/// Segments that are still with an earlier one come to nothing.
+void LiveAssistView::makeTranscriber() {
+  transcriber_ = std::make_shared<LiveAssistTranscriber>(services_.dispatch, services_.http,
+                                                         services_.random, services_.logger,
+                                                         services_.profiles, services_.endpoints);
   transcriber_->delegate = events_;
+}
+
+void LiveAssistView::connect() {
+  makeTranscriber();
+  audioEngine_.delegate = events_;
   sessions_.delegate = events_;
+  // What was chosen before the session existed.
+  sessions_.onSessionStarted = [this] {
+    if (const auto& contact = panel_.contact()) {
+      sessions_.updateContact(contact->email, contact->name);
+    }
+    sessions_.syncFilesToBackend();
+  };
   chat_.delegate = events_;
   panel_.onPin = [this](const Json& item) { pinItem(item); };
   panel_.onContactSelected = [this](const std::string& email, const std::string& name) {
@@ -166,7 +178,7 @@ void LiveAssistView::newSessionClicked() {
   stopCapture();
   saveSessionFeedbackSnapshot();
   chat_.clearAll();
-  transcriber_->resetSpeakers();
+  makeTranscriber();
   audioEngine_.resetState();
   sessions_.clearFilesAndPins();
   panel_.clearContact();
@@ -175,6 +187,7 @@ void LiveAssistView::newSessionClicked() {
   fileCache_.clear();
   loop_.reset();
   loadingSession_.clear();
+  ++loads_;
   services_.profiles.resetSystemProfile();
   services_.profiles.persistUserProfile();
   logger_.log(source, LogLevel::info, "New session started — all state cleared");

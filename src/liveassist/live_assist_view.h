@@ -108,6 +108,7 @@ class LiveAssistView {
   class Events;
 
   void connect();
+  void makeTranscriber();
   void readPreferences();
   void writePreferences();
   void captureStarted(const Status& started);
@@ -129,7 +130,7 @@ class LiveAssistView {
   const LiveAssistServices services_;
   Logger& logger_;
   LiveAssistAudioEngine audioEngine_;
-  const std::shared_ptr<LiveAssistTranscriber> transcriber_;
+  std::shared_ptr<LiveAssistTranscriber> transcriber_;
   LiveAssistSessionManager sessions_;
   DriveClient drive_;
   FileContentCache fileCache_;

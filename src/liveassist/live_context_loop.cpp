@@ -104,12 +104,14 @@ void LiveContextLoop::refreshLiveContext() {
 }
 
 void LiveContextLoop::send(LiveContextRequest request, size_t characters) {
-  LiveAssistService& service = parts_.service;
-  service.conversationTranscript = request.transcript;
-  service.contextFilters = request.filters;
-  service.useCase = request.useCase;
-  service.documentsPayload = request.documents;
-  service.pinnedItems = request.pinnedItems;
+  // A call that is running has its own conversation there.
+  if (LiveAssistService& service = parts_.service; !service.isRunning()) {
+    service.conversationTranscript = request.transcript;
+    service.contextFilters = request.filters;
+    service.useCase = request.useCase;
+    service.documentsPayload = request.documents;
+    service.pinnedItems = request.pinnedItems;
+  }
 
   parts_.logger.log(source, LogLevel::info,
                     "🔄 Refreshing context (transcript: " + std::to_string(characters) +
@@ -126,7 +128,7 @@ void LiveContextLoop::send(LiveContextRequest request, size_t characters) {
 }
 
 void LiveContextLoop::handle(const Result<Json>& answer, const LiveContextRequest& asked) {
-  pacing_.answered();
+  if (asked.generateFeedback) pacing_.answered();
   if (!answer) {
     const Error& error = answer.error();
     std::string line = "Request failed: " + error.description;
@@ -142,7 +144,8 @@ void LiveContextLoop::handle(const Result<Json>& answer, const LiveContextReques
   const auto suggestions = answer->stringsAt("suggestions");
   if (!summary.empty()) pacing_.received(parts_.dispatch.clock().steadyNow());
   if (!summary.empty() || !suggestions.empty()) {
-    parts_.window.update(summary, suggestions);
+    // What comes after the stop does not bring the window back.
+    if (parts_.isWanted()) parts_.window.update(summary, suggestions);
     parts_.panel.updateInlineFeedback(summary, suggestions);
   }
   if (onAnswer) onAnswer(*answer);

@@ -33,6 +33,7 @@ void LiveAssistView::loadSession(const std::string& sessionId) {
   audioEngine_.resetState();
   panel_.clearLiveFeedback();
   loop_.reset();
+  loadingSession_.clear();
   show("Loading session...", StatusKind::starting);
   sessions_.loadFullSession(
       sessionId, lifetime_.guard([this, sessionId, load = ++loads_](const Result<Json>& session) {

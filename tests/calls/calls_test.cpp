@@ -179,6 +179,39 @@ TEST(Calls, EveryRequestMayFailAndTheNextCallGoesThrough) {
   }
 }
 
+TEST(Calls, OneThatFailedIsOverAfterAMoment) {
+  CallsWorld world;
+  world.start();
+  world.answer("POST", "/calls/initiate", ScriptedReply::body("{}", 404));
+  world.main([&] { world.calls->place("Nobody"); }, 4s);
+  EXPECT_EQ(world.page().status(), "Ready to make calls");
+  world.ring();
+  EXPECT_TRUE(world.calls->banner().currentCall()) << "others get through again";
+}
+
+TEST(Calls, NothingOfAMeetingGoesIntoTheNextCall) {
+  PlacedWorld world;
+  world.main([&] { world.page().endCallClicked(); }, 5s);
+  LiveAssistView& meeting = world.live->view();
+  world.LiveWorld::start();
+  world.say(LAAudioChannel::system);
+  EXPECT_FALSE(world.live->service().conversationTranscript.empty());
+  world.main([&] { meeting.stopCapture(); });
+  world.main([&] { world.page().audioCallClicked(); }, 5s);
+  ASSERT_TRUE(world.page().isInCall());
+  EXPECT_EQ(world.live->service().useCase, LALiveAssistUseCase::meeting);
+  // Another meeting beside it keeps its words to itself.
+  world.LiveWorld::start();
+  world.say(LAAudioChannel::microphone);
+  const std::string heard = world.live->service().conversationTranscript;
+  EXPECT_EQ(std::count(heard.begin(), heard.end(), '['), 1) << heard;
+  world.main([&] {
+    meeting.stopCapture();
+    world.page().endCallClicked();
+  });
+  EXPECT_EQ(world.last("/calls/transcript").stringAt("transcript"), heard);
+}
+
 TEST(Calls, ACallNobodyTakesEndsAndOneInVainSendsNothing) {
   CallsWorld world;
   world.start();
@@ -224,6 +257,14 @@ TEST(Calls, AnIncomingCallIsAnsweredDeclinedOrTimesOut) {
   ASSERT_TRUE(answered && *answered);
   EXPECT_EQ(world.last("/calls/answer").stringAt("roomName"), "r9");
   ASSERT_TRUE(world.calls->embedded()) << "it leads into the room";
+  world.main([&] {
+    world.calls->panel().toggleContextSource("docs");
+    EXPECT_FALSE(world.page().canCall()) << "one call at a time";
+    world.calls->place("Bob");
+  });
+  EXPECT_EQ(world.live->service().contextFilters,
+            (std::map<std::string, bool>{{"docs", world.calls->panel().isSourceOn("docs")}}));
+  EXPECT_EQ(world.asked("/calls/initiate"), 0u);
   EXPECT_EQ(world.calls->embedded()->status(), "Connected with Ada");
   EXPECT_EQ(world.calls->activeCallLines()[0], "Incoming call from Ada");
   EXPECT_FALSE(world.page().currentIncomingCall());

@@ -62,6 +62,28 @@ TEST(LiveAssistView, AConversationIsShownStoredAndHelpedWith) {
   EXPECT_TRUE(view.sessions().pinnedItems().empty() && view.panel().feedbackSummary().empty());
 }
 
+TEST(LiveAssistView, WhatComesLateStaysOutOfTheNextSession) {
+  LiveWorld world;
+  auto& view = world.view();
+  world.main([&] { view.panel().selectContact("ann@example.com", "Ann"); });
+  world.answer("/memory/live-context",
+               ScriptedReply::body(R"({"feedbackSummary":"Late"})").after(20s));
+  world.start();
+  const auto updates = world.sent("/live-assist/session/update");
+  EXPECT_TRUE(std::any_of(updates.begin(), updates.end(), [](const Json& body) {
+    return body.stringAt("contactEmail") == "ann@example.com";
+  })) << "chosen before there was a session";
+  world.say(LAAudioChannel::system);
+  world.http.on("POST", "127.0.0.1:8001/*",
+                ScriptedReply::body(R"({"transcript":"Too late"})").after(15s));
+  world.say(LAAudioChannel::system);
+  world.main([&] { view.stopCapture(); });
+  world.simulation->runFor(10s);
+  EXPECT_FALSE(world.live->feedbackWindow().isVisible()) << "an answer does not bring it back";
+  world.main([&] { view.newSessionClicked(); }, 30s);
+  EXPECT_EQ(world.shownLines(), "");
+}
+
 TEST(LiveAssistView, TheSwitchStopsTheRefreshAloneAndIsRemembered) {
   LiveWorld world;
   world.start();
