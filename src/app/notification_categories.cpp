@@ -21,6 +21,7 @@ void NotificationCategories::show(UserNotification notification, Json userInfo,
                                   std::function<void(const Result<uint32_t>&)> onShown) {
   const auto known = actions_.find(notification.category);
   if (known != actions_.end()) notification.actions = known->second;
+  notification.actions.emplace_back("default", "Open");
   deliver(
       std::move(notification),
       [this, userInfo = std::move(userInfo)](const std::string& identifier) {

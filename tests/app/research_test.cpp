@@ -23,6 +23,8 @@ TEST(ResearchOfADictation, IsWatchedAndToldWhenItIsReadyAndOpensItsPage) {
   ASSERT_EQ(desk.userNotifications.shown.size(), 1u);
   const auto& [notification, click] = desk.userNotifications.shown[0];
   EXPECT_EQ(notification.title + ": " + notification.body, "Research Complete: why");
+  ASSERT_TRUE(!notification.actions.empty() && notification.actions.back().first == "default")
+      << "a click on the body is told only where it is offered";
   click("default");
   desk.simulation->runFor(1s);
   EXPECT_TRUE(shown);

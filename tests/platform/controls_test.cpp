@@ -202,8 +202,9 @@ TEST(Notifications, ShowABodyAsItStandsAndTellTheActionOnce) {
     const auto first = notifications.show(
         {.title = "Run?", .body = "a && b > <i>c</i>", .actions = {{"run", "Run"}}},
         [&](const std::string& action) { clicked.add("1" + action + " "); });
-    const auto second = notifications.show(
-        {.title = "Other"}, [&](const std::string& action) { clicked.add("2" + action + " "); });
+    const auto second =
+        notifications.show({.title = "Other", .actions = {{"default", "Open"}}},
+                           [&](const std::string& action) { clicked.add("2" + action + " "); });
     ASSERT_TRUE(first && second);
     EXPECT_EQ(server.bodies[0],
               markup ? "a &amp;&amp; b &gt; &lt;i&gt;c&lt;/i&gt;" : "a && b > <i>c</i>");

@@ -138,8 +138,6 @@ Result<uint32_t> DesktopNotifications::show(const UserNotification& notification
   const auto body =
       readsAsMarkup(notification.body) ? escaped(notification.body) : notification.body;
   std::vector<std::string> actions;
-  // A server tells of a click on the body only when it was offered.
-  if (onAction) actions = {"default", "Open"};
   for (const auto& [key, label] : notification.actions) {
     actions.push_back(key);
     actions.push_back(label);
